@@ -1,0 +1,32 @@
+/* What every korx_basic header shares: linkage, visibility and the result codes.
+ *
+ * Unless a function says otherwise, a result is an unsigned 32-bit code, 0 means success, text is
+ * NUL-terminated, sizes are bytes and include the terminator, and a function may be called from
+ * any thread. No function throws, aborts or cuts a text to make it fit. */
+#ifndef KORX_COMMON_H
+#define KORX_COMMON_H
+
+#include <stdint.h>
+
+#define KORX_API __attribute__((visibility("default")))
+#define KORX_PRINTF(format_index, first_argument) \
+    __attribute__((format(printf, format_index, first_argument)))
+
+#ifdef __cplusplus
+#define KORX_BEGIN_DECLS extern "C" {
+#define KORX_END_DECLS }
+#else
+#define KORX_BEGIN_DECLS
+#define KORX_END_DECLS
+#endif
+
+#define KORX_OK 0u
+#define KORX_ERR_FAILED 0x0FFFFFFFu           /* general failure */
+#define KORX_ERR_NULL_OUTPUT 0x71000001u      /* a required output pointer is null */
+#define KORX_ERR_INVALID_PARAM 0x71000002u    /* bad length, not a full path, missing file */
+#define KORX_ERR_NO_MEMORY 0x71000003u        /* memory allocation failed */
+#define KORX_ERR_CREATE_DIR 0x71000004u       /* a directory could not be created */
+#define KORX_ERR_BUFFER_TOO_SHORT 0x71000007u /* the caller's buffer is too short */
+#define KORX_ERR_ALL_BITS 0xFFFFFFFFu         /* failure of vectors, TLV readers, commands, records */
+
+#endif

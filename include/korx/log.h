@@ -1,0 +1,99 @@
+/* The diagnostic log: one running log shared by the component's processes, its set-up, the
+ * reserved space-full log and the crash dump.
+ *
+ * A line goes where the process-wide record g_stLogInfo says: to the system log (the default), to
+ * the agent or the diagnostic record log and the process's log file, or to the log file only. The
+ * log reports its own failures to the system log at LOG_ERR, never to itself: a line raised while
+ * the thread is already inside a log writer goes to the system log as in ORX_LOG_MODE_SYSLOG.
+ *
+ * Log file: a 4-byte count of text bytes in host byte order, then lines. Once the count has passed
+ * the limit the next line starts again behind the count, over the oldest text. */
+#ifndef KORX_LOG_H
+#define KORX_LOG_H
+
+#include "korx/common.h"
+
+KORX_BEGIN_DECLS
+
+/* Where a line goes; any higher value silences the log. */
+enum {
+    ORX_LOG_MODE_SYSLOG_LINE = 0, /* the full line to the system log at LOG_INFO */
+    ORX_LOG_MODE_DIAG = 1,        /* agent, or diagnostic record log and log file; set by set-up */
+    ORX_LOG_MODE_SYSLOG = 2,      /* "[module id] message" to the system log; the default */
+    ORX_LOG_MODE_FILE = 3         /* the full line to the log file only */
+};
+
+/* The log record, 464 bytes without gaps. Read freely; replace it with KORX_LogInit. */
+typedef struct ORX_LogInfo {
+    uint32_t uiLogLevel;     /* for the processes' own use; the library never filters by it */
+    uint32_t uiLogMode;      /* ORX_LOG_MODE_... */
+    uint32_t uiModuleId;     /* printed in every line; 80100 is the agent */
+    uint32_t uiMaxLogLen;    /* limit of the log file's text in bytes */
+    char acProcName[64];     /* for the processes' own use */
+    char acLogDir[256];      /* directory of the log file */
+    char acLogFileName[128]; /* its name in that directory */
+} ORX_LogInfo;
+
+KORX_API extern ORX_LogInfo g_stLogInfo;
+
+/* Set and read by callers; the library only answers ORX_IsCrcClosed from it. */
+KORX_API extern char* g_pcORXCrcEnv;
+/* For callers; the library neither reads nor writes it. */
+KORX_API extern void* g_pstOrxLogCfgHead;
+
+/* Writes one line. level: 0 DEBUG, 1 INFO, 2 WARNING, 3 and above ERR; nothing is filtered. The
+ * message has at most 1021 characters, the line with its prefix 1022; a longer one is dropped and
+ * reported to the system log. Keeps errno. Safe from any thread and between processes. */
+KORX_API void ORX_Log2File(uint32_t level, const char* format, ...) KORX_PRINTF(2, 3);
+
+/* Hands priority, format and arguments to vsyslog. Keeps errno. */
+KORX_API void ORX_syslog(int priority, const char* format, ...) KORX_PRINTF(2, 3);
+
+/* Writes the local time as "[yymmdd-hh:mm:ss.uuuuuu]", 24 characters, into a buffer of at least 26
+ * bytes. A smaller or null buffer is reported to the system log and nothing is written. */
+KORX_API void ORX_GetLogTimeStr(char* buffer, uint32_t size);
+
+/* The syslog priority of a level: 6, 6, 4, 3 for 0 to 3, else 6. */
+KORX_API uint32_t ORX_LogLevelSwitch2SysLogLevel(uint32_t level);
+
+/* Writes (operation 1) or reads (any other) the 4-byte count at the start of a log file through
+ * length. A failed seek is silent, a short transfer is reported to the system log. The caller holds
+ * the file's flock. */
+KORX_API void ORX_UpdatelogLen(int fd, uint32_t operation, uint32_t* length);
+
+/* Makes directory/name as an empty log (4 zero bytes, mode 0640), with the directories it needs; an
+ * existing file is left untouched. Result: 0 or 0x0FFFFFFF. Processes that race to create the same
+ * log keep each other's lines. */
+KORX_API uint32_t ORX_CreateLogfile(const char* directory, const char* name);
+
+/* Appends text to the log file at path under its flock, starting again at its beginning once the
+ * text in it has passed limit bytes. The file never grows beyond 4 + limit + one text. Result: 0,
+ * 0x0FFFFFFF, or the negative result of the failing ftruncate, lseek or write as uint32. */
+KORX_API uint32_t ORX_WriteLogfile(const char* path, uint32_t limit, const char* text);
+
+/* 1 when g_pcORXCrcEnv is set, else 0. */
+KORX_API uint32_t ORX_IsCrcClosed(void);
+
+/* Puts the caller's record in force; its strings must be terminated. Not safe against threads that
+ * already log: call it at process start. */
+KORX_API void KORX_LogInit(const ORX_LogInfo* record);
+
+/* Sets the log up for a process: ORX_LOG_MODE_DIAG, "orx_agent.log" for module 80100 and
+ * "orx_app.log" for any other, in the configured log directory, limit 524288. The name has at most
+ * 63 characters. Result: 0, or the failing step's code; a failure leaves the record as it was. Call
+ * it at process start, before other threads log. */
+KORX_API uint32_t KORX_OrxLogInit(uint32_t module_id, const char* process_name);
+
+/* Reserves the space-full log "orx_spacefull.log" in the log directory: 5120 blanks, mode 0640.
+ * Records that it held are lost. Failures are logged. */
+KORX_API void ORX_SpaceFullLogInit(void);
+
+/* Logs the call stack, at most 32 frames, and ends the process with the status 0x71000005 (a parent
+ * sees 5). Usable as the handler of fatal signals, on an alternate stack of 64 KiB too, and also
+ * when the crash happened inside the log: a dump that hangs is ended with the same status after a
+ * few seconds. */
+KORX_API void KORX_DumpBacktraceHandler(void) __attribute__((noreturn));
+
+KORX_END_DECLS
+
+#endif

@@ -1,0 +1,115 @@
+// Scoped locks. A release that must be reported is called by name on the success path; the
+// destructors release silently on every other way out.
+#pragma once
+
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "base/errno_saver.h"
+
+namespace korx {
+
+// How a waiting record lock treats the kernel's EDEADLK. The kernel's test knows processes, not
+// threads: where several threads of two processes use several files it sees rings that are none.
+enum class OnDeadlock { kFail, kRepeat };
+
+// One fcntl record-lock request. A waiting request interrupted by a signal is made again.
+inline int SetRecordLock(int fd, int command, short type, off_t start, short whence, off_t length,
+                         OnDeadlock on_deadlock) {
+    constexpr useconds_t kDeadlockPauseUs = 1000;
+    struct flock request = {};
+    request.l_type = type;
+    request.l_whence = whence;
+    request.l_start = start;
+    request.l_len = length;
+    for (;;) {
+        const int result = fcntl(fd, command, &request);
+        if (result >= 0 || command != F_SETLKW)
+            return result;
+        if (errno == EDEADLK && on_deadlock == OnDeadlock::kRepeat)
+            (void) usleep(kDeadlockPauseUs);
+        else if (errno != EINTR)
+            return result;
+    }
+}
+
+// The POSIX write lock on a whole file, however long it grows. It belongs to the process: it does
+// not exclude other threads, and closing any descriptor of the file drops it. So declare it after
+// the descriptor's owner, and keep a mutex outside it.
+class RecordLock {
+  public:
+    explicit RecordLock(int fd) : fd_(fd) {}
+    ~RecordLock() {
+        const ErrnoSaver keep;
+        (void) release();
+    }
+    RecordLock(const RecordLock&) = delete;
+    RecordLock& operator=(const RecordLock&) = delete;
+
+    [[nodiscard]] bool acquire() {
+        held_ = SetRecordLock(fd_, F_SETLKW, F_WRLCK, 0, SEEK_SET, 0, OnDeadlock::kRepeat) >= 0;
+        return held_;
+    }
+    bool release() {
+        return !std::exchange(held_, false) ||
+               SetRecordLock(fd_, F_SETLK, F_UNLCK, 0, SEEK_SET, 0, OnDeadlock::kFail) >= 0;
+    }
+
+  private:
+    const int fd_;
+    bool held_ = false;
+};
+
+// The flock of an open file. It is given back by LOCK_UN, not by close alone: a child forked
+// meanwhile shares the open file and would keep it locked.
+class FlockGuard {
+  public:
+    explicit FlockGuard(int fd) : fd_(fd) {}
+    ~FlockGuard() { release(); }
+    FlockGuard(const FlockGuard&) = delete;
+    FlockGuard& operator=(const FlockGuard&) = delete;
+
+    [[nodiscard]] bool acquire() {
+        int result;
+        do {
+            result = flock(fd_, LOCK_EX);
+        } while (result < 0 && errno == EINTR);
+        held_ = result == 0;
+        return held_;
+    }
+    void release() {
+        const ErrnoSaver keep;
+        if (std::exchange(held_, false))
+            (void) flock(fd_, LOCK_UN);
+    }
+
+  private:
+    const int fd_;
+    bool held_ = false;
+};
+
+class MutexGuard {
+  public:
+    explicit MutexGuard(pthread_mutex_t& mutex)
+        : mutex_(mutex), error_(pthread_mutex_lock(&mutex)), held_(error_ == 0) {}
+    ~MutexGuard() { (void) release(); }
+    MutexGuard(const MutexGuard&) = delete;
+    MutexGuard& operator=(const MutexGuard&) = delete;
+
+    // What pthread_mutex_lock returned: 0 when the mutex is held.
+    int error() const { return error_; }
+    // What pthread_mutex_unlock returns; 0 when there is nothing left to release.
+    int release() { return std::exchange(held_, false) ? pthread_mutex_unlock(&mutex_) : 0; }
+
+  private:
+    pthread_mutex_t& mutex_;
+    const int error_;
+    bool held_;
+};
+
+}  // namespace korx

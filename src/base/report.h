@@ -1,0 +1,81 @@
+// How every room reports: one line at the point of failure, then the code goes up. Declared here
+// and implemented in the log room, so that no room below it includes it.
+#pragma once
+
+#include <stdarg.h>
+#include <stdint.h>
+
+namespace korx {
+
+constexpr uint32_t kLevelDebug = 0;
+constexpr uint32_t kLevelInfo = 1;
+constexpr uint32_t kLevelWarning = 2;
+constexpr uint32_t kLevelErr = 3;
+
+// One line of the diagnostic log. Keeps errno.
+[[gnu::format(printf, 2, 0)]] void LogV(uint32_t level, const char* format, va_list args);
+
+// One line of the system log at LOG_ERR. Keeps errno.
+[[gnu::format(printf, 1, 0)]] void SysLogV(const char* format, va_list args);
+
+[[gnu::format(printf, 2, 3)]] inline void Log(uint32_t level, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    LogV(level, format, args);
+    va_end(args);
+}
+
+[[gnu::format(printf, 1, 2)]] inline void SysLog(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    SysLogV(format, args);
+    va_end(args);
+}
+
+// Report a failure at ERR and hand its code back.
+template <typename Code>
+[[gnu::format(printf, 2, 3)]] Code Fail(Code code, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    LogV(kLevelErr, format, args);
+    va_end(args);
+    return code;
+}
+
+// The same at WARNING.
+template <typename Code>
+[[gnu::format(printf, 2, 3)]] Code Warn(Code code, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    LogV(kLevelWarning, format, args);
+    va_end(args);
+    return code;
+}
+
+// The same into the system log: for the writers of the logs themselves.
+template <typename Code>
+[[gnu::format(printf, 2, 3)]] Code SysFail(Code code, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    SysLogV(format, args);
+    va_end(args);
+    return code;
+}
+
+// Marks the thread as being inside a log writer. A line raised there must not enter the file road
+// again: it would recurse, or wait for a lock that the thread holds. It goes to the system log.
+class LogScope {
+  public:
+    LogScope() { ++depth_; }
+    ~LogScope() { --depth_; }
+    LogScope(const LogScope&) = delete;
+    LogScope& operator=(const LogScope&) = delete;
+
+    static bool inside() { return depth_ != 0; }
+
+  private:
+    // Initial-exec: reading it must not allocate, a crash dump does so from a signal handler.
+    [[gnu::tls_model("initial-exec")]] static constinit thread_local uint32_t depth_;
+};
+
+}  // namespace korx
