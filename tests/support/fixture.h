@@ -1,0 +1,78 @@
+// What most tests stand on: a directory of their own to work in, and the ear at the system log.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/types.h>
+
+#include <iosfwd>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace korx::test {
+
+void WriteFile(const std::string& path, std::string_view content);
+std::string ReadFile(const std::string& path);  // empty when there is none
+mode_t Mode(const std::string& path);           // permission bits; 0 when there is none
+void MakeDirs(const std::string& path);
+bool Exists(const std::string& path);  // a dangling link exists
+
+// A fresh directory below /tmp, the working directory while it lasts and removed with it. Its name
+// has no symbolic links in it.
+class TempTree {
+  public:
+    TempTree();
+    ~TempTree();
+    TempTree(const TempTree&) = delete;
+    TempTree& operator=(const TempTree&) = delete;
+
+    const std::string& root() const { return root_; }
+    std::string path(std::string_view name) const { return root_ + "/" + std::string(name); }
+
+  private:
+    std::string root_;
+    std::string back_;
+};
+
+struct SyslogLine {
+    int priority;      // LOG_ERR and so on, without the facility
+    std::string text;  // exactly as given to syslog, with a trailing newline if there was one
+
+    bool operator==(const SyslogLine&) const = default;
+};
+std::ostream& operator<<(std::ostream& out, const SyslogLine& line);
+
+// Stands in for the system log daemon at /dev/log. Lines of forked children arrive too, in the
+// parent's tap: a child's own copy stays as it was at the fork.
+class SyslogTap {
+  public:
+    SyslogTap();
+    ~SyslogTap();
+    SyslogTap(const SyslogTap&) = delete;
+    SyslogTap& operator=(const SyslogTap&) = delete;
+
+    std::vector<SyslogLine> lines();   // all so far
+    std::vector<std::string> texts();  // the same without the priorities
+    void clear();
+
+  private:
+    static void* Run(void* self);
+    void drain();  // the caller holds mutex_
+    void add(std::string_view datagram);
+    bool in_owner() const;
+
+    int fd_ = -1;
+    int stop_[2] = {-1, -1};
+    pid_t owner_ = 0;
+    pthread_t thread_ = {};
+    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+    std::vector<SyslogLine> lines_;
+};
+
+struct RoomTest : ::testing::Test {
+    TempTree tree;
+    SyslogTap syslog;
+};
+
+}  // namespace korx::test

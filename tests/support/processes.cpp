@@ -1,0 +1,55 @@
+#include "support/processes.h"
+
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "support/faults.h"
+
+namespace korx::test {
+namespace {
+
+[[noreturn]] void RunBody(int index, const std::function<int(int)>& body) {
+    const int status = body(index);
+    const Untapped untapped;
+    fflush(nullptr);  // _exit does not, and a failed expectation has been printed
+    _exit(status == 0 && ::testing::Test::HasFailure() ? kExpectationFailed : status);
+}
+
+int Await(pid_t child) {
+    const Untapped untapped;
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+}  // namespace
+
+int RunChildrenIndexed(int n, const std::function<int(int)>& body) {
+    std::vector<pid_t> children;
+    {
+        const Untapped untapped;
+        fflush(nullptr);  // or every child prints what the parent has buffered
+    }
+    for (int index = 0; index < n; ++index) {
+        const pid_t child = fork();
+        if (child == 0)
+            RunBody(index, body);
+        EXPECT_GT(child, 0) << "fork failed";
+        if (child > 0)
+            children.push_back(child);
+    }
+    int first_failure = int(children.size()) == n ? 0 : kExpectationFailed;
+    for (const pid_t child : children) {
+        const int status = Await(child);
+        if (first_failure == 0)
+            first_failure = status;
+    }
+    return first_failure;
+}
+
+}  // namespace korx::test

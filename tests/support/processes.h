@@ -1,0 +1,28 @@
+// Tests of what happens between processes.
+#pragma once
+
+#include <functional>
+
+namespace korx::test {
+
+// Forks n children that run body(index), waits for all of them and returns 0 when each returned 0,
+// else the first other exit status; 128 + signal for a killed one. A failed expectation inside a
+// child makes its status kExpectationFailed.
+constexpr int kExpectationFailed = 98;
+int RunChildrenIndexed(int n, const std::function<int(int)>& body);
+
+template <typename Body>
+int RunChildren(int n, Body body) {
+    if constexpr (std::is_invocable_v<Body, int>)
+        return RunChildrenIndexed(n, body);
+    else
+        return RunChildrenIndexed(n, [&](int) { return body(); });
+}
+
+// Runs body in a forked child and returns its exit status, as above.
+template <typename Body>
+int RunChild(Body body) {
+    return RunChildren(1, [&] { return body(); });
+}
+
+}  // namespace korx::test
