@@ -1,0 +1,143 @@
+// Paths as texts, and the directories along one. Nothing here resolves a path: a name is only read.
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "base/bounded.h"
+#include "base/codes.h"
+#include "base/report.h"
+#include "base/text.h"
+#include "korx/str.h"
+
+namespace korx {
+namespace {
+
+constexpr size_t kPathSize = 512;
+
+bool IsSeparator(char c) {
+    return c == '/' || c == '\\';
+}
+
+// The part behind the last separator, which may be all of the path or nothing.
+const char* NamePart(const char* path) {
+    const char* name = path + strlen(path);
+    while (name > path && !IsSeparator(name[-1]))
+        --name;
+    return name;
+}
+
+// Only a whole component counts: "/..x" and "/..." are ordinary names.
+bool IsParentReference(const char* text) {
+    return strncmp(text, "/..", 3) == 0 && (text[3] == '/' || text[3] == '\0');
+}
+
+void MoveText(char* to, const char* from) {
+    memmove(to, from, strlen(from) + 1);
+}
+
+void ClearText(char* buffer, uint32_t size) {
+    if (buffer != nullptr && size != 0)
+        buffer[0] = '\0';
+}
+
+}  // namespace
+}  // namespace korx
+
+using namespace korx;
+
+void ORX_EnSureExistPathSep(char* path, uint32_t size) {
+    if (path == nullptr || path[0] == '\0')
+        return;
+    if (IsSeparator(path[strlen(path) - 1]))
+        return;
+    if (const int code = strncat_s(path, size, "/", 1); code != 0)
+        Log(kLevelErr, "str cat pszFileName unsuccessfully.return value is %d", code);
+}
+
+uint32_t ORX_SplitPathFileName(const char* path, char* directory, uint32_t directory_size,
+                               char* name, uint32_t name_size) {
+    if (path == nullptr)
+        return 0;
+    ClearText(directory, directory_size);
+    ClearText(name, name_size);
+    if (path[0] == '\0')
+        return 0;
+
+    const char* const name_part = NamePart(path);
+    const auto directory_length = static_cast<size_t>(name_part - path);
+    const size_t name_length = strlen(name_part);
+
+    // Without a separator this copies nothing, and still refuses a buffer of no size.
+    if (directory != nullptr) {
+        const int code = strncpy_s(directory, directory_size, path, directory_length);
+        if (code != 0)
+            return Fail(0u, "nRet=%d.Copy string FileName:%s unsuccessfully, FileNameLen=%d.", code,
+                        path, static_cast<int>(directory_length));
+    }
+    if (name == nullptr)
+        return 1;
+    const int code = strncpy_s(name, name_size, name_part, name_length);
+    if (code != 0 && directory_length == 0)
+        return Fail(0u, "nRet=%d.Copy FileName:%s unsuccessfully, FileNameLen=%d.", code, path,
+                    static_cast<int>(name_length));
+    if (code != 0)
+        return Fail(
+            0u, "nRet=%d.Strncpy FileName unsuccessfully.FileName=%s, FileNameLen=%d, bufflen=%u.",
+            code, name_part, static_cast<int>(name_length), name_size);
+    if (directory_length == 0)
+        name[name_size - 1] = '\0';
+    return 1;
+}
+
+uint32_t ORX_FindPreGangStr(const char* text, uint32_t position) {
+    while (position > 0) {
+        --position;
+        if (text[position] == '/')
+            return position;
+    }
+    return 0;
+}
+
+void ORX_CutPathStr(char* path) {
+    uint32_t i = 0;
+    while (path[i] != '\0') {
+        if (path[i] == '/' && path[i + 1] == '/') {
+            MoveText(path + i, path + i + 1);
+        } else if (IsParentReference(path + i)) {
+            // Scanning goes on at the parent's slash: the text moved there may start with another
+            // reference.
+            const uint32_t parent = ORX_FindPreGangStr(path, i);
+            MoveText(path + parent, path + i + 3);
+            i = parent;
+        } else {
+            ++i;
+        }
+    }
+}
+
+// The diagnostic log's writer makes its own directory with this, hence the system log.
+uint32_t ORX_MkDir(const char* path, uint32_t mode) {
+    const size_t length = strlen(path);
+    if (length >= kPathSize)
+        return SysFail(kInvalidParam, "The path name length of %s is %u and is invalid. ", path,
+                       static_cast<uint32_t>(length));
+    if (path[0] != '/')
+        return SysFail(kInvalidParam, "The path name %s is invalid,it should be full path. ", path);
+    FixedText<kPathSize> text;
+    if (!text.format("%s", path))
+        return SysFail(kFailed, "Print pcPathname unsuccessfully.pcPathname=%s ", path);
+
+    // A directory that another process makes meanwhile is as good as ours.
+    char* const buffer = text.data();
+    for (size_t i = 1; i <= length; ++i) {
+        const char c = buffer[i];
+        if (c != '/' && c != '\0')
+            continue;
+        buffer[i] = '\0';
+        if (mkdir(buffer, mode) != 0 && errno != EEXIST)
+            return SysFail(kCreateDirFailed, "Create %s directory unsuccessfully as %d. ", buffer,
+                           errno);
+        buffer[i] = c;
+    }
+    return kOk;
+}
