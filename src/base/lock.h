@@ -46,7 +46,8 @@ class RecordLock {
     explicit RecordLock(int fd) : fd_(fd) {}
     ~RecordLock() {
         const ErrnoSaver keep;
-        (void) release();
+        if (held_)
+            (void) release();
     }
     RecordLock(const RecordLock&) = delete;
     RecordLock& operator=(const RecordLock&) = delete;
@@ -55,9 +56,10 @@ class RecordLock {
         held_ = SetRecordLock(fd_, F_SETLKW, F_WRLCK, 0, SEEK_SET, 0, OnDeadlock::kRepeat) >= 0;
         return held_;
     }
+    // Asks for the release even where the lock was not granted and the work went on without it.
     bool release() {
-        return !std::exchange(held_, false) ||
-               SetRecordLock(fd_, F_SETLK, F_UNLCK, 0, SEEK_SET, 0, OnDeadlock::kFail) >= 0;
+        held_ = false;
+        return SetRecordLock(fd_, F_SETLK, F_UNLCK, 0, SEEK_SET, 0, OnDeadlock::kFail) >= 0;
     }
 
   private:

@@ -159,8 +159,7 @@ uint32_t ReportAppend(int fd, const Append& append) {
 }
 
 uint32_t ResolveLogPath(const char* path, FixedText<kPathSize>* absolute) {
-    const uint32_t code =
-        ORX_GetAbsolutePathAndFileName(path, absolute->data(), absolute->size());
+    const uint32_t code = ORX_GetAbsolutePathAndFileName(path, absolute->data(), absolute->size());
     if (code != kOk)
         return SysFail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", path, code);
     return kOk;
@@ -226,9 +225,9 @@ void LogV(uint32_t level, const char* format, va_list args) {
         return;
 
     const LogScope writing;
-    const int length = snprintf_s(line.get(), kLineSize, kMaxLine, "%s [ProcID:%d|%u|%s] : %s",
-                                  now.c_str(), getpid(), g_stLogInfo.uiModuleId,
-                                  kLevels[level].name, message.get());
+    const int length =
+        snprintf_s(line.get(), kLineSize, kMaxLine, "%s [ProcID:%d|%u|%s] : %s", now.c_str(),
+                   getpid(), g_stLogInfo.uiModuleId, kLevels[level].name, message.get());
     if (length < 0)
         return SysLog("Print ORX_LOG_FMT unsuccessfully.");
     FixedText<1023> path;
@@ -300,8 +299,7 @@ uint32_t ORX_CreateLogfile(const char* directory, const char* name) {
     FixedText<kPathSize> absolute;
     if (ResolveLogPath(path.c_str(), &absolute) != kOk)
         return kFailed;
-    const UniqueFd fd(
-        open(absolute.c_str(), O_RDWR | O_CREAT | O_SYNC | O_CLOEXEC, kLogFileMode));
+    const UniqueFd fd(open(absolute.c_str(), O_RDWR | O_CREAT | O_SYNC | O_CLOEXEC, kLogFileMode));
     if (!fd)
         return SysFail(kFailed, "Open %s unsuccessfully, errno=%d.", path.c_str(), errno);
 
@@ -323,8 +321,7 @@ uint32_t ORX_WriteLogfile(const char* path, uint32_t limit, const char* text) {
     FixedText<kPathSize> absolute;
     if (ResolveLogPath(path, &absolute) != kOk)
         return kFailed;
-    const UniqueFd fd(
-        open(absolute.c_str(), O_RDWR | O_CREAT | O_SYNC | O_CLOEXEC, kLogFileMode));
+    const UniqueFd fd(open(absolute.c_str(), O_RDWR | O_CREAT | O_SYNC | O_CLOEXEC, kLogFileMode));
     if (!fd)
         return SysFail(kFailed, "Open [%s] unsuccessfully, errno=%d.", path, errno);
 
@@ -336,4 +333,6 @@ uint32_t ORX_WriteLogfile(const char* path, uint32_t limit, const char* text) {
     return ReportAppend(fd.get(), append);
 }
 
-uint32_t ORX_IsCrcClosed() { return g_pcORXCrcEnv != nullptr ? 1 : 0; }
+uint32_t ORX_IsCrcClosed() {
+    return g_pcORXCrcEnv != nullptr ? 1 : 0;
+}

@@ -1,0 +1,168 @@
+// The platform's log and data directories, from its base configuration or the defaults.
+//
+// The two directories are worked out in locals and stored at the end: the profile reader and the
+// link repair report through the diagnostic log, and a process that reads g_stPtnPath meanwhile
+// sees a whole path or none.
+#include "korx/path.h"
+
+#include <stddef.h>
+#include <string.h>
+
+#include "base/codes.h"
+#include "base/report.h"
+#include "base/text.h"
+#include "korx/fs.h"
+#include "korx/ini.h"
+#include "korx/str.h"
+
+static_assert(sizeof(KORX_PtnPath) == 512);
+static_assert(offsetof(KORX_PtnPath, acLogPath) == 0);
+static_assert(offsetof(KORX_PtnPath, acDataPath) == 256);
+
+constinit KORX_PtnPath g_stPtnPath = {};
+
+namespace korx {
+namespace {
+
+constexpr char kConfFile[] = "/etc/base.d/base.conf";
+constexpr char kPathSection[] = "[PATH]";
+constexpr char kBaseDir[] = "/opt/veltra/quarn/common";
+constexpr char kTmpDir[] = "/opt/veltra/quarn/common/tmp";
+constexpr char kLocalDataFile[] = "korx_local_data.ini";
+constexpr char kLogLinkTarget[] = "/opt/tarnos/var/log";
+constexpr size_t kPathSize = sizeof g_stPtnPath.acLogPath;
+
+using PathText = FixedText<kPathSize>;
+
+bool DefaultPath(const char* name, PathText* path) {
+    return path->format("%s/%s", kBaseDir, name);
+}
+
+// What could not be made leaves the path that is in force.
+void Store(const PathText& path, char (&field)[kPathSize]) {
+    if (!path.empty())
+        (void) strncpy_s(field, kPathSize, path.c_str(), kPathSize - 1);
+}
+
+bool IsConfigured(uint32_t read, const PathText& value) {
+    return read == kOk && value.c_str()[0] == '/';
+}
+
+void RepairLogLink(const PathText& path) {
+    if (!path.empty())
+        KORX_CreateLinkFileForPath(path.c_str(), kPathSize);
+}
+
+void UseDefaults() {
+    PathText log;
+    if (!DefaultPath("log", &log))
+        Log(kLevelErr, "snprintf_s log path unsuccessfully.");
+    RepairLogLink(log);
+    PathText data;
+    if (!DefaultPath("data", &data))
+        Log(kLevelErr, "snprintf_s data path unsuccessfully.");
+    Store(log, g_stPtnPath.acLogPath);
+    Store(data, g_stPtnPath.acDataPath);
+}
+
+uint32_t ReadKey(const char* key, PathText* value) {
+    const uint32_t read = KORX_IniGetValue(kConfFile, kPathSection, key, value->data(), kPathSize);
+    (void) ORX_Trim(value->data(), kPathSize);
+    return read;
+}
+
+uint32_t CopyPath(const char* path, char* buffer, uint32_t size) {
+    const size_t length = strlen(path);
+    (void) strncpy_s(buffer, size, path, length);
+    buffer[length] = '\0';
+    ORX_CutPathStr(buffer);
+    return kOk;
+}
+
+void ParseOnFirstUse() {
+    if (KORX_IsPathInit() == 0)
+        KORX_ParsePathConf();
+}
+
+}  // namespace
+}  // namespace korx
+
+using namespace korx;
+
+void KORX_ParsePathConf(void) {
+    if (KORX_IsFileExist(kConfFile) == 0)
+        return UseDefaults();
+
+    PathText log;
+    const uint32_t log_read = ReadKey("LOG_PATH", &log);
+    Log(kLevelInfo, "Get log path in %s, log_path=[%s].", kConfFile, log.c_str());
+    if (!IsConfigured(log_read, log)) {
+        if (!DefaultPath("log", &log))
+            Log(kLevelErr, "snprintf_s log path:%s unsuccessfully.", kBaseDir);
+        RepairLogLink(log);
+    }
+
+    PathText data;
+    const uint32_t data_read = ReadKey("DATA_PATH", &data);
+    Log(kLevelInfo, "Get data path in %s, data_path=[%s].", kConfFile, data.c_str());
+    if (!IsConfigured(data_read, data) && !DefaultPath("data", &data))
+        Log(kLevelErr, "snprintf_s data path:%s unsuccessfully.", kBaseDir);
+
+    Store(log, g_stPtnPath.acLogPath);
+    Store(data, g_stPtnPath.acDataPath);
+    Log(kLevelInfo, "Log path is [%s], data path is [%s].", g_stPtnPath.acLogPath,
+        g_stPtnPath.acDataPath);
+}
+
+uint32_t KORX_IsPathInit(void) {
+    return g_stPtnPath.acLogPath[0] != '\0' || g_stPtnPath.acDataPath[0] != '\0' ? 1 : 0;
+}
+
+uint32_t KORX_GetLogPath(char* buffer, uint32_t size) {
+    if (buffer == nullptr)
+        return Fail(kNullOutput, "Input LogPath is null.");
+    ParseOnFirstUse();
+    if (strlen(g_stPtnPath.acLogPath) >= size)
+        return Fail(kBufferTooShort, "LogPath buffer len is too short, BufLen=%u, LogPath=[%s].",
+                    size, g_stPtnPath.acLogPath);
+    return CopyPath(g_stPtnPath.acLogPath, buffer, size);
+}
+
+uint32_t KORX_GetDataPath(char* buffer, uint32_t size) {
+    if (buffer == nullptr)
+        return Fail(kNullOutput, "Input DataPath is null.");
+    ParseOnFirstUse();
+    if (strlen(g_stPtnPath.acDataPath) >= size)
+        return Fail(kBufferTooShort,
+                    "ComDataPath buffer len is too short, BufLen=%u, DataPath=[%s].", size,
+                    g_stPtnPath.acDataPath);
+    return CopyPath(g_stPtnPath.acDataPath, buffer, size);
+}
+
+uint32_t KORX_GetCommTmpPath(char* buffer, uint32_t size) {
+    if (snprintf_s(buffer, size, size - 1, "%s", kTmpDir) < 0)
+        return Fail(kFailed, "Get CommTmpPath unsuccessfully.");
+    return kOk;
+}
+
+uint32_t KORX_GetLocalDataFileFullPath(char* buffer, uint32_t size) {
+    PathText directory;
+    if (!directory.format("%s", kTmpDir))
+        Log(kLevelErr, "Get CommTmpPath unsuccessfully.");
+    if (snprintf_s(buffer, size, size - 1, "%s/%s", directory.c_str(), kLocalDataFile) < 0)
+        return Fail(kFailed, "Get LocalDataFileFullPath unsuccessfully, commTmpPath=%s.",
+                    directory.c_str());
+    return kOk;
+}
+
+void KORX_CreateLinkFileForPath(const char* path, uint32_t size) {
+    if (KORX_IsFileLinkRight(kLogLinkTarget, path, size) == 0)
+        return Log(kLevelInfo, "Log path is link right.");
+    if (ORX_IsSymLink(path, size) == 0)
+        return Log(kLevelWarning, "File: %s is not link.", path);
+
+    (void) KORX_DelFile(path, size);
+    const uint32_t linked = KORX_LinkFile(kLogLinkTarget, strlen(kLogLinkTarget), path, size);
+    if (linked != kOk)
+        Log(kLevelWarning, "Log path link unsuccessfully. ret=%u", linked);
+}

@@ -1,0 +1,132 @@
+// The process logs: a plain text file for each process of the component. A file that has reached
+// its limit is written again from its beginning; each process keeps its own position in it.
+//
+// Lock order: the slot's mutex, then the file lock.
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/lock.h"
+#include "base/report.h"
+#include "korx/path.h"
+#include "korx/plog.h"
+#include "plog/components.h"
+#include "plog/record.h"
+#include "plog/reopen.h"
+
+namespace korx {
+namespace {
+
+constexpr uint32_t kDefaultSize = 262144;
+
+constinit pthread_mutex_t slot_mutexes[kComponentCount] = {
+    PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER,
+    PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER};
+
+[[gnu::format(printf, 2, 0)]] uint32_t AppendLine(const char* process_name, const char* format,
+                                                  va_list args) {
+    const LogScope writing;
+    const uint32_t slot = ORX_PLOG_GetCompType(process_name);
+    if (slot >= kComponentCount)
+        return DbgFail(kRecordFailed, "PLOG GetLogInfo, get comp type unsuccessfully.");
+
+    const LOG_INFO_S& info = g_stPLogInfo[slot];
+    const MutexGuard threads(slot_mutexes[slot]);
+    if (threads.error() != 0)
+        return kRecordFailed;
+    if (OpenAtEnd(info.acFileName, &g_iPLogFileFd[slot]) != kOk)
+        return kRecordFailed;
+    Record record;
+    if (!record.assemble(format, args))
+        return kRecordFailed;
+    return PLOG_Buff2File(g_iPLogFileFd[slot], record.text(), record.length(), info.uiMaxSize);
+}
+
+}  // namespace
+}  // namespace korx
+
+using namespace korx;
+
+void KORX_PLogInit(uint32_t, const char* process_name, uint32_t max_size) {
+    FixedText<256> directory;
+    if (KORX_GetLogPath(directory.data(), directory.size()) != kOk)
+        return DBG_SysLog(LOG_ERR, "KORX PLogInit, get log path unsuccessfully.");
+    const uint32_t slot = ORX_PLOG_GetCompType(process_name);
+    if (slot >= kComponentCount)
+        return DBG_SysLog(LOG_ERR, "KORX PLogInit, get comp type unsuccessfully.");
+
+    LOG_INFO_S& info = g_stPLogInfo[slot];
+    constexpr size_t kNameSize = sizeof info.acFileName;
+    const int named = directory.empty() ? snprintf_s(info.acFileName, kNameSize, kNameSize - 1,
+                                                     "../../common/log/%s.log", process_name)
+                                        : snprintf_s(info.acFileName, kNameSize, kNameSize - 1,
+                                                     "%s/%s.log", directory.c_str(), process_name);
+    if (named < 0)
+        return DBG_SysLog(LOG_ERR, "Get private log unsuccessfully, log path:%s proc name:%s.",
+                          directory.c_str(), process_name);
+    info.uiMaxSize = max_size == 0 ? kDefaultSize : max_size;
+}
+
+uint32_t KORX_PLog(uint32_t level, uint32_t m_value, uint32_t value, const char* format, ...) {
+    MessageText message;
+    va_list args;
+    va_start(args, format);
+    const bool fits = message.vformat(format, args);
+    va_end(args);
+    if (!fits)
+        return kRecordFailed;
+    FixedText<16> process;  // stays empty, and is then refused, when no log is configured
+    (void) ORX_PLOG_GetProcName(process.data(), process.size());
+    return PLOG_LogFile(process.c_str(), "[%s][L:%u M:%u][%u]%s\n", LevelName(level),
+                        g_uiOrxLocationId, m_value, value, message.c_str());
+}
+
+uint32_t KORX_PLogByProcName(uint32_t level, const char* process_name, uint32_t m_value,
+                             uint32_t value, const char* format, ...) {
+    MessageText message;
+    va_list args;
+    va_start(args, format);
+    const bool fits = message.vformat(format, args);
+    va_end(args);
+    if (!fits)
+        return kRecordFailed;
+    return PLOG_LogFile(process_name, "[L:%u M:%u][%s][%u]%s\n", g_uiOrxLocationId, m_value,
+                        LevelName(level), value, message.c_str());
+}
+
+uint32_t PLOG_LogFile(const char* process_name, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const uint32_t result = AppendLine(process_name, format, args);
+    va_end(args);
+    return result;
+}
+
+uint32_t PLOG_Buff2File(int fd, const void* record, uint32_t length, uint32_t limit) {
+    RecordLock lock(fd);
+    if (!lock.acquire())
+        DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
+    (void) PLOG_CheckAndTruncate(fd, length, limit);
+    (void) LOG_Write(fd, length, record);
+    if (!lock.release())
+        DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
+    return kOk;
+}
+
+uint32_t PLOG_CheckAndTruncate(int fd, uint32_t length, uint32_t limit) {
+    struct stat st;
+    if (fstat(fd, &st) < 0 || static_cast<int32_t>(st.st_size) < 0)
+        return kRecordFailed;
+    const off_t position = lseek(fd, 0, SEEK_CUR);
+    const bool reaches_limit = position + off_t{length} > off_t{limit};
+    if (position <= st.st_size && !reaches_limit)
+        return kOk;
+
+    // A position beyond the end of a file that somebody cut needs no cut of its own.
+    if (reaches_limit && ftruncate(fd, limit) < 0)
+        return DbgFail(kRecordFailed, "PLOG ftruncate unsuccessfully, err: %d.", errno);
+    if (lseek(fd, 0, SEEK_SET) < 0)
+        return DbgFail(kRecordFailed, "PLOG lseek unsuccessfully, err: %d.", errno);
+    return kOk;
+}

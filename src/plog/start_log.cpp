@@ -1,0 +1,260 @@
+// The start log: four sections of one file, each a ring of its own, with their cursors in a header
+// file beside it.
+//
+// Lock order: the mutex of this process's threads, the header file's lock, the log file's lock.
+#include <errno.h>
+#include <stddef.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "base/lock.h"
+#include "base/report.h"
+#include "korx/plog.h"
+#include "plog/record.h"
+#include "plog/reopen.h"
+
+static_assert(sizeof(STLOG_SEC_S) == 16);
+static_assert(offsetof(STLOG_SEC_S, uiMarker) == 0);
+static_assert(offsetof(STLOG_SEC_S, uiStart) == 4);
+static_assert(offsetof(STLOG_SEC_S, uiEnd) == 8);
+static_assert(offsetof(STLOG_SEC_S, uiCur) == 12);
+static_assert(sizeof(STLOG_HDR_S) == 76);
+static_assert(offsetof(STLOG_HDR_S, uiFlag) == 0);
+static_assert(offsetof(STLOG_HDR_S, uiMagic) == 4);
+static_assert(offsetof(STLOG_HDR_S, uiVersion) == 8);
+static_assert(offsetof(STLOG_HDR_S, astSec) == 12);
+
+namespace korx {
+namespace {
+
+constexpr uint32_t kSeekFailed = 8;
+constexpr uint32_t kCutFailed = 9;
+constexpr uint32_t kShortHeader = 11;
+
+constexpr uint32_t kStartLogId = 0x37741005;
+constexpr uint32_t kFileEnd = 258048;
+constexpr uint32_t kSectionCount = 4;
+constexpr uint32_t kRecordRoom = 600;  // a cursor with less room left goes back to the start
+constexpr uint32_t kMaxBlanks = 600;
+
+constexpr char kSeparator[] = "\n==============================\n";
+constexpr uint32_t kSeparatorLength = sizeof kSeparator - 1;
+static_assert(kSeparatorLength == 32);
+
+constexpr const char* kModules[] = {"FRAME", "PATCH", "CFL", "DBG"};
+constexpr STLOG_HDR_S kDefaults = {
+    .uiFlag = 1,
+    .uiMagic = 0xDEADBEAF,
+    .uiVersion = 2,
+    .astSec = {{0xFFFFFFFF, 109, 8301, 109},
+               {0x11111111, 8334, 41102, 8334},
+               {0x22222222, 41135, 106671, 41135},
+               {0x55555555, 106704, kFileEnd, 106704}},
+};
+
+constinit pthread_mutex_t start_log_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+bool IsUsable(const STLOG_SEC_S& section) {
+    return section.uiStart > 0 && section.uiStart <= section.uiCur &&
+           section.uiCur <= section.uiEnd && section.uiEnd <= kFileEnd &&
+           section.uiEnd - section.uiStart >= kRecordRoom;
+}
+
+bool Overlap(const STLOG_SEC_S& a, const STLOG_SEC_S& b) {
+    return a.uiStart < b.uiEnd && b.uiStart < a.uiEnd;
+}
+
+// A header that leads outside the file or lets one section write over another is as bad as one of
+// another version.
+bool HasUsableSections(const STLOG_HDR_S& header) {
+    for (uint32_t i = 0; i < kSectionCount; ++i) {
+        if (!IsUsable(header.astSec[i]))
+            return false;
+        for (uint32_t other = 0; other < i; ++other) {
+            if (Overlap(header.astSec[i], header.astSec[other]))
+                return false;
+        }
+    }
+    return true;
+}
+
+uint32_t ResetLogFile() {
+    if (lseek(g_iSTLogFileFd, 0, SEEK_SET) < 0)
+        return kSeekFailed;
+    if (ftruncate(g_iSTLogFileFd, 0) < 0)
+        return kCutFailed;
+    STLOG_LogSeperatorInit(&kDefaults);
+    return kOk;
+}
+
+void Lock(RecordLock* lock) {
+    if (!lock->acquire())
+        DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
+}
+
+void Unlock(RecordLock* lock) {
+    if (!lock->release())
+        DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
+}
+
+// The header's lock also keeps two processes from making the log file at once.
+uint32_t OpenFiles() {
+    if (OpenAtEnd(g_acSTLogFileHeadName, &g_iSTLogFileHeadFd) != kOk)
+        return kRecordFailed;
+    RecordLock header_lock(g_iSTLogFileHeadFd);
+    Lock(&header_lock);
+    if (OpenAtEnd(g_acSTLogFileName, &g_iSTLogFileFd) != kOk)
+        return kRecordFailed;
+    Unlock(&header_lock);
+    return kOk;
+}
+
+// At least a record's room is left behind the cursor, so a record never leaves its section. A
+// failed write leaves the cursor where it is.
+uint32_t StoreLine(uint32_t index, const void* record, uint32_t length) {
+    if (index >= kSectionCount)
+        return kRecordFailed;
+    RecordLock header_lock(g_iSTLogFileHeadFd);
+    Lock(&header_lock);
+    RecordLock log_lock(g_iSTLogFileFd);
+    Lock(&log_lock);
+
+    STLOG_HDR_S header;
+    if (STLOG_LogHdrGet(index, &header) != kOk)
+        return kRecordFailed;
+    const int written = LOG_Write(g_iSTLogFileFd, length, record);
+    if (written > 0)
+        header.astSec[index].uiCur += static_cast<uint32_t>(written);
+    (void) STLOG_LogHdrPut(&header);
+
+    Unlock(&log_lock);
+    Unlock(&header_lock);
+    return kOk;
+}
+
+[[gnu::format(printf, 2, 0)]] uint32_t AppendLine(uint32_t index, const char* format,
+                                                  va_list args) {
+    if (index >= kSectionCount)
+        return kRecordFailed;
+    const LogScope writing;
+    const MutexGuard threads(start_log_mutex);
+    if (threads.error() != 0)
+        return kRecordFailed;
+    if (OpenFiles() != kOk)
+        return kRecordFailed;
+    Record record;
+    if (!record.assemble(format, args))
+        return kRecordFailed;
+    return StoreLine(index, record.text(), record.length());
+}
+
+}  // namespace
+}  // namespace korx
+
+using namespace korx;
+
+uint32_t KORX_STLog(uint32_t module, uint32_t level, uint32_t value, const char* format, ...) {
+    const LogScope writing;
+    MessageText message;
+    va_list args;
+    va_start(args, format);
+    const bool fits = message.vformat(format, args);
+    va_end(args);
+    if (!fits)
+        return kRecordFailed;
+
+    if (KORX_IsImLibInited() == 1) {
+        (void) KORX_ReportLogByImLib(kStartLogId, message.c_str());
+        return kOk;
+    }
+    FixedText<8> name;
+    (void) STLOG_GetMoudleBySecIndex(module, name.data(), name.size());
+    return STLOG_LogFile(module, "[%s][L:%u %s][%u]%s\n", LevelName(level), g_uiOrxLocationId,
+                         name.c_str(), value, message.c_str());
+}
+
+uint32_t STLOG_LogFile(uint32_t section, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const uint32_t result = AppendLine(section, format, args);
+    va_end(args);
+    return result;
+}
+
+uint32_t STLOG_CheckFileHandle(void) {
+    const LogScope writing;
+    const MutexGuard threads(start_log_mutex);
+    return threads.error() == 0 ? OpenFiles() : kRecordFailed;
+}
+
+uint32_t STLOG_LogBuff2File(uint32_t section, const void* record, uint32_t length) {
+    const LogScope writing;
+    const MutexGuard threads(start_log_mutex);
+    return threads.error() == 0 ? StoreLine(section, record, length) : kRecordFailed;
+}
+
+uint32_t STLOG_LogHdrGet(uint32_t section, STLOG_HDR_S* header) {
+    if (section >= kSectionCount || !IsOpen(g_iSTLogFileHeadFd) || !IsOpen(g_iSTLogFileFd))
+        return kSeekFailed;
+    if (lseek(g_iSTLogFileHeadFd, 0, SEEK_SET) < 0)
+        return kSeekFailed;
+    STLOG_LoghdrInit(header);
+
+    STLOG_HDR_S stored = {};
+    const ssize_t got = read(g_iSTLogFileHeadFd, &stored, sizeof stored);
+    if (got == 0)
+        STLOG_LogSeperatorInit(header);
+    const bool complete = got == ssize_t{sizeof stored} && HasUsableSections(stored);
+    if (!complete || STLOG_LogValidCheck(&stored, header) == 0) {
+        if (const uint32_t reset = ResetLogFile(); reset != kOk)
+            return reset;
+    }
+
+    STLOG_SEC_S& target = header->astSec[section];
+    if (target.uiCur + kRecordRoom > target.uiEnd)
+        target.uiCur = target.uiStart;
+    return lseek(g_iSTLogFileFd, off_t{target.uiCur}, SEEK_SET) < 0 ? kSeekFailed : kOk;
+}
+
+uint32_t STLOG_LogHdrPut(const STLOG_HDR_S* header) {
+    if (!IsOpen(g_iSTLogFileHeadFd) || lseek(g_iSTLogFileHeadFd, 0, SEEK_SET) < 0)
+        return kSeekFailed;
+    const int written = LOG_Write(g_iSTLogFileHeadFd, sizeof *header, header);
+    return written == int{sizeof *header} ? kOk : kShortHeader;
+}
+
+void STLOG_LoghdrInit(STLOG_HDR_S* header) {
+    *header = kDefaults;
+}
+
+uint32_t STLOG_LogValidCheck(const STLOG_HDR_S* read, STLOG_HDR_S* header) {
+    if (read->uiVersion != header->uiVersion || read->uiMagic != header->uiMagic)
+        return 0;
+    *header = *read;
+    return 1;
+}
+
+void STLOG_LogSeperatorInit(const STLOG_HDR_S* header) {
+    if (header == nullptr || !IsOpen(g_iSTLogFileFd))
+        return;
+    for (const STLOG_SEC_S& section : header->astSec) {
+        if (lseek(g_iSTLogFileFd, off_t{section.uiStart} - kSeparatorLength, SEEK_SET) >= 0)
+            (void) LOG_Write(g_iSTLogFileFd, kSeparatorLength, kSeparator);
+    }
+}
+
+int STLOG_LogCleanupEnding(uint32_t count) {
+    if (!IsOpen(g_iSTLogFileFd))
+        return -1;
+    char blanks[kMaxBlanks];
+    memset(blanks, ' ', sizeof blanks);
+    return LOG_Write(g_iSTLogFileFd, std::min(count, kMaxBlanks), blanks);
+}
+
+uint32_t STLOG_GetMoudleBySecIndex(uint32_t section, char* buffer, uint32_t size) {
+    const char* const name = section < kSectionCount ? kModules[section] : "DEFAULT";
+    return static_cast<uint32_t>(strncpy_s(buffer, size, name, strlen(name)));
+}
