@@ -1,0 +1,103 @@
+// Flat buffers of records: a 16-bit type, a 16-bit length and the value, in host byte order and
+// without gaps. Fields may lie at odd addresses, so they move as bytes.
+#include <stddef.h>
+#include <string.h>
+
+#include "base/bounded.h"
+#include "base/codes.h"
+#include "korx/container.h"
+
+namespace korx {
+namespace {
+
+constexpr int kLengthOffset = 2;
+constexpr int kHeaderSize = 4;
+constexpr uint16_t kMaxValue = INT16_MAX - kHeaderSize;
+constexpr uint32_t kTextFailed = 1;
+
+uint16_t LoadField(const uint8_t* field) {
+    uint16_t value;
+    memcpy(&value, field, sizeof value);
+    return value;
+}
+
+void StoreField(uint8_t* field, uint16_t value) {
+    memcpy(field, &value, sizeof value);
+}
+
+// Everything of a record but its type. A null value with a length is a failed copy.
+bool StoreValue(uint8_t* record, int16_t* remaining, uint16_t length, const void* value) {
+    if (record == nullptr || remaining == nullptr || length > kMaxValue)
+        return false;
+    const int record_size = kHeaderSize + length;
+    if (*remaining < record_size)
+        return false;
+
+    StoreField(record + kLengthOffset, length);
+    if (length != 0 && memcpy_s(record + kHeaderSize, length, value, length) != 0)
+        return false;
+    *remaining = static_cast<int16_t>(*remaining - record_size);
+    return true;
+}
+
+// The first record of the type, if it lies in the buffer as a whole; else null. A length over the
+// limit is always one that does not fit.
+const uint8_t* FindRecord(const void* buffer, int left, uint16_t type) {
+    if (buffer == nullptr)
+        return nullptr;
+    const auto* record = static_cast<const uint8_t*>(buffer);
+    while (left >= kHeaderSize) {
+        const int record_size = kHeaderSize + LoadField(record + kLengthOffset);
+        if (record_size > left)
+            return nullptr;
+        if (LoadField(record) == type)
+            return record;
+        record += record_size;
+        left -= record_size;
+    }
+    return nullptr;
+}
+
+}  // namespace
+}  // namespace korx
+
+using namespace korx;
+
+void* ORX_AppendTLV(void* position, int16_t* remaining, uint32_t type, uint16_t length,
+                    const void* value) {
+    auto* const record = static_cast<uint8_t*>(position);
+    if (!StoreValue(record, remaining, length, value))
+        return nullptr;
+    StoreField(record, static_cast<uint16_t>(type));
+    return record + kHeaderSize + length;
+}
+
+uint32_t ORX_SetValue(void* position, int16_t* remaining, uint16_t length, const void* value) {
+    return StoreValue(static_cast<uint8_t*>(position), remaining, length, value) ? kOk : kAllBits;
+}
+
+uint32_t ORX_GetVFromTLV(const void* buffer, int16_t buffer_length, uint16_t type, uint16_t* length,
+                         const void** value) {
+    if (length == nullptr || value == nullptr)
+        return kAllBits;
+    const uint8_t* const record = FindRecord(buffer, buffer_length, type);
+    if (record == nullptr)
+        return kAllBits;
+    *length = LoadField(record + kLengthOffset);
+    *value = record + kHeaderSize;
+    return kOk;
+}
+
+uint32_t ORX_GetStrByTlvType(uint16_t type, const void* buffer, int16_t buffer_length, char* text,
+                             uint32_t size) {
+    const uint8_t* const record = FindRecord(buffer, buffer_length, type);
+    if (record == nullptr || text == nullptr)
+        return kTextFailed;
+    const uint16_t length = LoadField(record + kLengthOffset);
+    if (length >= size)
+        return kTextFailed;
+    if (memcpy_s(text, size, record + kHeaderSize, length) != 0)
+        return kTextFailed;
+    text[length] = '\0';
+    return kOk;
+}
