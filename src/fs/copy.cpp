@@ -1,0 +1,329 @@
+// File copies.
+//
+// The safe copy writes to a temporary name beside the destination and renames. What it deletes on
+// the way, the old destination and a stale temporary file, must never be the source under another
+// name; that is settled before anything is deleted.
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/alloc.h"
+#include "base/bounded.h"
+#include "base/codes.h"
+#include "base/report.h"
+#include "base/text.h"
+#include "base/unique.h"
+#include "base/write_all.h"
+#include "korx/fs.h"
+
+namespace korx {
+namespace {
+
+constexpr size_t kStepSize = 4096;
+constexpr size_t kLargeStepSize = 65536;  // for files that are larger than it
+constexpr size_t kSourceSize = 512;
+constexpr size_t kPathSize = 256;
+constexpr size_t kNameSize = 128;
+constexpr mode_t kPermissionBits = 07777;
+constexpr mode_t kDirectoryMode = 0750;
+
+constexpr char kTemporarySuffix[] = ".orxtmp";
+
+constexpr unsigned kMaxLinks = 40;  // the kernel follows no more in one path
+
+constexpr unsigned kReadRetries = 30000;
+constexpr useconds_t kReadPauseUs = 10000;
+
+using Path = FixedText<kPathSize>;
+
+// Moves everything from one descriptor to the other through buffer. source and destination are the
+// names for the messages.
+uint32_t MoveData(int from, int to, char* buffer, size_t size, const char* source,
+                  const char* destination) {
+    for (;;) {
+        const ssize_t got = read(from, buffer, size);
+        if (got == 0)
+            return kOk;
+        if (got < 0)
+            return Fail(kFailed, "Read file [%s] unsuccessfully, errno:%d.", source, errno);
+        const ssize_t written = WriteAll(to, buffer, static_cast<size_t>(got));
+        if (written <= 0)
+            return Fail(kFailed, "Write file [%s] unsuccessfully, writeCnt [%d].", destination,
+                        static_cast<int>(written));
+    }
+}
+
+// A copy under way: its source is open.
+struct Copy {
+    const char* source;
+    const char* destination;
+    int from;
+    struct stat st;  // of the source
+    char* buffer;    // of kStepSize
+};
+
+uint32_t CopyInto(const Copy& copy, const char* resolved, int flags) {
+    const UniqueFd to(open(resolved, O_RDWR | O_CREAT | O_TRUNC | O_NOCTTY | O_CLOEXEC | flags,
+                           copy.st.st_mode & kPermissionBits));
+    if (!to)
+        return Fail(kFailed, "CopyFile:open file destination path %s errno:%d!", copy.destination,
+                    errno);
+
+    const bool is_large = copy.st.st_size > off_t{kLargeStepSize};
+    const MallocPtr<char> large(is_large ? static_cast<char*>(malloc(kLargeStepSize)) : nullptr);
+    return large ? MoveData(copy.from, to.get(), large.get(), kLargeStepSize, copy.source,
+                            copy.destination)
+                 : MoveData(copy.from, to.get(), copy.buffer, kStepSize, copy.source,
+                            copy.destination);
+}
+
+bool IsSameFile(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// The raw copy; flags are added to the destination's open.
+uint32_t CopyFile(const char* source, const char* destination, int flags) {
+    const MallocPtr<char> buffer(static_cast<char*>(AllocateZeroed(kStepSize)));
+    if (!buffer)
+        return Fail(kFailed, "Malloc unsuccessfully.");
+
+    FixedText<kSourceSize> resolved_source;
+    uint32_t code =
+        ORX_GetAbsolutePathAndFileName(source, resolved_source.data(), resolved_source.size());
+    if (code != kOk)
+        return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", source, code);
+    UniqueFd from(open(resolved_source.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
+    if (!from)
+        return Warn(kFailed, "CopyFile:open file source path %s errno:%d!", source, errno);
+    Copy copy = {source, destination, from.get(), {}, buffer.get()};
+    if (fstat(from.get(), &copy.st) < 0)
+        return Fail(kFailed, "get file %s stat unsuccessfully, errno:%d.", resolved_source.c_str(),
+                    errno);
+
+    Path resolved;
+    code = ORX_GetAbsolutePathAndFileName(destination, resolved.data(), resolved.size());
+    if (code != kOk) {
+        code = Fail(kFailed,
+                    "Get the abolute path and file name of file %s unsuccessfully when copy file.",
+                    destination);
+    } else {
+        // Looked up, not opened: opening it would already truncate the source, and so would the
+        // deletion after a failed open destroy it.
+        struct stat st;
+        if (stat(resolved.c_str(), &st) == 0 && IsSameFile(st, copy.st))
+            return Fail(kFailed,
+                        "CopyFile:source path %s and destination path %s are the same file!",
+                        source, destination);
+        code = CopyInto(copy, resolved.c_str(), flags);
+    }
+    from.reset();
+    if (code != kOk)
+        (void) KORX_DelFile(resolved.c_str(), resolved.size());
+    return code;
+}
+
+// The directory entry that a path names: the same directory and name by whatever path.
+struct Entry {
+    explicit Entry(const char* path) {
+        const char* const slash = strrchr(path, '/');
+        name = slash == nullptr ? path : slash + 1;
+        FixedText<PATH_MAX> parent;
+        known = parent.format("%.*s", static_cast<int>(name - path), path) &&
+                stat(slash == nullptr ? "." : parent.c_str(), &directory) == 0;
+    }
+    bool operator==(const Entry& other) const {
+        return known && other.known && IsSameFile(directory, other.directory) &&
+               strcmp(name, other.name) == 0;
+    }
+
+    struct stat directory = {};
+    const char* name;
+    bool known;
+};
+
+// Replaces the path of a symbolic link by the path that it leads to. False for anything else.
+bool FollowLink(FixedText<PATH_MAX>* path) {
+    FixedText<PATH_MAX> target;
+    if (readlink(path->c_str(), target.data(), target.size() - 1) < 0)
+        return false;
+    const char* const slash = strrchr(path->c_str(), '/');
+    const bool is_relative = target.c_str()[0] != '/' && slash != nullptr;
+    FixedText<PATH_MAX> next;
+    const auto parent = static_cast<int>(is_relative ? slash + 1 - path->c_str() : 0);
+    (void) next.format("%.*s%s", parent, path->c_str(), target.c_str());
+    *path = next;
+    return true;
+}
+
+// Whether deleting path would take the source away: path is the entry that source names, or one on
+// the way of links from there to the file. Another hard link of the file, or a symbolic link to it
+// from elsewhere, is not.
+bool HoldsSource(const char* path, const char* source) {
+    const Entry entry(path);
+    FixedText<PATH_MAX> step;
+    (void) step.format("%s", source);
+    for (unsigned links = 0; links <= kMaxLinks; ++links) {
+        if (entry == Entry(step.c_str()))
+            return true;
+        if (!FollowLink(&step))
+            return false;
+    }
+    return false;
+}
+
+uint32_t FailAsSame(const char* source, const char* destination) {
+    return Fail(ORXFS_ERR_SAME_FILE, "[ORXFS-LOCAL] Src File '%s' is same to Dst File '%s'!",
+                source, destination);
+}
+
+// Where the safe copy writes. Every length is settled here, before the old destination goes.
+struct Target {
+    uint32_t set(const char* destination) {
+        const char* const slash = strrchr(destination, '/');
+        if (slash != nullptr) {
+            has_directory = true;
+            uint32_t code = copyPart(destination, static_cast<size_t>(slash - destination),
+                                     directory.data(), directory.size());
+            if (code == kOk)
+                code = copyPart(slash + 1, strlen(slash + 1), name.data(), name.size());
+            if (code != kOk)
+                return code;
+        }
+        uses_temporary = strlen(destination) + sizeof kTemporarySuffix < kPathSize &&
+                         strlen(name.c_str()) + sizeof kTemporarySuffix < kNameSize;
+        if (uses_temporary && !temporary.format("%s%s", destination, kTemporarySuffix))
+            return Fail(kFailed, "Print pcDstFileName unsuccessfully, pcDstFileName=%s/%s",
+                        destination, kTemporarySuffix);
+        return kOk;
+    }
+
+    bool has_directory = false;
+    Path directory;
+    FixedText<kNameSize> name;
+    bool uses_temporary = false;
+    Path temporary;
+
+  private:
+    static uint32_t copyPart(const char* part, size_t length, char* buffer, size_t size) {
+        const int error = strncpy_s(buffer, size, part, length);
+        if (error != 0)
+            return Fail(kFailed,
+                        "nRet=%d.Copy DstFileName unsuccessfully, DstFileName=%s, FileNameLen=%u.",
+                        error, part, static_cast<unsigned>(length));
+        return kOk;
+    }
+};
+
+uint32_t FailedCopy(uint32_t code, const char* source, const char* destination) {
+    return Fail(code, "[ORXFS-LOCAL] Copy File unsuccessfully! src: %s, dst: %s, return %u", source,
+                destination, code);
+}
+
+// A file or link that stands at the temporary name is not written through: it goes, and if another
+// takes its place at once, the copy fails.
+uint32_t CopyThroughTemporary(const char* source, const char* temporary, const char* destination) {
+    (void) unlink(temporary);
+    const uint32_t code = CopyFile(source, temporary, O_EXCL | O_NOFOLLOW);
+    if (code != kOk)
+        return FailedCopy(code, source, temporary);
+    if (rename(temporary, destination) < 0) {
+        Log(kLevelErr, "[ORXFS-LOCAL] Rename %s to %s unsuccessfully, errno:%d.", temporary,
+            destination, errno);
+        (void) unlink(temporary);
+    }
+    return kOk;
+}
+
+}  // namespace
+}  // namespace korx
+
+using namespace korx;
+
+uint32_t KORX_CopyFile(const char* source, uint32_t, const char* destination, uint32_t) {
+    return CopyFile(source, destination, 0);
+}
+
+uint32_t KORXFS_CheckCopyFilePara(const char* source, uint32_t source_length,
+                                  const char* destination, uint32_t destination_length) {
+    if (source == nullptr || destination == nullptr)
+        return Fail(
+            ORXFS_ERR_NULL_PARA,
+            "[ORXFS-LOCAL] Check copy filename unsuccessfully, srcFile or dstFile is NULL!");
+
+    uint32_t code = KORX_CheckFileName(source, source_length);
+    if (code != ORXFS_OK)
+        return Fail(code, "[ORXFS-LOCAL] Check filename: %s unsuccessfully!", source);
+    code = KORX_CheckFileName(destination, destination_length);
+    if (code != ORXFS_OK)
+        return Fail(code, "[ORXFS-LOCAL] Check filename: %s unsuccessfully!", destination);
+
+    if (strcmp(source, destination) == 0)
+        return FailAsSame(source, destination);
+    if (KORX_IsFileExist(source) == 0)
+        return Warn(ORXFS_ERR_NOT_EXIST, "[ORXFS-LOCAL] File '%s' is not exist!", source);
+    return ORXFS_OK;
+}
+
+uint32_t KORXFS_CopyFile(const char* source, uint32_t source_length, const char* destination,
+                         uint32_t overwrite, uint32_t destination_length) {
+    uint32_t code =
+        KORXFS_CheckCopyFilePara(source, source_length, destination, destination_length);
+    if (code != ORXFS_OK)
+        return code;
+    const bool exists = KORX_IsFileExist(destination) == 1;
+    if (exists && overwrite == 0)
+        return Fail(ORXFS_ERR_ALREADY_EXIST, "[ORXFS-LOCAL] File '%s' is already exist!",
+                    destination);
+
+    Target target;
+    code = target.set(destination);
+    if (code != kOk)
+        return code;
+    if (HoldsSource(destination, source) ||
+        (target.uses_temporary && HoldsSource(target.temporary.c_str(), source)))
+        return FailAsSame(source, destination);
+
+    if (exists)
+        (void) KORX_DelFile(destination, destination_length);
+    if (KORX_IsFileProtected(destination) == 1)
+        return Fail(ORXFS_ERR_PROTECTED, "[ORXFS-LOCAL] File '%s' is protected!", destination);
+    if (target.has_directory && KORX_IsDirExist(target.directory.c_str()) == 0)
+        (void) KORX_Mkdir(target.directory.c_str(), kDirectoryMode);
+
+    if (target.uses_temporary)
+        return CopyThroughTemporary(source, target.temporary.c_str(), destination);
+    code = CopyFile(source, destination, 0);
+    return code == kOk ? kOk : FailedCopy(code, source, destination);
+}
+
+uint32_t ORXFS_Read(int fd, void* buffer, uint32_t length) {
+    if (buffer == nullptr)
+        return kAllBits;
+    char* position = static_cast<char*>(buffer);
+    uint32_t left = length;
+    unsigned retries = kReadRetries;
+    while (left != 0) {
+        const ssize_t got = read(fd, position, left);
+        if (got == 0)
+            break;
+        if (got > 0) {
+            position += got;
+            left -= static_cast<uint32_t>(got);
+            continue;
+        }
+        if (errno != EAGAIN && errno != EINTR)
+            return Fail(kAllBits, "[ORXFS-LOCAL] read fd %d unsuccessfully!, errno:%d.", fd, errno);
+        if (retries == 0)
+            return Fail(
+                kAllBits,
+                "[ORXFS-LOCAL] read fd %d unsuccessfully, buflen %d, left %d, retry too many times!",
+                fd, static_cast<int>(length), static_cast<int>(left));
+        (void) usleep(kReadPauseUs);
+        --retries;
+    }
+    return length - left;
+}

@@ -1,0 +1,332 @@
+// Removal of directory trees, without recursion.
+//
+// The directories to be handled wait on a stack as path strings. The strings are for bookkeeping
+// and messages: every directory is entered from the opened start directory, one component after the
+// other and never through a link, and its entries are examined and deleted relative to its own
+// descriptor. So a directory that is swapped for a link meanwhile is not entered, and nothing
+// outside the tree is touched. However large the tree, three descriptors are enough.
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <memory>
+
+#include "base/bounded.h"
+#include "base/codes.h"
+#include "base/report.h"
+#include "base/text.h"
+#include "base/unique.h"
+#include "fs/protect.h"
+#include "korx/container.h"
+#include "korx/fs.h"
+
+namespace korx {
+namespace {
+
+constexpr size_t kPathSize = 256;
+constexpr int kModeKeepDirectories = 0;
+constexpr int kModeRemoveAll = 1;
+
+constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
+constexpr int kOpenEntry = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+using UniqueStack = std::unique_ptr<ORX_StackNode, Releaser<ORX_DestroyStack>>;
+using Path = FixedText<kPathSize>;
+
+bool IsDotName(const char* name) {
+    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
+}
+
+// The next entry other than "." and "..", or null: with errno 0 at the end, else on an error.
+const dirent* NextEntry(DIR* directory) {
+    const dirent* entry;
+    do {
+        errno = 0;
+        entry = readdir(directory);
+    } while (entry != nullptr && IsDotName(entry->d_name));
+    return entry;
+}
+
+// The tree below a start path. A path of the tree is the start path and the components behind it.
+class Tree {
+  public:
+    [[nodiscard]] bool begin(const char* start) {
+        start_length_ = strlen(start);
+        return start_.format("%s", start);
+    }
+    const char* start() const { return start_.c_str(); }
+
+    UniqueDir openDirectory(const char* path) {
+        UniqueFd fd = enter(path, strlen(path));
+        if (!fd)
+            return nullptr;
+        UniqueDir directory(fdopendir(fd.get()));
+        if (directory)
+            (void) fd.release();
+        return directory;
+    }
+
+    // Removes an empty directory. Returns 0, or -1 with errno.
+    int removeDirectory(const char* path) {
+        if (path[start_length_] == '\0')
+            return rmdir(path);
+        const char* const slash = strrchr(path, '/');
+        const UniqueFd parent = enter(path, static_cast<size_t>(slash - path));
+        return parent ? unlinkat(parent.get(), slash + 1, AT_REMOVEDIR) : -1;
+    }
+
+  private:
+    // Opens the directory named by the first length characters of path. The start directory is
+    // opened once, by its name, which may be a link: that is the caller's choice.
+    UniqueFd enter(const char* path, size_t length) {
+        if (!root_)
+            root_.reset(open(start_.c_str(), kOpenDirectory));
+        if (!root_)
+            return UniqueFd();
+
+        Path below;
+        (void) strncpy_s(below.data(), below.size(), path + start_length_, length - start_length_);
+        UniqueFd directory(openat(root_.get(), ".", kOpenDirectory));
+        char* rest = nullptr;
+        for (const char* name = strtok_r(below.data(), "/", &rest); directory && name != nullptr;
+             name = strtok_r(nullptr, "/", &rest))
+            directory.reset(openat(directory.get(), name, kOpenDirectory | O_NOFOLLOW));
+        return directory;
+    }
+
+    Path start_;
+    size_t start_length_ = 0;
+    UniqueFd root_;
+};
+
+enum class Directories { kRemoved, kKept };
+
+// One removal. The two variants differ in what becomes of directories and in their wording.
+class Removal {
+  public:
+    explicit Removal(Directories directories) : keeps_(directories == Directories::kKept) {}
+
+    uint32_t run(const char* path) {
+        const uint32_t result = begin(path);
+        if (result != kOk)
+            return result;
+        return keeps_ ? clearDirectories() : removeDirectories();
+    }
+
+  private:
+    uint32_t begin(const char* path);
+    uint32_t removeDirectories();
+    uint32_t clearDirectories();
+    uint32_t handleEntries(DIR* directory, const char* path, bool* pushed);
+    uint32_t pushDirectory(const char* path);
+    uint32_t removeFile(int directory, const char* name, const char* path, bool may_be_protected);
+
+    const bool keeps_;
+    Tree tree_;
+    UniqueStack stack_;
+};
+
+uint32_t Removal::begin(const char* path) {
+    const size_t length = path == nullptr ? 0 : strlen(path);
+    if (length >= kPathSize && keeps_)
+        return Fail(kFailed, "Remove Diretory %s unsuccessfully, Path is Too Long. PathLen = %zu!",
+                    path, length);
+    if (length >= kPathSize)
+        return Fail(kFailed, "Remove Diretory %s unsuccessfully, Path is Too Long. PathLen = %d!",
+                    path, static_cast<int>(length));
+
+    MallocPtr<char> copy(static_cast<char*>(malloc(length + 1)));
+    if (!copy)
+        return Fail(kFailed, "Malloc Memory for Directory %s unsuccessfully.",
+                    path == nullptr ? "" : path);
+    if (const int error = strncpy_s(copy.get(), length + 1, path, length); error != 0)
+        return Fail(kFailed,
+                    keeps_ ? "nRet=%d.Copy pcDirPath unsuccessfully, pcDirPath=%s."
+                           : "errCode=%d.Copy dirPath unsuccessfully, dirPath=%s.",
+                    error, path == nullptr ? "" : path);
+    if (length >= 2 && copy.get()[length - 1] == '/')
+        copy.get()[length - 1] = '\0';
+    (void) tree_.begin(copy.get());
+
+    stack_.reset(ORX_CreateStack());
+    if (!stack_)
+        return Fail(kFailed, "Create Directory %s Stack unsuccessfully!", copy.get());
+    if (ORX_PushStack(stack_.get(), copy.get()) != kOk)
+        return Fail(kFailed, "Push Top Directory Into Stack unsuccessfully!");
+    (void) copy.release();
+    return kOk;
+}
+
+// Post-order by reading again: a directory stays on the stack below its subdirectories, and is
+// removed when a reading meets none.
+uint32_t Removal::removeDirectories() {
+    while (ORX_IsStackEmpty(stack_.get()) == 0) {
+        void* top = nullptr;
+        if (ORX_GetStackTopElement(stack_.get(), &top) != kOk)
+            return Fail(kFailed, "Get Top Directory %s unsuccessfully!", tree_.start());
+        const char* const path = static_cast<const char*>(top);
+
+        bool pushed = false;
+        {
+            const UniqueDir directory = tree_.openDirectory(path);
+            if (!directory)
+                return Fail(kOk, "Dir:%s open unsuccessfully, errno:%d!", path, errno);
+            const uint32_t result = handleEntries(directory.get(), path, &pushed);
+            if (result != kOk)
+                return result;
+        }
+        if (pushed)
+            continue;
+
+        if (tree_.removeDirectory(path) < 0)
+            return Fail(kFailed, "[ORX-LIB] Delete the Directory %s unsuccessfully, because %d!",
+                        path, errno);
+        if (ORX_PopStack(stack_.get(), &top) != kOk)
+            return Fail(kFailed, "[ORX-LIB] Pop Top Directory %s Out Of Stack unsuccessfully!",
+                        path);
+        free(top);
+    }
+    return kOk;
+}
+
+// Pre-order: each directory is read once, and all of them stay.
+uint32_t Removal::clearDirectories() {
+    while (ORX_IsStackEmpty(stack_.get()) == 0) {
+        void* top = nullptr;
+        (void) ORX_PopStack(stack_.get(), &top);
+        MallocPtr<char> popped(static_cast<char*>(top));
+        if (!popped)
+            return Fail(kFailed, "pcTopDir is null!");
+        Path path;
+        if (const int error =
+                strncpy_s(path.data(), path.size(), popped.get(), strlen(popped.get()));
+            error != 0)
+            return Fail(kFailed, "nRet=%d.Copy pcTopDir unsuccessfully, pcTopDir=%s.", error,
+                        popped.get());
+        popped.reset();
+
+        const UniqueDir directory = tree_.openDirectory(path.c_str());
+        if (!directory)
+            return Fail(kFailed, "Dir:%s not Exist, errno:%d!", path.c_str(), errno);
+        bool pushed = false;
+        const uint32_t result = handleEntries(directory.get(), path.c_str(), &pushed);
+        if (result != kOk)
+            return result;
+    }
+    return kOk;
+}
+
+// Deletes everything in a directory but its subdirectories: they go onto the stack.
+uint32_t Removal::handleEntries(DIR* directory, const char* path, bool* pushed) {
+    while (const dirent* const entry = NextEntry(directory)) {
+        const char* const name = entry->d_name;
+        Path full;
+        if (!full.format("%s/%s", path, name))
+            return Fail(
+                kFailed,
+                keeps_ ? "print acTmpTopDir, d_name unsuccessfully, acTmpTopDir=%s, acTmpTopDir=%s."
+                       : "print Diretory unsuccessfully, Diretory=%s/%s",
+                path, name);
+
+        struct stat st;
+        if (fstatat(dirfd(directory), name, &st, AT_SYMLINK_NOFOLLOW) < 0) {
+            Log(kLevelWarning, "lstat Diretory %s unsuccessfully, errno:%d.", full.c_str(), errno);
+            continue;
+        }
+        uint32_t result;
+        if (S_ISDIR(st.st_mode)) {
+            *pushed = true;
+            result = pushDirectory(full.c_str());
+        } else {
+            result = removeFile(dirfd(directory), name, full.c_str(), S_ISREG(st.st_mode));
+        }
+        if (result != kOk)
+            return result;
+    }
+    // What could not be read keeps its directory from being removed, but a kept directory would
+    // pass for cleared.
+    if (errno != 0 && keeps_)
+        return Fail(kFailed, "Dir:%s not Exist, errno:%d!", path, errno);
+    return kOk;
+}
+
+uint32_t Removal::pushDirectory(const char* path) {
+    const size_t length = strlen(path);
+    MallocPtr<char> copy(static_cast<char*>(malloc(length + 1)));
+    if (!copy && keeps_)
+        return Fail(kFailed,
+                    "Malloc Memory for Directory String unsuccessfully, acTmpDirPath = %s.", path);
+    if (!copy)
+        return Fail(kFailed, "Malloc Memory for Directory String unsuccessfully.");
+    if (const int error = strncpy_s(copy.get(), length + 1, path, length); error != 0)
+        return Fail(kFailed,
+                    keeps_ ? "nRet=%d.Copy acTmpDirPath unsuccessfully, acTmpDirPath=%s."
+                           : "errCode=%d.Copy tmpDirPath unsuccessfully, tmpDirPath=%s.",
+                    error, path);
+    const bool fits = ORX_PushStack(stack_.get(), copy.get()) == kOk;
+    if (!fits && keeps_)
+        return Fail(kFailed, "Push SubDirectory Into Stack unsuccessfully, pcTmpDirPath = %s.",
+                    path);
+    if (!fits)
+        return Fail(kFailed, "[ORX-LIB] Push SubDirectory Into Stack unsuccessfully!");
+    (void) copy.release();
+    return kOk;
+}
+
+// Only a regular file is opened to lift its protection: opening a link would reach another file,
+// and opening a device may do something.
+void Unprotect(int directory, const char* name, const char* path) {
+    const UniqueFd fd(openat(directory, name, kOpenEntry));
+    struct stat st;
+    if (fd && (fstat(fd.get(), &st) < 0 || !S_ISREG(st.st_mode)))
+        return;
+    (void) UndoProtectOpened(fd, path);
+}
+
+uint32_t Removal::removeFile(int directory, const char* name, const char* path,
+                             bool may_be_protected) {
+    if (unlinkat(directory, name, 0) == 0) {
+        if (keeps_)
+            Log(kLevelInfo, "Delete the file %s Successfully.", path);
+        return kOk;
+    }
+    Log(keeps_ ? kLevelErr : kLevelInfo,
+        keeps_ ? "Delete the file %s unsuccessfully, because %d, unprotect and try it again,"
+               : "Delete the file %s unsuccessfully, because %d, unprotect and try it again.",
+        path, errno);
+    if (may_be_protected)
+        Unprotect(directory, name, path);
+
+    if (unlinkat(directory, name, 0) < 0)
+        return Fail(kFailed, "Delete the file %s unsuccessfully again, because %d.", path, errno);
+    Log(kLevelInfo,
+        keeps_ ? "Delete the file %s Successfully, after undo protectl."
+               : "Delete the file %s ok, after undo protectl.",
+        path);
+    return kOk;
+}
+
+}  // namespace
+}  // namespace korx
+
+using namespace korx;
+
+uint32_t ORX_RmParentDir(const char* path, int32_t mode) {
+    if (mode == kModeRemoveAll)
+        return ORX_RmParentDirNotReserveDir(path);
+    if (mode == kModeKeepDirectories)
+        return ORX_RmParentDirReserveDir(path);
+    return kFailed;
+}
+
+uint32_t ORX_RmParentDirNotReserveDir(const char* path) {
+    return Removal(Directories::kRemoved).run(path);
+}
+
+uint32_t ORX_RmParentDirReserveDir(const char* path) {
+    return Removal(Directories::kKept).run(path);
+}
