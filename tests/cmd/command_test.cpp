@@ -1,0 +1,328 @@
+#include "korx/cmd.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "support/faults.h"
+#include "support/fixture.h"
+#include "support/processes.h"
+
+namespace korx::test {
+namespace {
+
+constexpr uint32_t kAllBits = 0xFFFFFFFF;
+using Lines = std::vector<std::string>;
+
+struct Command : RoomTest {
+    // What has been logged since the last call, without the "[0] " of the default log mode.
+    Lines logged() {
+        Lines lines;
+        for (const std::string& text : syslog.texts())
+            lines.push_back(text.substr(4, text.size() - 5));
+        syslog.clear();
+        return lines;
+    }
+};
+
+TEST_F(Command, DecodesWaitStatus) {
+    constexpr struct {
+        int32_t status;
+        uint32_t result;
+        const char* line;
+    } kRows[] = {
+        {0, 0, nullptr},
+        {0x0300, 3, nullptr},
+        {0x1FF00, 255, nullptr},
+        {9, kAllBits, "Child process terminate by signal, signal number = 9."},
+        {0x86, kAllBits, "Child process terminate by signal, signal number = 6."},
+        {0x7E, kAllBits, "Child process terminate by signal, signal number = 126."},
+        {0x137F, kAllBits, "Child process stopped, signal number = 19."},
+        {0xFFFF, kAllBits, "Child process unusual termination, exit status = 0."},
+    };
+    for (const auto& row : kRows) {
+        EXPECT_EQ(KORX_GetExitStatus(row.status), row.result) << row.status;
+        EXPECT_EQ(logged(), row.line == nullptr ? Lines{} : Lines{row.line}) << row.status;
+    }
+}
+
+TEST_F(Command, ForbidsShellsByBaseName) {
+    for (const char* program : {"", "sh", "/bin/bash", "./tcsh", "a/sash", "ksh", "//zsh"})
+        EXPECT_EQ(ORX_IsCommandForbidden(program), 1u) << program;
+    EXPECT_EQ(ORX_IsCommandForbidden(nullptr), 1u);
+    for (const char* program : {"shell", "/usr/bin/sh2", "SH", "bash/", "dash", "-sh"})
+        EXPECT_EQ(ORX_IsCommandForbidden(program), 0u) << program;
+}
+
+TEST_F(Command, FiltersEveryRefusedCharacter) {
+    const std::string refused = "|;&$<>()[]`\\\"'~?*!\n";
+    for (int c = 1; c < 256; ++c) {
+        const std::string text = std::string("a") + char(c);
+        const bool hit = refused.find(char(c)) != std::string::npos;
+        EXPECT_EQ(ORX_CommandFilter(text.c_str(), 2), hit ? kAllBits : 0u) << c;
+        EXPECT_EQ(ORX_CommandFilter(text.c_str(), 1), 0u) << c;
+    }
+    EXPECT_EQ(ORX_CommandFilter("ab", 3), kAllBits) << "the NUL is a member";
+    EXPECT_EQ(ORX_CommandFilter("", 5), 0u);
+    EXPECT_EQ(ORX_CommandFilter(";", 0), 0u);
+
+    EXPECT_EQ(KORX_Execvp("touch x;y", " "), kAllBits);
+    EXPECT_FALSE(Exists("x"));
+    EXPECT_EQ(logged(), Lines{"Command is illegal, cmd=touch x;y, split=' ', uiRet=4294967295."});
+}
+
+TEST_F(Command, SplitsIntoOneBlock) {
+    const auto words = [](size_t count, size_t length) {
+        std::string line;
+        for (size_t i = 0; i < count; ++i)
+            line += std::string(length, char('a' + i % 26)) + " ";
+        return line;
+    };
+    const struct {
+        std::string line;
+        size_t tokens;
+    } rows[] = {
+        {" a \tb  c ", 3},  {"  \t ", 0},           {words(29, 3), 29},
+        {words(30, 3), 30}, {words(1000, 1), 1000}, {std::string(1807, 't'), 1},
+    };
+    for (const auto& row : rows) {
+        char** argv = nullptr;
+        ASSERT_EQ(ORX_CommandConstructArgv(row.line.c_str(), " \t", &argv), 0u) << row.line;
+        std::istringstream expected(row.line);
+        size_t count = 0;
+        for (std::string word; expected >> word; ++count) {
+            ASSERT_NE(argv[count], nullptr) << count << " of " << row.line;
+            EXPECT_EQ(argv[count], word);
+        }
+        EXPECT_EQ(count, row.tokens);
+        EXPECT_EQ(argv[count], nullptr);
+        if (count != 0 && count < 30) {
+            EXPECT_EQ(argv[0] - reinterpret_cast<char*>(argv), 240);
+        }
+        free(argv);
+    }
+}
+
+TEST_F(Command, RefusesWhatTheBlockCannotHold) {
+    const std::string full(1807, 't');
+    const struct {
+        std::string line;
+        std::string logged;
+    } rows[] = {
+        {"", "Print pcCommand =  unsuccessfully"},
+        {std::string(2048, ' '), "Print pcCommand = " + std::string(2048, ' ') + " unsuccessfully"},
+        {full + "t", "Print pcToken = " + full + "t unsuccessfully"},
+        {full + " x", "Print pcToken = x unsuccessfully"},
+    };
+    char** argv = nullptr;
+    for (const auto& row : rows) {
+        EXPECT_EQ(ORX_CommandConstructArgv(row.line.c_str(), " ", &argv), kAllBits);
+        if (row.logged.size() < 1000) {
+            EXPECT_EQ(logged(), Lines{row.logged});
+        }
+        syslog.clear();
+    }
+    const char* const no_memory[] = {"Malloc acCommand unsuccessfully.",
+                                     "Malloc pcBuf unsuccessfully."};
+    for (unsigned nth : {1, 2}) {
+        const Fault fault("malloc", nth, ENOMEM);
+        EXPECT_EQ(ORX_CommandConstructArgv("a", " ", &argv), kAllBits);
+        EXPECT_EQ(logged(), Lines{no_memory[nth - 1]});
+    }
+    EXPECT_EQ(argv, nullptr);
+}
+
+TEST_F(Command, RunsAndReports) {
+    const struct {
+        const char* line;
+        uint32_t result;
+        Lines logged;
+    } rows[] = {
+        {"touch,made", 0, {}},
+        {"false", 1, {"Command can't execvp, cmd=false, split=',', uiRet=1."}},
+        {"no/such/program",
+         127,
+         {"QRN system execvp command unsuccessfully, errno=2.",
+          "Command can't execvp, cmd=no/such/program, split=',', uiRet=127."}},
+        {"/bin/sh,-c,true",
+         kAllBits,
+         {"Forbidden command : /bin/sh.",
+          "Command can't execvp, cmd=/bin/sh,-c,true, split=',', uiRet=4294967295."}},
+        {",,",
+         kAllBits,
+         {"Forbidden command : .", "Command can't execvp, cmd=,,, split=',', uiRet=4294967295."}},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(KORX_Execvp(row.line, ","), row.result) << row.line;
+        EXPECT_EQ(logged(), row.logged);
+    }
+    EXPECT_TRUE(Exists("made"));
+    EXPECT_EQ(KORX_SystemExecvp(nullptr), kAllBits);
+    EXPECT_EQ(logged(), Lines{});
+    EXPECT_EQ(KORX_Execvp(nullptr, " "), kAllBits);
+    EXPECT_EQ(KORX_Execvp("true", nullptr), kAllBits);
+    EXPECT_EQ(logged(), (Lines{"pcCommand or split is NULL.", "pcCommand or split is NULL."}));
+}
+
+TEST_F(Command, FiltersOnlyTheParametersOfAShellCommand) {
+    EXPECT_EQ(KORX_SystemWithFilter("echo x > made; exit 7", 1, "x"), 7u);
+    EXPECT_EQ(ReadFile("made"), "x\n");
+    EXPECT_EQ(KORX_SystemWithFilter("exit 3", 0), 3u);
+    EXPECT_EQ(logged(), Lines{});
+    EXPECT_EQ(KORX_SystemWithFilter("touch a", 2, "a", "f;g"), kAllBits);
+    EXPECT_EQ(KORX_SystemWithFilter("touch a", 2, "a", nullptr), kAllBits);
+    EXPECT_EQ(KORX_SystemWithFilter(nullptr, 0), kAllBits);
+    EXPECT_EQ(KORX_SystemWithFilter("kill -9 $$", 0), kAllBits);
+    EXPECT_EQ(logged(), (Lines{"Command has illegal char, cmd=touch a.",
+                               "Command has illegal char, cmd=touch a.", "pcCommand is NULL.",
+                               "Child process terminate by signal, signal number = 9."}));
+    EXPECT_FALSE(Exists("a"));
+}
+
+// The program's own view of what it was started with.
+std::string StatusField(const std::string& field) {
+    std::ifstream status("status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(field + ":"))
+            return line.substr(line.find_first_not_of("\t ", field.size() + 1));
+    }
+    return "missing";
+}
+
+TEST_F(Command, GivesTheChildACleanStart) {
+    sigset_t mask, old_mask;
+    sigemptyset(&mask);
+    sigaddset(&mask, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &mask, &old_mask);
+    for (const int number : {SIGINT, SIGQUIT, SIGCHLD, SIGPIPE})
+        signal(number, SIG_IGN);
+    for (const int fd : {10, 500, 1023})
+        ASSERT_EQ(dup2(STDOUT_FILENO, fd), fd);
+
+    EXPECT_EQ(KORX_Execvp("cp /proc/self/status status", " "), 0u);
+    EXPECT_EQ(StatusField("SigBlk"), "0000000000000800");
+    EXPECT_EQ(StatusField("SigIgn"), "0000000000001000") << "only what the caller ignores besides";
+    EXPECT_EQ(KORX_Execvp("find /proc/self/fd -fprint descriptors", " "), 0u);
+    const std::string descriptors = ReadFile("descriptors");
+    EXPECT_NE(descriptors.find("/fd/1\n"), std::string::npos);
+    for (const char* fd : {"/fd/10\n", "/fd/500\n", "/fd/1023\n"})
+        EXPECT_EQ(descriptors.find(fd), std::string::npos) << fd;
+
+    sigset_t after;
+    pthread_sigmask(SIG_SETMASK, &old_mask, &after);
+    EXPECT_TRUE(sigismember(&after, SIGUSR2));
+    EXPECT_FALSE(sigismember(&after, SIGINT));
+}
+
+void OnSignal(int, siginfo_t*, void*) {
+}
+
+bool IsIgnored(int number) {
+    struct sigaction action;
+    return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+// What the test installs must come back with its flags and its mask.
+void Install(int number) {
+    struct sigaction action = {};
+    action.sa_sigaction = OnSignal;
+    action.sa_flags = SA_SIGINFO | SA_NODEFER;
+    sigaddset(&action.sa_mask, SIGUSR1);
+    sigaction(number, &action, nullptr);
+}
+
+void ExpectInstalled(int number) {
+    struct sigaction action;
+    ASSERT_EQ(sigaction(number, nullptr, &action), 0);
+    EXPECT_EQ(action.sa_sigaction, OnSignal) << number;
+    EXPECT_EQ(action.sa_flags & (SA_SIGINFO | SA_NODEFER), SA_SIGINFO | SA_NODEFER);
+    EXPECT_TRUE(sigismember(&action.sa_mask, SIGUSR1));
+}
+
+TEST_F(Command, LastOfConcurrentRunsRestoresDispositions) {
+    for (const int number : {SIGINT, SIGQUIT, SIGCHLD})
+        Install(number);
+    std::thread longer([] { EXPECT_EQ(KORX_Execvp("sleep 0.5", " "), 0u); });
+    usleep(100000);
+    EXPECT_EQ(KORX_Execvp("true", " "), 0u);  // begins later and ends earlier
+    EXPECT_TRUE(IsIgnored(SIGINT));
+    EXPECT_TRUE(IsIgnored(SIGQUIT));
+    longer.join();
+    for (const int number : {SIGINT, SIGQUIT, SIGCHLD})
+        ExpectInstalled(number);
+
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([] {
+            for (int run = 0; run < 25; ++run)
+                EXPECT_EQ(KORX_Execvp("true", " "), 0u);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (const int number : {SIGINT, SIGQUIT, SIGCHLD})
+        ExpectInstalled(number);
+}
+
+TEST_F(Command, WaitsForItsOwnChildOnly) {
+    const pid_t other = fork();
+    if (other == 0)
+        _exit(42);
+    {
+        const Fault interrupted("wait4", 1, EINTR, 3);
+        EXPECT_EQ(KORX_Execvp("true", " "), 0u);
+        EXPECT_EQ(interrupted.hits(), 3u);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(other, &status, 0), other);
+    EXPECT_EQ(WEXITSTATUS(status), 42);
+
+    Install(SIGINT);
+    char program[] = "true";
+    char* argv[] = {program, nullptr};
+    {
+        const Fault fault("wait4", 1, ECHILD);
+        EXPECT_EQ(KORX_SystemExecvp(argv), kAllBits);
+    }
+    {
+        const Fault fault("vfork", 1, EAGAIN);
+        EXPECT_EQ(KORX_SystemExecvp(argv), kAllBits);
+    }
+    EXPECT_EQ(logged(), (Lines{"QRN execvp call wait4 unsuccessfully, status is 0, errno is 10.",
+                               "QRN system execvp vfork unsuccessfully, errno=11."}));
+    ExpectInstalled(SIGINT);
+}
+
+// Parent and child of a vfork share their memory, so a handler that runs in the child would count.
+std::atomic<int> handled_in_child;
+pid_t runner;
+
+TEST_F(Command, RunsNoHandlerOfTheParentInTheChild) {
+    EXPECT_EQ(RunChild([] {
+                  setpgid(0, 0);
+                  runner = getpid();
+                  signal(SIGUSR1, [](int) { handled_in_child += getpid() != runner; });
+                  std::atomic<bool> done = false;
+                  std::thread storm([&] {
+                      while (!done)
+                          kill(0, SIGUSR1);
+                  });
+                  for (int run = 0; run < 200; ++run)
+                      (void) KORX_Execvp("no/such/program", " ");
+                  done = true;
+                  storm.join();
+                  return handled_in_child.load();
+              }),
+              0);
+}
+
+}  // namespace
+}  // namespace korx::test
