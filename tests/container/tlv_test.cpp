@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include <string.h>
+#include <memory>
+#include <string>
+
+#include "korx/container.h"
+
+namespace korx::test {
+namespace {
+
+// A copy on the heap without a byte to spare, so that a read beyond it shows.
+std::unique_ptr<char[]> Exactly(const std::string& bytes) {
+    std::unique_ptr<char[]> copy(new char[bytes.size()]);
+    bytes.copy(copy.get(), bytes.size());
+    return copy;
+}
+
+std::string Bytes(std::initializer_list<int> bytes) {
+    return {bytes.begin(), bytes.end()};
+}
+
+TEST(Tlv, PacksRecordsOneAfterAnother) {
+    char buffer[16] = {};
+    int16_t left = 15;
+    void* next = ORX_AppendTLV(buffer, &left, 7, 3, "abc");
+    EXPECT_EQ(next, buffer + 7);
+    next = ORX_AppendTLV(next, &left, 0x1FFFE, 0, nullptr);  // at an odd address, type 0xFFFE
+    EXPECT_EQ(next, buffer + 11);
+    EXPECT_EQ(left, 4);
+    EXPECT_EQ(ORX_AppendTLV(next, &left, 9, 0, ""), buffer + 15);
+    EXPECT_EQ(left, 0);
+    EXPECT_EQ(std::string(buffer, 16),
+              Bytes({7, 0, 3, 0, 'a', 'b', 'c', 0xFE, 0xFF, 0, 0, 9, 0, 0, 0, 0}));
+}
+
+TEST(Tlv, WritesNothingThatDoesNotFit) {
+    struct Row {
+        int16_t left;
+        uint16_t length;
+        bool fits;
+    };
+    static char value[0xFFFF], buffer[0x8000];
+    for (const Row& row :
+         {Row{6, 3, false}, Row{7, 3, true}, Row{3, 0, false}, Row{4, 0, true},
+          Row{32767, 32763, true}, Row{32767, 32764, false}, Row{32766, 32763, false},
+          Row{32767, 65535, false}, Row{-1, 0, false}, Row{-32768, 32763, false}}) {
+        for (bool with_type : {true, false}) {
+            memset(buffer, 'x', sizeof buffer);
+            int16_t left = row.left;
+            const bool done = with_type
+                                  ? ORX_AppendTLV(buffer, &left, 1, row.length, value) != nullptr
+                                  : ORX_SetValue(buffer, &left, row.length, value) == 0;
+            EXPECT_EQ(done, row.fits) << row.left << " " << row.length;
+            EXPECT_EQ(left, row.fits ? row.left - row.length - 4 : row.left);
+            EXPECT_EQ(buffer[0] == 'x', !(row.fits && with_type));
+            EXPECT_EQ(buffer[2] == 'x', !row.fits);
+            EXPECT_EQ(buffer[4 + (row.fits ? row.length : 0)], 'x');
+        }
+    }
+    int16_t left = 10;
+    EXPECT_EQ(ORX_AppendTLV(nullptr, &left, 1, 1, "a"), nullptr);
+    EXPECT_EQ(ORX_AppendTLV(buffer, nullptr, 1, 1, "a"), nullptr);
+    EXPECT_EQ(ORX_SetValue(nullptr, &left, 1, "a"), 0xFFFFFFFFu);
+    EXPECT_EQ(ORX_SetValue(buffer, nullptr, 1, "a"), 0xFFFFFFFFu);
+
+    memset(buffer, 'x', 8);  // a value that cannot be copied leaves only its length behind
+    EXPECT_EQ(ORX_AppendTLV(buffer, &left, 1, 2, nullptr), nullptr);
+    EXPECT_EQ(ORX_SetValue(buffer, &left, 2, nullptr), 0xFFFFFFFFu);
+    EXPECT_EQ(std::string(buffer, 5), Bytes({'x', 'x', 2, 0, 'x'}));
+    EXPECT_EQ(left, 10);
+}
+
+TEST(Tlv, ReadsTheFirstRecordOfATypeAndNeverBeyondTheBuffer) {
+    struct Row {
+        const char* what;
+        std::string bytes;
+        int found;  // offset of the value, -1 for none
+    };
+    const Row rows[] = {
+        {"the only one", Bytes({5, 0, 1, 0, 'a'}), 4},
+        {"the second, at an odd address", Bytes({4, 0, 1, 0, 'a', 5, 0, 1, 0, 'b'}), 9},
+        {"two of the type", Bytes({5, 0, 1, 0, 'a', 5, 0, 1, 0, 'b'}), 4},
+        {"an empty value at the end", Bytes({4, 0, 0, 0, 5, 0, 0, 0}), 8},
+        {"the type's high byte", Bytes({5, 1, 1, 0, 'a'}), -1},
+        {"none", Bytes({4, 0, 1, 0, 'a', 6, 0, 1, 0, 'b'}), -1},
+        {"less than a head behind it", Bytes({4, 0, 1, 0, 'a', 5, 0, 0}), -1},
+        {"less than a head at all", Bytes({5, 0, 0}), -1},
+        {"a match that is cut short", Bytes({5, 0, 2, 0, 'a'}), -1},
+        {"a match that is far too long", Bytes({5, 0, 0xFF, 0xFF, 'a', 5, 0, 0, 0}), -1},
+        {"a step over the end", Bytes({4, 0, 9, 0, 5, 0, 0, 0}), -1},
+        {"a step of 65535", Bytes({4, 0, 0xFF, 0xFF, 5, 0, 0, 0}), -1},
+        {"nothing", "", -1},
+    };
+    for (const Row& row : rows) {
+        const auto buffer = Exactly(row.bytes);
+        const auto size = static_cast<int16_t>(row.bytes.size());
+        uint16_t length = 0xAAAA;
+        const void* value = &length;
+        char text[8] = "old";
+        EXPECT_EQ(ORX_GetVFromTLV(buffer.get(), size, 5, &length, &value),
+                  row.found < 0 ? 0xFFFFFFFFu : 0u)
+            << row.what;
+        EXPECT_EQ(ORX_GetStrByTlvType(5, buffer.get(), size, text, sizeof text),
+                  row.found < 0 ? 1u : 0u)
+            << row.what;
+        if (row.found < 0) {
+            EXPECT_STREQ(text, "old");
+            EXPECT_EQ(value, &length);
+            continue;
+        }
+        EXPECT_EQ(value, buffer.get() + row.found) << row.what;
+        EXPECT_EQ(text, std::string(static_cast<const char*>(value), length)) << row.what;
+    }
+}
+
+TEST(Tlv, RefusesATextWithoutRoomForItsEnd) {
+    const auto record = Exactly(Bytes({5, 0, 3, 0, 'a', 'b', 'c'}));
+    char text[5] = "xxxx";
+    EXPECT_EQ(ORX_GetStrByTlvType(5, record.get(), 7, text, 3), 1u);
+    EXPECT_EQ(ORX_GetStrByTlvType(5, record.get(), 7, text, 0), 1u);
+    EXPECT_STREQ(text, "xxxx");
+    EXPECT_EQ(ORX_GetStrByTlvType(5, record.get(), 7, text, 4), 0u);
+    EXPECT_STREQ(text, "abc");
+
+    uint16_t length;
+    const void* value;
+    EXPECT_EQ(ORX_GetStrByTlvType(5, record.get(), 7, nullptr, 9), 1u);
+    EXPECT_EQ(ORX_GetStrByTlvType(5, nullptr, 7, text, 5), 1u);
+    EXPECT_EQ(ORX_GetStrByTlvType(5, record.get(), -1, text, 5), 1u);
+    EXPECT_EQ(ORX_GetVFromTLV(nullptr, 7, 5, &length, &value), 0xFFFFFFFFu);
+    EXPECT_EQ(ORX_GetVFromTLV(record.get(), 7, 5, nullptr, &value), 0xFFFFFFFFu);
+    EXPECT_EQ(ORX_GetVFromTLV(record.get(), 7, 5, &length, nullptr), 0xFFFFFFFFu);
+}
+
+}  // namespace
+}  // namespace korx::test

@@ -1,0 +1,160 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/time.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include "korx/sema.h"
+#include "support/faults.h"
+#include "support/fixture.h"
+#include "support/processes.h"
+
+namespace korx::test {
+namespace {
+
+struct Semaphore : RoomTest {
+    Semaphore() {
+        EXPECT_EQ(KORX_MutexSemaGetKey(tree.root().c_str(), 7, &key), 0u);
+        EXPECT_EQ(KORX_MutexSemaCreate(key, &id), 0u);
+    }
+    ~Semaphore() override { (void) semctl(static_cast<int>(id), 0, IPC_RMID); }
+
+    int control(int command) { return semctl(static_cast<int>(id), 0, command); }
+    std::string number() { return std::to_string(id); }
+
+    uint32_t key = 0;
+    uint32_t id = 0;
+};
+
+TEST_F(Semaphore, StartsFreeAndIsSharedAsItIs) {
+    EXPECT_EQ(syslog.lines(),
+              (std::vector<SyslogLine>{{LOG_INFO, "[0] create mutex-semaphore ok(key=" +
+                                                      std::to_string(static_cast<int>(key)) +
+                                                      ", id=" + number() + ").\n"}}));
+    semid_ds info = {};
+    EXPECT_EQ(semctl(static_cast<int>(id), 0, IPC_STAT, &info), 0);
+    EXPECT_EQ(info.sem_perm.mode & 0777, 0666);
+    EXPECT_EQ(info.sem_nsems, 1u);
+    EXPECT_EQ(control(GETVAL), 1);
+
+    EXPECT_EQ(KORX_MutexSemaP(id), 0u);
+    EXPECT_EQ(RunChild([this] {
+                  uint32_t same_key = 0, same_id = 0;
+                  EXPECT_EQ(KORX_MutexSemaGetKey(tree.root().c_str(), 0x107, &same_key), 0u);
+                  EXPECT_EQ(same_key, key);
+                  EXPECT_EQ(KORX_MutexSemaCreate(same_key, &same_id), 0u);
+                  EXPECT_EQ(same_id, id);
+                  return 0;
+              }),
+              0);
+    EXPECT_EQ(control(GETVAL), 0);
+    EXPECT_EQ(KORX_MutexSemaV(id), 0u);
+    EXPECT_EQ(control(GETVAL), 1);
+    EXPECT_EQ(syslog.lines().size(), 1u);
+}
+
+TEST_F(Semaphore, ExcludesProcessesAndOutlivesAHolder) {
+    EXPECT_EQ(RunChild([this] { return KORX_MutexSemaP(id) == 0 ? 0 : 1; }), 0);
+    EXPECT_EQ(control(GETVAL), 1);  // its end gave it back
+
+    const int fd = open("count", O_CREAT | O_RDWR, 0600);
+    WriteFile("count", std::string(sizeof(int), '\0'));
+    constexpr int kProcesses = 4, kRounds = 200;
+    EXPECT_EQ(RunChildren(kProcesses,
+                          [&] {
+                              for (int i = 0; i < kRounds; ++i) {
+                                  EXPECT_EQ(KORX_MutexSemaP(id), 0u);
+                                  int count = 0;
+                                  EXPECT_EQ(pread(fd, &count, sizeof count, 0), 4);
+                                  ++count;
+                                  EXPECT_EQ(pwrite(fd, &count, sizeof count, 0), 4);
+                                  EXPECT_EQ(KORX_MutexSemaV(id), 0u);
+                              }
+                              return 0;
+                          }),
+              0);
+    int count = 0;
+    EXPECT_EQ(pread(fd, &count, sizeof count, 0), 4);
+    EXPECT_EQ(count, kProcesses * kRounds);
+    close(fd);
+}
+
+TEST_F(Semaphore, FailsAnInterruptedWait) {
+    ASSERT_EQ(KORX_MutexSemaP(id), 0u);
+    syslog.clear();
+    EXPECT_EQ(RunChild([this] {
+                  struct sigaction action = {};
+                  action.sa_handler = [](int) {};
+                  action.sa_flags = SA_RESTART;
+                  sigaction(SIGALRM, &action, nullptr);
+                  const itimerval timer = {{0, 20000}, {0, 20000}};
+                  setitimer(ITIMER_REAL, &timer, nullptr);
+                  return KORX_MutexSemaP(id) == 0x0FFFFFFF ? 0 : 1;
+              }),
+              0);
+    EXPECT_EQ(
+        syslog.lines(),
+        (std::vector<SyslogLine>{{LOG_ERR, "[0] operate mutex-semaphore(P) unsuccessfully(id=" +
+                                               number() + ", errno=4).\n"}}));
+}
+
+TEST_F(Semaphore, ReportsEachFailure) {
+    const std::string by_id = "unsuccessfully(id=" + number();
+    syslog.clear();
+    EXPECT_EQ(KORX_MutexSemaDestroy(id), 0u);
+    EXPECT_EQ(KORX_MutexSemaDestroy(id), 0x0FFFFFFFu);
+    EXPECT_EQ(KORX_MutexSemaP(id), 0x0FFFFFFFu);
+    EXPECT_EQ(KORX_MutexSemaV(id), 0x0FFFFFFFu);
+    uint32_t out = 7;
+    EXPECT_EQ(KORX_MutexSemaGetKey("missing", 9, &out), 0x0FFFFFFFu);
+    {
+        const Fault race{"semget", 2, EEXIST};
+        EXPECT_EQ(KORX_MutexSemaCreate(key, &out), 0x0FFFFFFFu);
+    }
+    EXPECT_EQ(KORX_MutexSemaGetKey(nullptr, 9, &out), 0x0FFFFFFFu);
+    EXPECT_EQ(KORX_MutexSemaGetKey("/", 9, nullptr), 0x0FFFFFFFu);
+    EXPECT_EQ(KORX_MutexSemaCreate(key, nullptr), 0x0FFFFFFFu);
+    EXPECT_EQ(out, 7u);
+    EXPECT_EQ(syslog.lines(),
+              (std::vector<SyslogLine>{
+                  {LOG_INFO, "[0] destroy mutex-semaphore ok(id=" + number() + ").\n"},
+                  {LOG_ERR, "[0] destroy mutex-semaphore " + by_id + ", errno=22).\n"},
+                  {LOG_ERR, "[0] operate mutex-semaphore(P) " + by_id + ", errno=22).\n"},
+                  {LOG_ERR, "[0] operate mutex-semaphore(V) " + by_id + ", errno=22).\n"},
+                  {LOG_ERR, "[0] ftok unsuccessfully(path is missing, id=9, errno=2).\n"},
+                  {LOG_ERR, "[0] create mutex-semaphore unsuccessfully(key=" +
+                                std::to_string(static_cast<int>(key)) + ", errno=17).\n"},
+              }));
+}
+
+TEST_F(Semaphore, RemovesWhatItCouldNotInitialise) {
+    ASSERT_EQ(control(IPC_RMID), 0);
+    for (bool removed : {true, false}) {
+        syslog.clear();
+        uint32_t out = 7;
+        {
+            const Fault fault{"semctl", 1, EPERM, removed ? 1 : 2};
+            EXPECT_EQ(KORX_MutexSemaCreate(key, &out), 0x0FFFFFFFu);
+        }
+        EXPECT_EQ(out, 7u);
+        const int left = semget(static_cast<key_t>(key), 0, 0);
+        EXPECT_EQ(left < 0, removed);
+        id = static_cast<uint32_t>(left);
+
+        const std::string report = removed ? "destroy mutex-semaphore ok(id="
+                                           : "destroy mutex-semaphore unsuccessfully(id=";
+        const auto lines = syslog.lines();
+        ASSERT_EQ(lines.size(), 3u);
+        EXPECT_EQ(lines[1].priority, LOG_ERR);
+        EXPECT_TRUE(lines[1].text.starts_with("[0] init mutex-semaphore unsuccessfully(id="));
+        EXPECT_TRUE(lines[1].text.ends_with(", errno=1).\n"));
+        EXPECT_EQ(lines[2].priority, removed ? LOG_INFO : LOG_ERR);
+        EXPECT_TRUE(lines[2].text.starts_with("[0] " + report)) << lines[2].text;
+    }
+}
+
+}  // namespace
+}  // namespace korx::test

@@ -1,0 +1,168 @@
+#include "korx/str.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include "support/faults.h"
+#include "support/fixture.h"
+
+namespace korx::test {
+namespace {
+
+using Strings = RoomTest;
+using Lines = std::vector<SyslogLine>;
+
+TEST_F(Strings, KnowAPrefix) {
+    const std::string p127(127, 'p'), p128(128, 'p');
+    EXPECT_EQ(ORX_StrIsStartWith("abc", "ab"), 1u);
+    EXPECT_EQ(ORX_StrIsStartWith("abc", ""), 1u);
+    EXPECT_EQ(ORX_StrIsStartWith("ab", "abc"), 0u);
+    EXPECT_EQ(ORX_StrIsStartWith("abc", "b"), 0u);
+    EXPECT_EQ(ORX_StrIsStartWith(nullptr, "a"), 0u);
+    EXPECT_EQ(ORX_StrIsStartWith("a", nullptr), 0u);
+    EXPECT_EQ(ORX_StrIsStartWith(p128.c_str(), p127.c_str()), 1u);
+    EXPECT_EQ(ORX_StrIsStartWith(p127.c_str(), p128.c_str()), 0u);
+    EXPECT_EQ(syslog.lines(), Lines{});
+    EXPECT_EQ(ORX_StrIsStartWith(p128.c_str(), p128.c_str()), 0u);
+    EXPECT_EQ(syslog.lines(), (Lines{{LOG_ERR, "[0] nRet=34.Copy pcStr unsuccessfully, pcStr=" +
+                                                   p128 + ", pcStrLen=128.\n"}}));
+}
+
+TEST_F(Strings, AnswerTheSmallQuestions) {
+    EXPECT_EQ(ORX_IsStringEqual("ab", "ab"), 1u);
+    EXPECT_EQ(ORX_IsStringEqual("ab", "abc"), 0u);
+    EXPECT_EQ(ORX_IsStringEqual("ab", "aB"), 0u);
+    EXPECT_EQ(ORX_IsStringEqual(nullptr, nullptr), 0u);
+    EXPECT_EQ(ORX_IsDigitString("0123456789"), 1u);
+    for (const char* text : {"", "12a", " 1", "-1", "\xB2"})
+        EXPECT_EQ(ORX_IsDigitString(text), 0u) << text;
+    EXPECT_EQ(ORX_IsDigitString(nullptr), 0u);
+
+    char list[] = "a,b,,c";
+    EXPECT_EQ(ORX_ReplaceChar(list, ',', '\0'), 3u);
+    EXPECT_EQ(std::string(list, 6), std::string("a\0b\0\0c", 6));
+    EXPECT_EQ(ORX_ReplaceChar(list + 1, 'x', 'y'), 0u);
+}
+
+TEST_F(Strings, CopyWhatFits) {
+    char text[5] = "####";
+    EXPECT_EQ(ORX_StringLoop("abcd", text, 4), 0u);
+    EXPECT_EQ(ORX_StringLoop("", text, 0), 0u);
+    EXPECT_STREQ(text, "####");
+    EXPECT_EQ(ORX_StringLoop("a", text, 4), 0u);
+    EXPECT_EQ(std::string(text, 5), std::string("a\0#\0\0", 5));
+    EXPECT_EQ(syslog.lines(), Lines{});
+    EXPECT_NE(ORX_StringLoop("a", nullptr, 4), 0u);
+    EXPECT_EQ(syslog.texts(),
+              std::vector<std::string>{"[0] nRet=22.Copy StrLoop unsuccessfully, StrLoop=a.\n"});
+
+    for (const auto& [count, copied] :
+         {std::pair{0u, "abc"}, {2u, "ab"}, {3u, "abc"}, {100u, "abc"}}) {
+        char* const copy = ORX_StrNdup("abc", count);
+        EXPECT_STREQ(copy, copied);
+        EXPECT_EQ(copy[count == 0 ? 3 : count], '\0');
+        free(copy);
+    }
+    EXPECT_EQ(ORX_StrNdup(nullptr, 1), nullptr);
+    Fault fault{"malloc", 1, ENOMEM};
+    EXPECT_EQ(ORX_StrNdup("abc", 0), nullptr);
+}
+
+TEST_F(Strings, SplitAtRunsOfSeparators) {
+    struct Row {
+        const char* text;
+        char separator;
+        uint32_t max_count;
+        const char* tokens;  // joined by |
+    };
+    for (const Row& row : {
+             Row{"", ',', 0, ""},
+             Row{",,,", ',', 0, ""},
+             Row{",,a,,b,,", ',', 0, "a|b|"},
+             Row{"a b c d", ' ', 0, "a|b|c|d|"},
+             Row{"a b c d", ' ', 2, "a|b|c d|"},
+             Row{"a,b,,c,", ',', 1, "a|b,,c,|"},
+             Row{"a,,b,,", ',', 2, "a|b|"},
+             Row{",a,b", ',', 9, "a|b|"},
+             Row{"abc", '\0', 0, "abc|"},
+         }) {
+        ORX_VEC_Vector* const tokens = ORX_VEC_VectorInit(nullptr, 0);
+        EXPECT_EQ(ORX_SplitString2Vector(row.text, row.separator, row.max_count, tokens), 0u);
+        std::string joined;
+        for (uint32_t i = 0; i < tokens->uiUsedSlots; ++i)
+            joined += static_cast<char*>(tokens->ppSlots[i]) + std::string("|");
+        EXPECT_EQ(joined, row.tokens) << row.text;
+        ORX_VEC_VectorClearAll(tokens);
+        ORX_VEC_VectorFree(tokens);
+    }
+}
+
+// Allocations of the call: token a, token b, the vector's growth for it.
+TEST_F(Strings, FreeEveryElementWhenASplitFails) {
+    for (unsigned nth : {1u, 2u, 3u}) {
+        ORX_VEC_Vector* const tokens = ORX_VEC_VectorInit(nullptr, 2);
+        ORX_VEC_VectorSet(tokens, ORX_StrNdup("before", 0));
+        Fault fault{"malloc", nth, ENOMEM};
+        EXPECT_EQ(ORX_SplitString2Vector("a,b,c", ',', 0, tokens), 0x0FFFFFFFu);
+        EXPECT_EQ(fault.hits(), 1u);
+        EXPECT_EQ(ORX_VEC_VectorCount(tokens), 0u);
+        ORX_VEC_VectorFree(tokens);
+    }
+    EXPECT_EQ(ORX_SplitString2Vector("a", ',', 0, nullptr), 0x0FFFFFFFu);
+}
+
+TEST_F(Strings, WriteUntilAllIsOut) {
+    const int fd = open("out", O_CREAT | O_WRONLY | O_APPEND, 0600);
+    const auto write_all = [fd] { return ORX_Write(fd, "abcdef", 6); };
+    EXPECT_EQ(ORX_Write(fd, nullptr, 0), -1);
+    EXPECT_EQ(ORX_Write(-1, "", 0), 0);
+    {
+        const Fault interrupted{"write", 1, EINTR}, full{"write", 2, EAGAIN, 3};
+        const auto part = Fault::Short("write", 5, 4);
+        EXPECT_EQ(write_all(), 6);
+        EXPECT_EQ(ReadFile("out"), "abcdef");
+    }
+    {
+        const auto part = Fault::Short("write", 1, 2);
+        const Fault fault{"write", 2, ENOSPC};
+        EXPECT_EQ(write_all(), -1);
+        EXPECT_EQ(ReadFile("out"), "abcdefab");
+    }
+    const auto nothing = Fault::Short("write", 1, 0);
+    errno = EAGAIN;  // from an earlier call: it must not keep a write that moves nothing going
+    EXPECT_EQ(write_all(), 0);
+    close(fd);
+}
+
+TEST_F(Strings, ConvertAddresses) {
+    char text[16] = "old";
+    EXPECT_EQ(ORX_GetStrIpAddrByDig(0xC0A80001, text, sizeof text), 11);
+    EXPECT_STREQ(text, "192.168.0.1");
+    EXPECT_EQ(ORX_GetStrIpAddrByDig(0xFFFFFFFF, text, sizeof text), 15);
+    EXPECT_STREQ(text, "255.255.255.255");
+    EXPECT_EQ(ORX_GetStrIpAddrByDig(0x01020304, text, 8), 7);
+    EXPECT_EQ(ORX_GetStrIpAddrByDig(0x01020304, text, 7), -1);
+    EXPECT_EQ(ORX_GetStrIpAddrByDig(1, text, 0), -1);
+    EXPECT_EQ(ORX_GetStrIpAddrByDig(1, nullptr, 8), -1);
+
+    struct Row {
+        const char* text;
+        int fields;
+        uint32_t address;
+    };
+    for (const Row& row : {Row{"1.2.3.4", 4, 0x01020304}, Row{"255.0.255.0x", 4, 0xFF00FF00},
+                           Row{"0.0.1.256", 4, 0x200}, Row{"256.0.0.1", 4, 1}, Row{"10.0.0", 3, 7},
+                           Row{"x", 0, 7}, Row{"", -1, 7}}) {
+        uint32_t address = 7;
+        EXPECT_EQ(ORX_GetDigIpAddrByStr(row.text, &address), row.fields) << row.text;
+        EXPECT_EQ(address, row.address) << row.text;
+    }
+    EXPECT_EQ(ORX_GetDigIpAddrByStr("1.2.3.4", nullptr), -1);
+}
+
+}  // namespace
+}  // namespace korx::test

@@ -1,0 +1,95 @@
+#include <errno.h>
+
+#include "korx/str.h"
+#include "support/faults.h"
+#include "support/fixture.h"
+
+namespace korx::test {
+namespace {
+
+// What the call leaves of a text; the bytes around it must stay.
+template <typename Call>
+std::string After(const std::string& text, Call call) {
+    char buffer[64] = {};
+    buffer[0] = buffer[text.size() + 2] = '#';
+    text.copy(buffer + 1, text.size());
+    call(buffer + 1);
+    EXPECT_TRUE(buffer[0] == '#' && buffer[text.size() + 2] == '#') << text;
+    return buffer + 1;
+}
+
+TEST(Trim, TakesQuotesBeforeBlanksAtTheEndAndBlanksBeforeQuotesAtTheStart) {
+    struct Row {
+        const char* text;
+        const char* start;
+        const char* end;
+        const char* both;
+    };
+    for (const Row& row : {
+             Row{"", "", "", ""},
+             Row{"abc", "abc", "abc", "abc"},
+             Row{"  \"abc\"", "abc\"", "  \"abc", "abc"},
+             Row{"\"abc\"  ", "abc\"  ", "\"abc\"", "abc\""},
+             Row{"\" a \"", " a \"", "\" a", " a"},
+             Row{"a \" \"\"", "a \" \"\"", "a \"", "a \""},
+             Row{"    ", "", "", ""},
+             Row{"\"\"\"", "", "", ""},
+             Row{"  \"\"", "", "", ""},
+             Row{"\"\"  ", "  ", "\"\"", ""},
+             Row{"\ta\t", "\ta\t", "\ta\t", "\ta\t"},
+         }) {
+        const auto run = [&](auto trim) {
+            return After(row.text, [&](char* text) { EXPECT_EQ(trim(text), 0u); });
+        };
+        EXPECT_EQ(run(ORX_Strtrimr), row.start) << row.text;
+        EXPECT_EQ(run(ORX_Strtriml), row.end) << row.text;
+        EXPECT_EQ(run([](char* text) { return ORX_Trim(text, 0); }), row.both) << row.text;
+    }
+}
+
+TEST(Trim, LeavesTheTextWhenMemoryIsShort) {
+    for (unsigned nth : {1u, 2u}) {
+        Fault fault{"malloc", nth, ENOMEM};
+        char text[] = " a ";
+        EXPECT_EQ(ORX_Trim(text, sizeof text), 0x71000003u);
+        EXPECT_STREQ(text, nth == 1 ? " a " : " a");
+    }
+}
+
+TEST(Trim, RemovesOneLineEnd) {
+    for (const auto& [text, left] : {
+             std::pair{"", ""},
+             {"\n", "\n"},
+             {"\r\n", "\r"},
+             {"a\n", "a"},
+             {"ab", "ab"},
+             {"ab\r\n", "ab"},
+             {"a\r\n", "a"},
+             {"abc\r", "abc"},
+             {"abc\n", "abc"},
+             {"ab\n\r", "ab\n"},
+             {"ab\r\n\r\n", "ab\r\n"},
+             {"ab\n\n", "ab\n"},
+         })
+        EXPECT_EQ(After(text, [](char* t) { ORX_RemoveLastRn(t, 0); }), left) << text;
+    ORX_RemoveLastRn(nullptr, 1);
+}
+
+TEST(Trim, KnowsAllSpace) {
+    EXPECT_EQ(ORX_StringTrim(nullptr), 0x0FFFFFFFu);
+    EXPECT_EQ(ORX_IsSpaceString(nullptr), 1u);
+    for (const auto& [text, left] : {
+             std::pair{"", ""},
+             {" \t\n\v\f\r", ""},
+             {"\va b\t", "a b"},
+             {"\" a\"", "\" a\""},
+             {"a", "a"},
+             {" \xE9 ", "\xE9"},
+         }) {
+        EXPECT_EQ(After(text, [](char* t) { EXPECT_EQ(ORX_StringTrim(t), 0u); }), left);
+        EXPECT_EQ(ORX_IsSpaceString(text), *left == '\0' ? 1u : 0u);
+    }
+}
+
+}  // namespace
+}  // namespace korx::test
