@@ -1,0 +1,228 @@
+// The small file and directory operations on which the other rooms stand.
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/codes.h"
+#include "base/lock.h"
+#include "base/report.h"
+#include "base/text.h"
+#include "base/unique.h"
+#include "base/write_all.h"
+#include "korx/fs.h"
+#include "korx/str.h"
+
+namespace korx {
+namespace {
+
+constexpr size_t kPathSize = 384;
+constexpr size_t kFileNameLimit = 383;
+constexpr size_t kDirNameLimit = 255;
+constexpr size_t kLookupSize = 128;
+
+bool IsDotOrDotDot(const char* name) {
+    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
+}
+
+// Makes one directory of a path. What exists already is taken as it is, a file included.
+bool MakeOne(const char* path, mode_t mode) {
+    if (mkdir(path, mode) < 0)
+        return errno == EEXIST;
+    (void) KORX_Fchmod(path, mode);  // the umask has taken bits away
+    return true;
+}
+
+uint32_t LockWhole(int fd, int command, short type) {
+    if (fd < 0)
+        return kFailed;
+    const int result = SetRecordLock(fd, command, type, 0, SEEK_SET, 0, OnDeadlock::kFail);
+    return result < 0 ? kFailed : kOk;
+}
+
+}  // namespace
+}  // namespace korx
+
+using namespace korx;
+
+uint32_t KORX_IsFileExist(const char* path) {
+    struct stat st;
+    return path != nullptr && stat(path, &st) == 0 ? 1 : 0;
+}
+
+uint32_t KORX_IsDirExist(const char* path) {
+    struct stat st;
+    return path != nullptr && stat(path, &st) == 0 && S_ISDIR(st.st_mode) ? 1 : 0;
+}
+
+uint32_t ORX_IsSymLink(const char* path, uint32_t) {
+    struct stat st;
+    return path != nullptr && lstat(path, &st) == 0 && S_ISLNK(st.st_mode) ? 1 : 0;
+}
+
+void KORX_RemoveLastRn(char* text) {
+    ORX_RemoveLastRn(text, 0);
+}
+
+uint32_t KORX_Mkdir(const char* path, uint32_t mode) {
+    const size_t length = strlen(path);
+    if (length >= kPathSize)
+        return Fail(kInvalidParam, "The path name length of %s is %u and is invalid. ", path,
+                    static_cast<uint32_t>(length));
+    if (path[0] != '/')
+        return Fail(kInvalidParam, "The path name %s is invalid,it should be full path. ", path);
+    FixedText<kPathSize> buffer;
+    if (!buffer.format("%s", path))
+        return Fail(kFailed, "print pcPathname unsuccessfully, pcPathname=%s", path);
+
+    char* const text = buffer.data();
+    for (size_t i = 1; i <= length; ++i) {
+        const char cut = text[i];
+        if (cut != '/' && cut != '\0')
+            continue;
+        text[i] = '\0';
+        if (!MakeOne(text, mode))
+            return Fail(kCreateDirFailed, "Create %s directory unsuccessfully as %d. ", path,
+                        errno);
+        text[i] = cut;
+    }
+    return kOk;
+}
+
+uint32_t KORX_Fchmod(const char* path, uint32_t mode) {
+    const MallocPtr<char> real(realpath(path, nullptr));
+    if (!real)
+        return kFailed;
+    const UniqueFd fd(open(real.get(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!fd)
+        return Fail(kFailed, "Open file %s unsuccessfully. errno: %d", path, errno);
+    struct stat st;
+    if (fstat(fd.get(), &st) < 0)
+        return Fail(kFailed, "fstat file %s unsuccessfully. errno: %d", path, errno);
+    if (fchmod(fd.get(), mode) < 0)
+        return Warn(kFailed, "fchmod file %s unsuccessfully. errno: %d", path, errno);
+    return kOk;
+}
+
+uint32_t KORX_LockFile(int fd) {
+    return LockWhole(fd, F_SETLKW, F_WRLCK);
+}
+
+uint32_t KORX_UnLockFile(int fd) {
+    return LockWhole(fd, F_SETLKW, F_UNLCK);
+}
+
+uint32_t KORX_IsPostfixMatch(const char* text, const char* suffix) {
+    const size_t length = strlen(text);
+    const size_t suffix_length = strlen(suffix);
+    if (length <= suffix_length)
+        return 0;
+    return strcasecmp(text + length - suffix_length, suffix) == 0 ? 1 : 0;
+}
+
+uint32_t KORX_IsPrefixMatch(const char* text, const char* prefix) {
+    if (ORX_IsSpaceString(text) == 1 || ORX_IsSpaceString(prefix) == 1)
+        return 0;
+    return strncmp(text, prefix, strlen(prefix)) == 0 ? 1 : 0;
+}
+
+char* KORX_GetFileName(char* path) {
+    char* const slash = strrchr(path, '/');
+    return slash == nullptr ? path : slash + 1;
+}
+
+uint32_t KORX_GetUidByName(const char* name, uint32_t* uid) {
+    if (name == nullptr || uid == nullptr)
+        return Fail(kFailed, "param error");
+    struct passwd user = {};
+    struct passwd* found = nullptr;
+    char scratch[kLookupSize] = {};
+    errno = getpwnam_r(name, &user, scratch, sizeof scratch, &found);
+    if (errno != 0)
+        return Fail(kFailed, "getpwnam failed, errno:%d", errno);
+    if (found == nullptr)
+        return kFailed;
+    *uid = user.pw_uid;
+    explicit_bzero(&user, sizeof user);
+    explicit_bzero(scratch, sizeof scratch);
+    return kOk;
+}
+
+uint32_t KORX_GetGidByName(const char* name, uint32_t* gid) {
+    if (name == nullptr || gid == nullptr)
+        return Fail(kFailed, "param error");
+    struct group group = {};
+    struct group* found = nullptr;
+    char scratch[kLookupSize] = {};
+    errno = getgrnam_r(name, &group, scratch, sizeof scratch, &found);
+    if (errno != 0)
+        return Fail(kFailed, "getgrnam failed, errno:%d", errno);
+    if (found == nullptr)
+        return kFailed;
+    *gid = group.gr_gid;
+    return kOk;
+}
+
+int32_t KORX_Write(int fd, const void* data, int32_t length) {
+    if (data == nullptr)
+        return -1;
+    if (length < 1)
+        return length;
+    return static_cast<int32_t>(WriteAll(fd, data, static_cast<size_t>(length)));
+}
+
+uint32_t KORX_DelFile(const char* path, uint32_t) {
+    if (path == nullptr)
+        return ORXFS_ERR_NULL_PARA;
+    if (remove(path) < 0)
+        return Warn(ORXFS_ERR_REMOVE, "[ORXFS-LOCAL] Remove %s unsuccessfully! errno=%d.", path,
+                    errno);
+    Log(kLevelInfo, "[ORXFS-LOCAL] Success to remove %s.", path);
+    return ORXFS_OK;
+}
+
+uint32_t KORX_CheckFileName(const char* name, uint32_t) {
+    if (name == nullptr)
+        return ORXFS_ERR_NULL_PARA;
+    const size_t length = strlen(name);
+    if (length == 0)
+        return Fail(ORXFS_ERR_NAME_EMPTY, "[ORXFS-LOCAL] filename length is zero!");
+    if (length >= kFileNameLimit)
+        return Fail(ORXFS_ERR_NAME_TOO_LONG, "[ORXFS-LOCAL] filename %s length is too long!", name);
+    if (name[length - 1] == '/')
+        return Fail(ORXFS_ERR_NAME_END_SLASH, "[ORXFS-LOCAL] filename %s is end by '/'!", name);
+    return ORXFS_OK;
+}
+
+uint32_t KORX_CheckDirName(const char* name) {
+    if (name == nullptr)
+        return ORXFS_ERR_NULL_PARA;
+    const size_t length = strlen(name);
+    if (length == 0)
+        return Fail(ORXFS_ERR_DIR_NAME_EMPTY, "[ORXFS-LOCAL] dirname length is zero!");
+    if (length >= kDirNameLimit)
+        return Fail(ORXFS_ERR_DIR_NAME_TOO_LONG, "[ORXFS-LOCAL] dirname %s length is too long!",
+                    name);
+    return ORXFS_OK;
+}
+
+uint32_t KORX_IsDirEmpty(const char* path) {
+    struct stat st;
+    if (path == nullptr || lstat(path, &st) < 0)
+        return 1;
+    const UniqueDir directory(opendir(path));
+    if (!directory)
+        return Fail(ORXFS_ERR_DIR_OPEN, "Path:%s not Exist, errno:%d.", path, errno);
+    while (const struct dirent* entry = readdir(directory.get())) {
+        if (!IsDotOrDotDot(entry->d_name))
+            return 0;
+    }
+    return 1;
+}

@@ -1,0 +1,329 @@
+// Resolution of names, and the opens and creations that resolve first. A resolver that fails leaves
+// its output empty, so that no caller goes on with a cut or stale name.
+#include <errno.h>
+#include <fcntl.h>
+#include <libgen.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "base/codes.h"
+#include "base/report.h"
+#include "base/text.h"
+#include "base/unique.h"
+#include "korx/fs.h"
+#include "korx/str.h"
+
+namespace korx {
+namespace {
+
+constexpr size_t kDirSize = 256;
+constexpr size_t kNameSize = 128;
+constexpr size_t kPathSize = 384;
+constexpr size_t kCreateDirSize = 512;
+constexpr size_t kMaxOpenName = 384;
+constexpr size_t kParentSize = 256;
+constexpr mode_t kNewDirMode = 0750;
+constexpr mode_t kNewFileMode = 0666;
+
+constexpr size_t kNoSlash = SIZE_MAX;
+
+uint32_t Refuse(char* out, size_t size, uint32_t code) {
+    if (out != nullptr && size > 0)
+        out[0] = '\0';
+    return code;
+}
+
+// A name split at its last separator; the directory part keeps it.
+struct SplitName {
+    FixedText<kDirSize> directory;
+    FixedText<kNameSize> name;
+
+    bool split(const char* path) {
+        return ORX_SplitPathFileName(path, directory.data(), directory.size(), name.data(),
+                                     name.size()) == 1;
+    }
+};
+
+// The slash before the last component, which may itself end in one.
+size_t ParentSlash(const char* path, size_t length) {
+    size_t end = length > 0 && path[length - 1] == '/' ? length - 1 : length;
+    while (end > 0) {
+        if (path[--end] == '/')
+            return end;
+    }
+    return kNoSlash;
+}
+
+uint32_t StartPath(const char* path, char* buffer, uint32_t size) {
+    if (path[0] != '/') {
+        if (getcwd(buffer, size) == nullptr)
+            return Fail(kFailed, "return of getcwd is null when get current path, errno=%d.",
+                        errno);
+        return kOk;
+    }
+    const int copied = strncpy_s(buffer, size, "/", 1);
+    if (copied != 0)
+        return Fail(kFailed, "return of strncpy_s is error, file = %s, uiBufLen = %u. ret = %d",
+                    path, size, copied);
+    return kOk;
+}
+
+uint32_t ApplyComponents(const char* path, char* buffer, uint32_t size) {
+    for (const char* rest = path; *rest != '\0';) {
+        const size_t length = strcspn(rest, "/");
+        if (length >= kNameSize)
+            return Fail(kFailed, "file name too long, file = %s.", rest);
+        FixedText<kNameSize> component;
+        if (strncpy_s(component.data(), kNameSize, rest, length) != 0)
+            return kFailed;
+        if (length > 0 && ORX_PathCat(component.c_str(), buffer, size) != kOk)
+            return kFailed;
+        rest += length;
+        if (*rest == '/')
+            ++rest;
+    }
+    return kOk;
+}
+
+uint32_t ResolveMissing(const char* path, FixedText<kPathSize>* resolved) {
+    SplitName parts;
+    if (!parts.split(path))
+        return kFailed;
+    if (KORX_Trans2CanonicalFilepath(parts.directory.c_str(), parts.directory.data(), kDirSize) !=
+        kOk)
+        return Fail(kFailed, "Get the abolute path unsuccessfully, path : %s", path);
+    if (!resolved->format("%s/%s", parts.directory.c_str(), parts.name.c_str()))
+        return Fail(
+            kFailed,
+            "Get the abolute path and file name of file %s unsuccessfully when file is no exist",
+            path);
+    return kOk;
+}
+
+}  // namespace
+}  // namespace korx
+
+using namespace korx;
+
+uint32_t ORX_GetAbsolutePathAndFileName(const char* name, char* out, uint32_t size) {
+    if (size == 0)
+        return Fail(kInvalidParam, "Input invalid. BufLen = %u", size);
+    SplitName parts;
+    if (!parts.split(name))
+        return Refuse(out, size, kFailed);
+    const MallocPtr<char> directory(realpath(parts.directory.c_str(), nullptr));
+    if (!directory)
+        return Refuse(
+            out, size,
+            Fail(kFailed, "return of realpath is null when get the abolute path, errno=%d.",
+                 errno));
+    if (snprintf_s(out, size, size - 1, "%s/%s", directory.get(), parts.name.c_str()) < 0)
+        return Fail(kFailed,
+                    "Get the abolute path and file name of file %s unsuccessfully. RetCode=%d. ",
+                    name, 0);
+    return kOk;
+}
+
+uint32_t KORX_Trans2AbsolutePath(const char* path, char* buffer, uint32_t size) {
+    if (StartPath(path, buffer, size) != kOk || ApplyComponents(path, buffer, size) != kOk)
+        return Refuse(buffer, size, kFailed);
+    return kOk;
+}
+
+uint32_t ORX_PathCat(const char* component, char* path, uint32_t size) {
+    if (ORX_IsStringEqual(component, "..") == 1)
+        return ORX_PathCatDoubleDot(path);
+    if (ORX_IsStringEqual(component, ".") == 1)
+        return kOk;
+
+    const size_t length = strlen(path);
+    if (length >= size)
+        return Fail(kFailed, "Input invalid. pathLen = %u", static_cast<uint32_t>(length));
+    const bool needs_slash = length == 0 || path[length - 1] != '/';
+    const size_t added = strlen(component);
+    if (length + (needs_slash ? 1 : 0) + added >= size)
+        return kFailed;
+    const size_t end = needs_slash ? length + 1 : length;
+    if (needs_slash)
+        path[length] = '/';
+    return strncpy_s(path + end, size - end, component, added) == 0 ? kOk : kFailed;
+}
+
+uint32_t ORX_PathCatDoubleDot(char* path) {
+    const size_t length = strlen(path);
+    if (length == 0)
+        return Fail(kFailed, "Input invalid. pathLen = %u", 0u);
+    const size_t slash = ParentSlash(path, length);
+    if (slash == kNoSlash)
+        return kFailed;
+    path[slash + 1] = '\0';
+    return kOk;
+}
+
+uint32_t ORX_GetDirectory(const char* source, char* destination, uint32_t size) {
+    const size_t length = strcspn(source, "/");
+    if (length >= size)
+        return Refuse(destination, size, Fail(kFailed, "file name too long, file = %s.", source));
+    return strncpy_s(destination, size, source, length) == 0 ? kOk : kFailed;
+}
+
+uint32_t KORX_Trans2CanonicalFilepath(const char* path, char* out, uint32_t size) {
+    if (path == nullptr || out == nullptr)
+        return Refuse(out, size, Fail(kFailed, "Parameter error"));
+    errno = 0;
+    const MallocPtr<char> real(realpath(path, nullptr));
+    if (!real)
+        return Refuse(
+            out, size,
+            Fail(kFailed, "Get file real path failed, filepath: %s, errno = %d.", path, errno));
+    const size_t length = strlen(real.get());
+    if (length >= size || memset_s(out, size, 0, size) != 0)
+        return Refuse(out, size, kFailed);
+    return strncpy_s(out, size, real.get(), length) == 0 ? kOk : kFailed;
+}
+
+uint32_t KORX_GetCanonicalFilepath(const char* path, char* out, uint32_t size) {
+    if (path == nullptr || out == nullptr)
+        return Refuse(out, size, Fail(kFailed, "Parameter error"));
+    FixedText<kPathSize> resolved;
+    if (KORX_IsFileExist(path) == 1) {
+        if (KORX_Trans2CanonicalFilepath(path, resolved.data(), kPathSize) != kOk)
+            return Refuse(
+                out, size,
+                Fail(kFailed, "Get the abolute path unsuccessfully when file is exist, file : %s",
+                     path));
+    } else if (ResolveMissing(path, &resolved) != kOk) {
+        return Refuse(out, size, kFailed);
+    }
+
+    if (strlen(resolved.c_str()) >= size)
+        return Refuse(out, size, Fail(kFailed, "CanopathLen(%u) is not enougth", size));
+    if (memset_s(out, size, 0, size) != 0 ||
+        snprintf_s(out, size, size - 1, "%s", resolved.c_str()) < 0)
+        return Fail(kFailed, "Get the abolute path and file name of file %s unsuccessfully",
+                    resolved.c_str());
+    return kOk;
+}
+
+int ZUVA_CanonicalOpenUseMode(const char* name, int flags, uint32_t mode) {
+    const size_t length = strlen(name);
+    if (length == 0 || length > kMaxOpenName)
+        return Fail(-1, "Name length(%u) is illegal, name: %s.", static_cast<uint32_t>(length),
+                    name);
+    const MallocPtr<char> for_directory(strdup(name));
+    if (!for_directory)
+        return Fail(-1, "strdup file dir failed, name: %s, error: %d.", name, errno);
+    const MallocPtr<char> for_base(strdup(name));
+    if (!for_base)
+        return Fail(-1, "strdup file name failed, name: %s, error: %d.", name, errno);
+    const char* const directory = dirname(for_directory.get());
+    if (directory == nullptr)
+        return Fail(-1, "get dirname failed, name: %s, error: %d.", name, errno);
+    const char* const base = basename(for_base.get());
+    if (base == nullptr)
+        return Fail(-1, "get basename failed, name: %s, error: %d.", name, errno);
+
+    const MallocPtr<char> real(realpath(directory, nullptr));
+    if (!real)
+        return Fail(-1, "Failed to transform files %s into canonical form. error: %d.", directory,
+                    errno);
+    FixedText<kPathSize> path;
+    if (!path.format("%s/%s", real.get(), base))
+        return Fail(-1,
+                    "snprintf_s failed in ZUVA_CanonicalOpenUseMode, tempPath:%s, baseFileName:%s",
+                    real.get(), base);
+    return open(path.c_str(), flags | O_CLOEXEC, mode);
+}
+
+int ZUVA_CanonicalOpen(const char* name, int flags) {
+    return ZUVA_CanonicalOpenUseMode(name, flags, 0);
+}
+
+int ZUVA_CanonicalClose(int fd) {
+    return fd < 1 ? -1 : close(fd);
+}
+
+char* ORX_DelSlashInPathEnd(char* path, uint32_t) {
+    const size_t length = strlen(path);
+    if (length > 0 && path[length - 1] == '/')
+        path[length - 1] = '\0';
+    return path;
+}
+
+int ORX_CmpLinuxDirStr(const char* a, const char* b) {
+    constexpr int kDiffers = 1;
+    if (a == nullptr || b == nullptr || strlen(a) >= kDirSize || strlen(b) >= kDirSize)
+        return Fail(kDiffers, "[ORXFS-LOCAL] ORX_CmpLinuxDirStr:%s or %s is too long!",
+                    a == nullptr ? "(null)" : a, b == nullptr ? "(null)" : b);
+    FixedText<kDirSize> first;
+    int copied = strncpy_s(first.data(), kDirSize, a, strlen(a));
+    if (copied != 0)
+        return Fail(kDiffers, "nRet=%d.Copy pcName1 unsuccessfully. pcName1=%s", copied, a);
+    FixedText<kDirSize> second;
+    copied = strncpy_s(second.data(), kDirSize, b, strlen(b));
+    if (copied != 0)
+        return Fail(kDiffers, "nRet=%d.Copy pcName2 unsuccessfully. pcName2=%s", copied, b);
+    return strcmp(ORX_DelSlashInPathEnd(first.data(), 0), ORX_DelSlashInPathEnd(second.data(), 0));
+}
+
+uint32_t KORX_GetParentDir(const char* path, char* parent) {
+    if (path == nullptr || parent == nullptr)
+        return Fail(kFailed, "[ORXFS-LOCAL]Get parent dir input null");
+    const size_t length = strlen(path);
+    if (length <= 1)
+        return Fail(kFailed, "[ORXFS-LOCAL]Get parent dir path len is 0!");
+    const size_t held = strlen(parent);
+    if (held >= kParentSize)
+        return Fail(kFailed, "[ORXFS-LOCAL]Get parent dir parent path is too long, %d!",
+                    static_cast<int>(held));
+
+    const size_t slash = ParentSlash(path, length);
+    if (slash == kNoSlash)
+        return Fail(kFailed,
+                    "[ORXFS-LOCAL]Get parent dir parent find pre slash: %d, parent path len: %u!",
+                    0, 0u);
+    const size_t kept = slash + 1;
+    if (slash >= kParentSize - 2)
+        return Fail(kFailed,
+                    "[ORXFS-LOCAL]Get parent dir parent find pre slash: %d, parent path len: %u!",
+                    1, static_cast<uint32_t>(kept));
+    if (parent == path) {
+        parent[kept] = '\0';
+        return kOk;
+    }
+    const int copied = strncpy_s(parent, kParentSize, path, kept);
+    if (copied != 0)
+        return Fail(kFailed, "nRet=%d.Copy pcPath unsuccessfully. pcPath=%s,pcPathLen=%u", copied,
+                    path, static_cast<uint32_t>(kept));
+    return kOk;
+}
+
+uint32_t ORX_CreateDirByFile(const char* file) {
+    FixedText<kCreateDirSize> absolute;
+    if (KORX_Trans2AbsolutePath(file, absolute.data(), absolute.size()) != kOk)
+        return Fail(kFailed, "ORX_Trans2AbsolutePath failed, file:%s", file);
+    FixedText<kCreateDirSize> directory;
+    if (ORX_SplitPathFileName(absolute.c_str(), directory.data(), directory.size(), nullptr, 0) !=
+        1)
+        return kFailed;
+    if (KORX_IsDirExist(directory.c_str()) == 1)
+        return kOk;
+    return KORX_Mkdir(directory.c_str(), kNewDirMode) == kOk ? kOk : kFailed;
+}
+
+uint32_t KORX_CreateFile(const char* file) {
+    if (KORX_IsFileExist(file) == 1)
+        return kOk;
+    FixedText<kPathSize> absolute;
+    if (ORX_GetAbsolutePathAndFileName(file, absolute.data(), absolute.size()) != kOk)
+        return Fail(kFailed, "get absolute path and file name failed, fullRpgFilelistInfo:%s",
+                    file);
+    // Without O_TRUNC: a file that has appeared since keeps what it holds.
+    const UniqueFd fd(
+        open(absolute.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kNewFileMode));
+    if (!fd)
+        return Fail(kFailed, "Create file (%s) unsuccessfully, errno=%d.", file, errno);
+    return kOk;
+}
