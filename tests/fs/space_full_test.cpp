@@ -1,0 +1,109 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <regex>
+
+#include "korx/fs.h"
+#include "korx/log.h"
+#include "korx/path.h"
+#include "support/faults.h"
+#include "support/fixture.h"
+#include "support/processes.h"
+
+namespace korx::test {
+namespace {
+
+constexpr char kStamp[] = R"(\[20\d{6}-\d\d:\d\d:\d\d\.\d{6}\])";
+
+struct SpaceFull : RoomTest {
+    SpaceFull() {
+        MakeDirs(tree.path("logs"));
+        g_stPtnPath = {};
+        tree.path("logs").copy(g_stPtnPath.acLogPath, sizeof g_stPtnPath.acLogPath - 1);
+    }
+    std::string log() { return ReadFile("logs/orx_spacefull.log"); }
+};
+
+std::string Record(const std::string& name, const std::string& value) {
+    const auto padded = [](const std::string& text, size_t width) {
+        return std::string(width > text.size() ? width - text.size() : 0, ' ') + text;
+    };
+    return padded(name, 100) + padded(value, 10) + "\r\n";
+}
+
+bool Matches(const std::string& text, const std::string& before, const std::string& record) {
+    return std::regex_match(text, std::regex(before + kStamp + record));
+}
+
+TEST_F(SpaceFull, StartsAnewBehindTheReservation) {
+    ORX_SpaceFullLogInit();
+    ORX_SpaceFull("/var", 87);
+    EXPECT_TRUE(Matches(log(), " {5120}", Record("/var", "87"))) << log();
+    ORX_SpaceFull(std::string(120, 'n').c_str(), 4294967295u);
+    EXPECT_TRUE(Matches(log(), R"(\[orx_spacefull\] start:\r\n\])",
+                        Record(std::string(120, 'n'), "4294967295")))
+        << log();
+    EXPECT_EQ(Mode("logs/orx_spacefull.log"), 0640u);
+    const size_t restarted = log().size();
+    ORX_SpaceFull("/var", 7);
+    EXPECT_EQ(log().size(), restarted + 138);
+}
+
+TEST_F(SpaceFull, WritesToStandardOutputWhenThereIsNoLog) {
+    ORX_SpaceFullLogInit();
+    ORX_SpaceFull("/var", 1);
+    const std::string before = log();
+    const int out = open("out", O_RDWR | O_CREAT, 0600);
+    EXPECT_EQ(RunChild([&] {
+                  dup2(out, STDOUT_FILENO);
+                  const Fault fault("fopen", 1, EACCES);
+                  ORX_SpaceFull("/var", 2);
+                  return 0;
+              }),
+              0);
+    EXPECT_TRUE(Matches(ReadFile("out"), "", Record("/var", "2"))) << ReadFile("out");
+    EXPECT_EQ(log(), before);
+    close(out);
+}
+
+TEST_F(SpaceFull, ReportsAMissingDirectory) {
+    rmdir("logs");
+    ORX_SpaceFull("/var", 1);
+    const std::vector<std::string> texts = syslog.texts();
+    ASSERT_FALSE(texts.empty());
+    EXPECT_EQ(texts.back(), "[0] Get the abolute path and file name of file " +
+                                tree.path("logs/orx_spacefull.log") +
+                                " unsuccessfully when space is full.\n");
+}
+
+TEST_F(SpaceFull, RecordsTheUsageOfEachFileSystem) {
+    const long page = sysconf(_SC_PAGESIZE);
+    const struct {
+        std::string size;  // of a tmpfs
+        long used_pages;
+        const char* percent;
+    } rows[] = {
+        {"nr_blocks=1000", 875, "88"},
+        {"nr_blocks=1000", 874, "87"},
+        {"nr_blocks=3", 3, "100"},
+        {"size=" + std::to_string(1L << 60), 5, "0"},
+    };
+    MakeDirs("mnt");
+    for (const auto& row : rows) {
+        if (mount("none", "mnt", "tmpfs", 0, row.size.c_str()) != 0)
+            GTEST_SKIP() << "cannot mount here";
+        WriteFile("mnt/f", std::string(static_cast<size_t>(row.used_pages * page), 'x'));
+        ORX_GetAndSaveAllDfInfo();
+        const std::string text = log();
+        umount2("mnt", MNT_DETACH);
+        const std::string record = Record(tree.path("mnt"), row.percent);
+        EXPECT_TRUE(text.ends_with(record)) << row.percent << ": " << text;
+        EXPECT_EQ(text.find("/proc"), std::string::npos) << "it has no blocks";
+    }
+}
+
+}  // namespace
+}  // namespace korx::test
