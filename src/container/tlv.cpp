@@ -1,6 +1,5 @@
 // Flat buffers of records: a 16-bit type, a 16-bit length and the value, in host byte order and
 // without gaps. Fields may lie at odd addresses, so they move as bytes.
-#include <stddef.h>
 #include <string.h>
 
 #include "base/bounded.h"
@@ -12,7 +11,6 @@ namespace {
 
 constexpr int kLengthOffset = 2;
 constexpr int kHeaderSize = 4;
-constexpr uint16_t kMaxValue = INT16_MAX - kHeaderSize;
 constexpr uint32_t kTextFailed = 1;
 
 uint16_t LoadField(const uint8_t* field) {
@@ -25,9 +23,10 @@ void StoreField(uint8_t* field, uint16_t value) {
     memcpy(field, &value, sizeof value);
 }
 
-// Everything of a record but its type. A null value with a length is a failed copy.
+// Everything of a record but its type. The 16-bit count holds values to 32763 bytes: no longer one
+// has room. A null value with a length is a failed copy.
 bool StoreValue(uint8_t* record, int16_t* remaining, uint16_t length, const void* value) {
-    if (record == nullptr || remaining == nullptr || length > kMaxValue)
+    if (record == nullptr || remaining == nullptr)
         return false;
     const int record_size = kHeaderSize + length;
     if (*remaining < record_size)
@@ -40,8 +39,7 @@ bool StoreValue(uint8_t* record, int16_t* remaining, uint16_t length, const void
     return true;
 }
 
-// The first record of the type, if it lies in the buffer as a whole; else null. A length over the
-// limit is always one that does not fit.
+// The first record of the type, if it lies in the buffer as a whole; else null.
 const uint8_t* FindRecord(const void* buffer, int left, uint16_t type) {
     if (buffer == nullptr)
         return nullptr;

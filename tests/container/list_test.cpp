@@ -58,8 +58,12 @@ TEST_F(List, UnlinksOnlyWhatIsLinked) {
     KORX_DllDelete(nullptr, &node[0]);
     KORX_DllNode stranger = node[2];
     KORX_DllDelete(&head, &stranger);
-    EXPECT_EQ(order(), "acd");
+    node[3].pstPrev = &stranger;  // one neighbour that points back is not enough
+    KORX_DllDelete(&head, &stranger);
+    KORX_DllDelete(&head, &node[2]);
     EXPECT_EQ(stranger.pstNext, &node[3]);
+    node[3].pstPrev = &node[2];
+    EXPECT_EQ(order(), "acd");
 
     KORX_DllDeleteInMiddle(&head, &node[0], &node[2], &node[3]);
     EXPECT_EQ(KORX_DllGet(&head), &node[0]);
