@@ -18,6 +18,7 @@
 #include "base/text.h"
 #include "base/unique.h"
 #include "base/write_all.h"
+#include "fs/entry.h"
 #include "korx/fs.h"
 
 namespace korx {
@@ -32,8 +33,6 @@ constexpr mode_t kPermissionBits = 07777;
 constexpr mode_t kDirectoryMode = 0750;
 
 constexpr char kTemporarySuffix[] = ".orxtmp";
-
-constexpr unsigned kMaxLinks = 40;  // the kernel follows no more in one path
 
 constexpr unsigned kReadRetries = 30000;
 constexpr useconds_t kReadPauseUs = 10000;
@@ -81,10 +80,6 @@ uint32_t CopyInto(const Copy& copy, const char* resolved, int flags) {
                             copy.destination);
 }
 
-bool IsSameFile(const struct stat& a, const struct stat& b) {
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
 // The raw copy; flags are added to the destination's open.
 uint32_t CopyFile(const char* source, const char* destination, int flags) {
     const MallocPtr<char> buffer(static_cast<char*>(AllocateZeroed(kStepSize)));
@@ -124,55 +119,6 @@ uint32_t CopyFile(const char* source, const char* destination, int flags) {
     if (code != kOk)
         (void) KORX_DelFile(resolved.c_str(), resolved.size());
     return code;
-}
-
-// The directory entry that a path names: the same directory and name by whatever path.
-struct Entry {
-    explicit Entry(const char* path) {
-        const char* const slash = strrchr(path, '/');
-        name = slash == nullptr ? path : slash + 1;
-        FixedText<PATH_MAX> parent;
-        known = parent.format("%.*s", static_cast<int>(name - path), path) &&
-                stat(slash == nullptr ? "." : parent.c_str(), &directory) == 0;
-    }
-    bool operator==(const Entry& other) const {
-        return known && other.known && IsSameFile(directory, other.directory) &&
-               strcmp(name, other.name) == 0;
-    }
-
-    struct stat directory = {};
-    const char* name;
-    bool known;
-};
-
-// Replaces the path of a symbolic link by the path that it leads to. False for anything else.
-bool FollowLink(FixedText<PATH_MAX>* path) {
-    FixedText<PATH_MAX> target;
-    if (readlink(path->c_str(), target.data(), target.size() - 1) < 0)
-        return false;
-    const char* const slash = strrchr(path->c_str(), '/');
-    const bool is_relative = target.c_str()[0] != '/' && slash != nullptr;
-    FixedText<PATH_MAX> next;
-    const auto parent = static_cast<int>(is_relative ? slash + 1 - path->c_str() : 0);
-    (void) next.format("%.*s%s", parent, path->c_str(), target.c_str());
-    *path = next;
-    return true;
-}
-
-// Whether deleting path would take the source away: path is the entry that source names, or one on
-// the way of links from there to the file. Another hard link of the file, or a symbolic link to it
-// from elsewhere, is not.
-bool HoldsSource(const char* path, const char* source) {
-    const Entry entry(path);
-    FixedText<PATH_MAX> step;
-    (void) step.format("%s", source);
-    for (unsigned links = 0; links <= kMaxLinks; ++links) {
-        if (entry == Entry(step.c_str()))
-            return true;
-        if (!FollowLink(&step))
-            return false;
-    }
-    return false;
 }
 
 uint32_t FailAsSame(const char* source, const char* destination) {

@@ -1,0 +1,62 @@
+#include "fs/entry.h"
+
+#include <limits.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "base/text.h"
+
+namespace korx {
+namespace {
+
+constexpr unsigned kMaxLinks = 40;  // the kernel follows no more either
+
+// The directory entry that a path names: the same directory and name by whatever path.
+struct Entry {
+    explicit Entry(const char* path) {
+        const char* const slash = strrchr(path, '/');
+        name = slash == nullptr ? path : slash + 1;
+        FixedText<PATH_MAX> parent;
+        known = parent.format("%.*s", static_cast<int>(name - path), path) &&
+                stat(slash == nullptr ? "." : parent.c_str(), &directory) == 0;
+    }
+    bool operator==(const Entry& other) const {
+        return known && other.known && IsSameFile(directory, other.directory) &&
+               strcmp(name, other.name) == 0;
+    }
+
+    struct stat directory = {};
+    const char* name;
+    bool known;
+};
+
+// Replaces the path of a symbolic link by the path that it leads to. False for anything else.
+bool FollowLink(FixedText<PATH_MAX>* path) {
+    FixedText<PATH_MAX> target;
+    if (readlink(path->c_str(), target.data(), target.size() - 1) < 0)
+        return false;
+    const char* const slash = strrchr(path->c_str(), '/');
+    const bool is_relative = target.c_str()[0] != '/' && slash != nullptr;
+    FixedText<PATH_MAX> next;
+    const auto parent = static_cast<int>(is_relative ? slash + 1 - path->c_str() : 0);
+    (void) next.format("%.*s%s", parent, path->c_str(), target.c_str());
+    *path = next;
+    return true;
+}
+
+}  // namespace
+
+bool HoldsSource(const char* path, const char* source) {
+    const Entry entry(path);
+    FixedText<PATH_MAX> step;
+    (void) step.format("%s", source);
+    for (unsigned links = 0; links <= kMaxLinks; ++links) {
+        if (entry == Entry(step.c_str()))
+            return true;
+        if (!FollowLink(&step))
+            return false;
+    }
+    return false;
+}
+
+}  // namespace korx

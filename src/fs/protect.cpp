@@ -1,0 +1,214 @@
+// Protection of files by the immutable inode flag, or, where the file system has no such flags or
+// the process may not set them, by taking the write permission away.
+//
+// The write permission is always worked out from the file that was opened, never from a symbolic
+// link's own 0777.
+#include "fs/protect.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <stdlib.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/codes.h"
+#include "base/report.h"
+#include "base/unique.h"
+#include "korx/fs.h"
+
+namespace korx {
+namespace {
+
+constexpr mode_t kWriteBits = 0222;
+constexpr mode_t kPermissionBits = 07777;
+
+UniqueFd OpenForFlags(const char* path) {
+    return UniqueFd(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+}
+
+// The kernel's request is declared with long but moves an int.
+bool GetFlags(const UniqueFd& fd, int* flags) {
+    *flags = 0;
+    return ioctl(fd.get(), FS_IOC_GETFLAGS, flags) >= 0;
+}
+
+bool SetFlags(const UniqueFd& fd, int flags) {
+    return ioctl(fd.get(), FS_IOC_SETFLAGS, &flags) >= 0;
+}
+
+enum class Write { kTake, kGive };
+
+mode_t ChangedMode(mode_t mode, Write change) {
+    const mode_t bits = mode & kPermissionBits;
+    return change == Write::kTake ? bits & ~kWriteBits : bits | kWriteBits;
+}
+
+// The result does not matter to the protection: its failure is reported here and that is all.
+void ChangeWriteRight(const UniqueFd& fd, const char* path, Write change) {
+    struct stat st;
+    if (fstat(fd.get(), &st) < 0)
+        return Log(kLevelErr, "fstat file %s unsuccessfully. errno: %d", path, errno);
+    if (fchmod(fd.get(), ChangedMode(st.st_mode, change)) < 0)
+        Log(kLevelWarning, "fchmod file %s unsuccessfully. errno: %d", path, errno);
+}
+
+uint32_t ChangeWriteRight(const char* path, Write change) {
+    struct stat st;
+    if (path == nullptr || stat(path, &st) < 0)
+        return kFailed;
+    return KORX_Fchmod(path, ChangedMode(st.st_mode, change));
+}
+
+bool HasWriteBit(const UniqueFd& fd) {
+    struct stat st;
+    return fstat(fd.get(), &st) < 0 || (st.st_mode & kWriteBits) != 0;
+}
+
+uint32_t ReportClearFailed(const UniqueFd& fd, const char* path) {
+    const int error = errno;
+    Log(kLevelErr, "Ioctl unsuccessfully, PathName=[%s], errno=[%d].", path, error);
+    uint32_t result = kFailed;
+    if (error == EPERM) {
+        Log(kLevelInfo, "Proc has no right to unprotect.");
+        ChangeWriteRight(fd, path, Write::kGive);
+        result = kOk;
+    }
+    return Fail(result, "File '%s' undo protect unsuccessfully. setflag.", path);
+}
+
+}  // namespace
+
+uint32_t UndoProtectOpened(const UniqueFd& fd, const char* path) {
+    if (!fd)
+        return Fail(kFailed, "open file '%s' unsuccessfully when unprotect it, errno:%d.", path,
+                    errno);
+    int flags;
+    if (!GetFlags(fd, &flags)) {
+        Log(kLevelWarning,
+            "ioctl did not succeed when unprotect unsuccessfully,try another way, PathName=[%s], errno=[%d].",
+            path, errno);
+        ChangeWriteRight(fd, path, Write::kGive);
+        Log(kLevelInfo, "File '%s' give write right OK when ioctl unsuccessfully. ", path);
+        return kOk;
+    }
+    if ((flags & FS_IMMUTABLE_FL) != 0) {
+        if (!SetFlags(fd, flags & ~FS_IMMUTABLE_FL))
+            return ReportClearFailed(fd, path);
+    } else if (!HasWriteBit(fd)) {
+        ChangeWriteRight(fd, path, Write::kGive);
+    }
+    Log(kLevelInfo, "File '%s' undo protect OK. ", path);
+    return kOk;
+}
+
+}  // namespace korx
+
+using namespace korx;
+
+uint32_t KORX_IsForIoctl(const char* path) {
+    const MallocPtr<char> real(realpath(path, nullptr));
+    if (!real)
+        return Fail(kFailed, "[ORX-LIB] open file '%s' return err, errno:%d.", path, errno);
+    const UniqueFd fd = OpenForFlags(real.get());
+    if (!fd)
+        return Fail(1u, "open file '%s' return err when protect it, errno:%d.", path, errno);
+    int flags;
+    return GetFlags(fd, &flags) ? 1 : 0;
+}
+
+uint32_t KORX_IsFileWriteable(const char* path) {
+    struct stat st;
+    return path != nullptr && lstat(path, &st) == 0 && (st.st_mode & kWriteBits) != 0 ? 1 : 0;
+}
+
+uint32_t KORX_RmWriteRight(const char* path) {
+    return ChangeWriteRight(path, Write::kTake);
+}
+
+uint32_t KORX_GiveWriteRight(const char* path) {
+    return ChangeWriteRight(path, Write::kGive);
+}
+
+uint32_t KORX_IsFileProtected(const char* path) {
+    if (KORX_IsFileExist(path) == 0) {
+        Log(kLevelInfo, "File '%s' is not exist.", path);
+        return 0;
+    }
+    if (KORX_IsForIoctl(path) == 1 && access(path, W_OK) < 0)
+        return 1;
+    struct stat st;
+    return lstat(path, &st) == 0 && (st.st_mode & kWriteBits) == 0 ? 1 : 0;
+}
+
+uint32_t KORX_ProtectFile(const char* path) {
+    const MallocPtr<char> real(realpath(path, nullptr));
+    if (!real)
+        return Fail(kFailed, "[ORX-LIB] open file '%s' return err, errno:%d.", path, errno);
+    const UniqueFd fd = OpenForFlags(real.get());
+    if (!fd)
+        return Fail(kFailed, "[ORX-LIB] open file '%s' return err when protect it, errno:%d.", path,
+                    errno);
+
+    int flags;
+    if (!GetFlags(fd, &flags)) {
+        Log(kLevelWarning,
+            "[ORX-LIB] ioctl return err when protcet file, errno %d, try another way.", errno);
+        ChangeWriteRight(fd, path, Write::kTake);
+        Log(kLevelInfo, "[ORX-LIB] File '%s' remove write right OK. ", path);
+        return kOk;
+    }
+    if ((flags & FS_IMMUTABLE_FL) != 0)
+        return kOk;
+    if (SetFlags(fd, flags | FS_IMMUTABLE_FL)) {
+        Log(kLevelInfo, "[ORX-LIB] File '%s' protect OK. ", path);
+        return kOk;
+    }
+    if (errno != EPERM)
+        return Fail(kFailed,
+                    "[ORX-LIB] File '%s' protect unsuccessful ioctl setflag, ret(%d), errno:%d.",
+                    path, static_cast<int>(kFailed), errno);
+    Log(kLevelWarning, "[ORX-LIB] Proc has no right to protect file!");
+    ChangeWriteRight(fd, path, Write::kTake);
+    return kOk;
+}
+
+uint32_t KORX_UndoProtectFile(const char* path) {
+    const MallocPtr<char> real(realpath(path, nullptr));
+    if (!real)
+        return Fail(kFailed, "[ORX-LIB] open file '%s' return err, errno:%d.", path, errno);
+    return UndoProtectOpened(OpenForFlags(real.get()), path);
+}
+
+uint32_t ORXFS_ProtectFile(const char* name, uint32_t length) {
+    // A directory's name may end in a slash, which a file's name may not.
+    if (KORX_CheckFileName(name, length) != ORXFS_OK && KORX_CheckDirName(name) != ORXFS_OK)
+        return Warn(ORXFS_ERR_NAME_END_SLASH, "[ORXFS-LOCAL] Check filename: %s unsuccessfully!",
+                    name);
+    if (KORX_IsFileExist(name) == 0)
+        return Warn(ORXFS_ERR_NOT_EXIST, "[ORXFS-LOCAL] File '%s' is not exist!", name);
+    if (ORX_IsSymLink(name, length) == 1)
+        return Warn(ORXFS_ERR_PROTECT_SYMLINK,
+                    "[ORXFS-LOCAL] Symlink File '%s' not permit to protect!", name);
+    const uint32_t result = KORX_ProtectFile(name);
+    if (result != kOk)
+        return Fail(result, "[ORXFS-LOCAL] protect file '%s' unsuccessfully, return code: %u .",
+                    name, result);
+    return kOk;
+}
+
+uint32_t ORXFS_UndoProtectFile(const char* name, uint32_t length) {
+    const uint32_t checked = KORX_CheckFileName(name, length);
+    if (checked != ORXFS_OK)
+        return checked;
+    if (KORX_IsFileExist(name) == 0)
+        return ORXFS_ERR_NOT_EXIST;
+    if (ORX_IsSymLink(name, length) == 1)
+        return ORXFS_ERR_UNPROTECT_SYMLINK;
+    const uint32_t result = KORX_UndoProtectFile(name);
+    if (result != kOk)
+        return Fail(result, "[ORXFS-LOCAL]File '%s' undo protect unsuccessfully, return code: %u.",
+                    name, result);
+    return kOk;
+}
