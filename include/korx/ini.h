@@ -30,9 +30,8 @@ KORX_API uint32_t KORX_IniGetKeyInfo(const char* line, char* key, uint32_t key_s
                                      uint32_t value_size);
 KORX_API uint32_t KORX_IniReadProfile(const char* file, const char* section, const char* key,
                                       char* value, uint32_t size);
-KORX_API __attribute__((weak)) uint32_t KORX_IniGetValue(const char* file, const char* section,
-                                                         const char* key, char* value,
-                                                         uint32_t size);
+KORX_API uint32_t KORX_IniGetValue(const char* file, const char* section, const char* key,
+                                   char* value, uint32_t size);
 KORX_API uint32_t KORX_GetMidString(const char* text, const char* head, const char* tail, char* out,
                                     uint32_t size);
 

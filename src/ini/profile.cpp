@@ -1,0 +1,334 @@
+// Loading of profiles, and lookups in them. Readers take no lock: a writer replaces the file as a
+// whole, so they see the old content or the new one.
+#include "ini/profile.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stddef.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "base/alloc.h"
+#include "base/codes.h"
+#include "base/report.h"
+#include "base/text.h"
+#include "korx/fs.h"
+#include "korx/str.h"
+
+static_assert(sizeof(KORX_IniKey) == 336);
+static_assert(offsetof(KORX_IniKey, acKey) == 0);
+static_assert(offsetof(KORX_IniKey, acValue) == 65);
+static_assert(offsetof(KORX_IniKey, pstNext) == 328);
+static_assert(sizeof(KORX_IniSection) == 88);
+static_assert(offsetof(KORX_IniSection, acName) == 0);
+static_assert(offsetof(KORX_IniSection, pstFirstKey) == 72);
+static_assert(offsetof(KORX_IniSection, pstNext) == 80);
+
+namespace korx {
+namespace {
+
+constexpr size_t kLineSize = 400;
+constexpr size_t kPathSize = 256;
+constexpr size_t kMaxValue = 256;
+constexpr char kAbsent[] = "\"\"";  // what a lookup finds where there is no such key
+
+constexpr uint32_t kNotLoaded = 0;
+constexpr uint32_t kRead = 1;
+
+enum LineClass : uint32_t { kSectionLine = 0, kKeyLine = 1, kBlankLine = 2, kCommentLine = 3 };
+
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+const char* SkipBlanks(const char* text) {
+    return text + strspn(text, " \t");
+}
+
+// The end of the text before end without its trailing blanks.
+const char* TrimEnd(const char* begin, const char* end) {
+    while (end > begin && IsBlank(end[-1]))
+        --end;
+    return end;
+}
+
+LineClass Classify(const char* line) {
+    const char* const text = SkipBlanks(line);
+    if (text[0] == '\0' || text[0] == ';')
+        return kBlankLine;
+    if (text[0] == '#')
+        return kCommentLine;
+    return text[0] == '[' && text[strlen(text) - 1] == ']' ? kSectionLine : kKeyLine;
+}
+
+// Copies [begin, begin + length) and terminates; what does not fit in size is left out.
+void CopyCut(char* out, uint32_t size, const char* begin, size_t length) {
+    if (size == 0)
+        return;
+    const size_t copied = std::min<size_t>(length, size - 1);
+    memcpy(out, begin, copied);
+    out[copied] = '\0';
+}
+
+void Clear(char* out, uint32_t size) {
+    CopyCut(out, size, "", 0);
+}
+
+template <typename Node>
+Node* NewNode(Node*** link) {
+    auto* const node = static_cast<Node*>(AllocateZeroed(sizeof(Node)));
+    if (node != nullptr) {
+        **link = node;
+        *link = &node->pstNext;
+    }
+    return node;
+}
+
+// Builds a profile line by line, in file order.
+class Loader {
+  public:
+    explicit Loader(KORX_IniSection** head) : next_section_(head) {}
+
+    LoadStatus add(const char* line) {
+        switch (Classify(line)) {
+            case kSectionLine:
+                return add_section(line);
+            case kKeyLine:
+                return next_key_ == nullptr ? LoadStatus::kLoaded : add_key(line);
+            default:
+                return LoadStatus::kLoaded;
+        }
+    }
+
+  private:
+    LoadStatus add_section(const char* line) {
+        KORX_IniSection* const section = NewNode(&next_section_);
+        if (section == nullptr)
+            return LoadStatus::kOutOfMemory;
+        KORX_IniGetSectionName(line, section->acName, kSectionSize);
+        next_key_ = &section->pstFirstKey;
+        return LoadStatus::kLoaded;
+    }
+
+    LoadStatus add_key(const char* line) {
+        KORX_IniKey* const key = NewNode(&next_key_);
+        if (key == nullptr)
+            return LoadStatus::kOutOfMemory;
+        const uint32_t split =
+            KORX_IniGetKeyInfo(line, key->acKey, kKeySize, key->acValue, kValueSize);
+        return split == kOk ? LoadStatus::kLoaded : LoadStatus::kBadLine;
+    }
+
+    KORX_IniSection** next_section_;
+    KORX_IniKey** next_key_ = nullptr;  // null before the first section
+};
+
+LoadStatus LoadLines(FILE* stream, KORX_IniSection** head) {
+    Loader loader(head);
+    char line[kLineSize] = {};
+    while (fgets(line, sizeof line, stream) != nullptr) {
+        if (line[0] != '\n' && line[0] != '\r') {
+            ORX_RemoveLastRn(line, sizeof line);
+            const LoadStatus status = loader.add(line);
+            if (status != LoadStatus::kLoaded)
+                return status;
+        }
+        (void) memset_s(line, sizeof line, 0, sizeof line);
+        if (feof(stream))
+            return LoadStatus::kLoaded;
+    }
+    if (!feof(stream))
+        return Fail(LoadStatus::kReadError, "[ORX] Can't get line from file, errno=%d", errno);
+    return LoadStatus::kLoaded;
+}
+
+bool IsTooLong(const char* text, size_t size) {
+    return strlen(text) >= size;
+}
+
+uint32_t CopyMissing(const char* text, char* out, uint32_t size) {
+    const int copied = strncpy_s(out, size, text, size - 1);
+    out[size - 1] = '\0';
+    if (copied != 0)
+        return Fail(0u, "nRet=%d.Copy pszStr unsuccessfully,pszStr=%s.", copied, text);
+    return 0;
+}
+
+}  // namespace
+
+UniqueFile OpenProfile(const char* path) {
+    UniqueFile stream(fopen(path, "r+e"));
+    if (stream)
+        (void) fcntl(fileno(stream.get()), F_SETFL, O_RDWR | O_NONBLOCK);
+    return stream;
+}
+
+LoadStatus LoadProfile(UniqueFile stream, Profile* profile) {
+    KORX_IniSection* head = nullptr;
+    const LoadStatus status = LoadLines(stream.get(), &head);
+    profile->reset(head);
+    if (status != LoadStatus::kLoaded)
+        profile->reset();
+    return status;
+}
+
+KORX_IniSection* FindSection(KORX_IniSection* profile, const char* name) {
+    while (profile != nullptr && strcmp(profile->acName, name) != 0)
+        profile = profile->pstNext;
+    return profile;
+}
+
+KORX_IniKey* FindKey(KORX_IniSection* section, const char* name) {
+    KORX_IniKey* key = section == nullptr ? nullptr : section->pstFirstKey;
+    while (key != nullptr && strcmp(key->acKey, name) != 0)
+        key = key->pstNext;
+    return key;
+}
+
+}  // namespace korx
+
+using namespace korx;
+
+KORX_IniSection* KORX_IniLoadProfile(FILE* stream) {
+    if (stream == nullptr)
+        return Fail(static_cast<KORX_IniSection*>(nullptr),
+                    "[ORX]ORX_LoadProfile Open file unsuccessfully.errno=%d!", errno);
+    Profile profile;
+    (void) LoadProfile(UniqueFile(stream), &profile);
+    return profile.release();
+}
+
+void KORX_FreeProfile(KORX_IniSection* profile) {
+    while (profile != nullptr) {
+        for (KORX_IniKey* key = profile->pstFirstKey; key != nullptr;)
+            free(std::exchange(key, key->pstNext));
+        free(std::exchange(profile, profile->pstNext));
+    }
+}
+
+uint32_t KORX_IniAnalysisTextLine(const char* line) {
+    return Classify(line);
+}
+
+void KORX_IniGetSectionName(const char* line, char* name, uint32_t size) {
+    if (size < 2)
+        return Log(kLevelErr, "[ORX] Copy pszText unsuccessfully, uiSectionNameLen:%d.",
+                   static_cast<int>(size));
+    const char* const text = SkipBlanks(line);
+    if (strncpy_s(name, size, text, size - 1) != 0)
+        Log(kLevelErr, "[ORX] Copy pszText unsuccessfully, pszText=%s.", text);
+}
+
+uint32_t KORX_IniGetKeyInfo(const char* line, char* key, uint32_t key_size, char* value,
+                            uint32_t value_size) {
+    const char* const text = SkipBlanks(line);
+    Clear(value, value_size);
+    const char* const split = strrchr(text, '=');
+    if (split == nullptr) {
+        const int copied = key_size == 0 ? EINVAL : strncpy_s(key, key_size, text, key_size - 1);
+        if (copied != 0)
+            return Fail(kFailed, "nRet=%d.Cope pszText unsuccessfully, pszText=%s", copied, text);
+        return kOk;
+    }
+
+    const char* const key_end = TrimEnd(text, split);
+    const auto key_length = static_cast<size_t>(key_end - text);
+    CopyCut(key, key_size, text, key_length);
+    if (key_length >= key_size)
+        return Fail(kFailed, "Get key info unsuccessfully, KeyLen=%u, Text=%s", key_size, text);
+
+    const char* const value_begin = SkipBlanks(split + 1);
+    const char* const value_end = TrimEnd(value_begin, value_begin + strlen(value_begin));
+    const auto value_length = static_cast<size_t>(value_end - value_begin);
+    CopyCut(value, value_size, value_begin, value_length);
+    if (value_length > kMaxValue || value_length >= value_size)
+        return Fail(kFailed, "Get key info unsuccessfully, ValueLen=%u, Text=%s",
+                    static_cast<uint32_t>(kMaxValue), key_end);
+    return kOk;
+}
+
+uint32_t KORX_IniReadProfile(const char* file, const char* section, const char* key, char* value,
+                             uint32_t size) {
+    if (size < 2)
+        return Fail(kFailed, "ini read file unsuccessfully retStrLen:%d.", static_cast<int>(size));
+    FixedText<kPathSize> path;
+    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.size()) != kOk)
+        return Fail(kFailed, "Get the abolute path of file %s unsuccessfully when read profile.",
+                    file);
+    if (KORX_IsFileExist(path.c_str()) == 0) {
+        Log(kLevelInfo, "File %s is not exist.", file);
+        return kFailed;
+    }
+    UniqueFile stream = OpenProfile(path.c_str());
+    if (!stream)
+        return Fail(kFailed, "Can't Read File %s, errno=%d.", file, errno);
+    Profile profile;
+    (void) LoadProfile(std::move(stream), &profile);
+    if (!profile)
+        return kNotLoaded;
+
+    const KORX_IniKey* const found = FindKey(FindSection(profile.get(), section), key);
+    const char* const text = found == nullptr ? kAbsent : found->acValue;
+    CopyCut(value, size, text, strlen(text));
+    return kRead;
+}
+
+__attribute__((weak)) uint32_t KORX_IniGetValue(const char* file, const char* section,
+                                                const char* key, char* value, uint32_t size) {
+    constexpr uint32_t kNullArgument = 1;
+    constexpr uint32_t kArgumentTooLong = 2;
+    constexpr uint32_t kLoadFailed = 3;
+    constexpr uint32_t kQuoteFailed = 4;
+    constexpr size_t kMaxNameSize = 64;
+
+    if (file == nullptr || section == nullptr || key == nullptr || value == nullptr)
+        return Fail(kNullArgument, "Input para is invalid.");
+    if (IsTooLong(key, kMaxNameSize) || IsTooLong(section, kMaxNameSize) ||
+        IsTooLong(file, kPathSize))
+        return Fail(kArgumentTooLong, "Input para len is invalid, filename %s, section %s, key %s.",
+                    file, section, key);
+    // Only a profile that does not load is a failure. A file that is not there or may not be opened
+    // has no value: the caller gets an empty text.
+    FixedText<256> stored;
+    if (KORX_IniReadProfile(file, section, key, stored.data(), stored.size()) == kNotLoaded)
+        return Warn(kLoadFailed, "[ORX] Load file %s unsuccessfully, section '%s', key '%s'", file,
+                    section, key);
+
+    if (stored.c_str()[0] == '"') {
+        if (KORX_GetMidString(stored.c_str(), "\"", "\"", value, size) == 1)
+            return kOk;
+        return Fail(kQuoteFailed,
+                    "[ORX] GetMidString unsuccessfully. file %s section %s key %s value %s", file,
+                    section, key, stored.c_str());
+    }
+    if (strncpy_s(value, size, stored.c_str(), strlen(stored.c_str())) != 0)
+        return Fail(kFailed, "[ORX]copy Value unsuccessfully, Value=%s.", stored.c_str());
+    value[size - 1] = '\0';
+    return kOk;
+}
+
+uint32_t KORX_GetMidString(const char* text, const char* head, const char* tail, char* out,
+                           uint32_t size) {
+    if (size == 0)
+        return 0;
+    out[0] = '\0';
+    if (text == nullptr)
+        return 0;
+    const char* const at_head = strstr(text, head);
+    const char* const begin = at_head == nullptr ? nullptr : at_head + strlen(head);
+    const char* const end = begin == nullptr ? nullptr : strstr(begin, tail);
+    if (end == nullptr)
+        return CopyMissing(text, out, size);
+
+    const auto length = static_cast<size_t>(end - begin);
+    if (length + 1 > size)
+        return Fail(0u, "BufSize is not long enough.");
+    const int copied = strncpy_s(out, length + 1, begin, length);
+    if (copied != 0)
+        return Fail(0u, "nRet=%d.Copy HeadSize unsuccessfully,HeadSize=%s.", copied, begin);
+    return 1;
+}

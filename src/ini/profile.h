@@ -1,0 +1,31 @@
+// Profiles inside the library: owned, and loaded with a status.
+#pragma once
+
+#include <memory>
+
+#include "base/unique.h"
+#include "korx/ini.h"
+
+namespace korx {
+
+constexpr size_t kSectionSize = sizeof(KORX_IniSection::acName);
+constexpr size_t kKeySize = sizeof(KORX_IniKey::acKey);
+constexpr size_t kValueSize = sizeof(KORX_IniKey::acValue);
+
+using Profile = std::unique_ptr<KORX_IniSection, Releaser<KORX_FreeProfile>>;
+
+// Opens a profile for reading and locking, which takes write permission. Never blocks, also not in
+// later reads, where the name is that of a FIFO.
+UniqueFile OpenProfile(const char* path);
+
+// How a load ended. A file without any section is a loaded, empty profile: whoever rewrites it must
+// be able to tell it from a file that could not be read.
+enum class LoadStatus { kLoaded, kBadLine, kReadError, kOutOfMemory };
+
+// Reads a whole profile. It is empty unless the status is kLoaded.
+LoadStatus LoadProfile(UniqueFile stream, Profile* profile);
+
+KORX_IniSection* FindSection(KORX_IniSection* profile, const char* name);
+KORX_IniKey* FindKey(KORX_IniSection* section, const char* name);
+
+}  // namespace korx
