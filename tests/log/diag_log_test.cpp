@@ -1,0 +1,289 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <regex>
+#include <set>
+#include <thread>
+
+#include "korx/log.h"
+#include "korx/plog.h"
+#include "support/faults.h"
+#include "support/fixture.h"
+#include "support/processes.h"
+
+namespace korx::test {
+namespace {
+
+std::string agent_text;
+uint32_t Agent(uint32_t, uint32_t, const char*, ...) {
+    ORX_Log2File(3, "from inside the agent");
+    agent_text += "called ";
+    return 0;
+}
+
+// The text of a log file as its length header counts it.
+std::string CountedText(const std::string& file) {
+    const std::string bytes = ReadFile(file);
+    uint32_t length = 0;
+    if (bytes.size() < sizeof length)
+        return "no header";
+    memcpy(&length, bytes.data(), sizeof length);
+    return bytes.substr(sizeof length, length);
+}
+
+struct DiagLog : RoomTest {
+    void use(uint32_t mode, uint32_t limit = 0x80000, const char* directory = nullptr) {
+        ORX_LogInfo record = {};
+        record.uiLogMode = mode;
+        record.uiModuleId = 7;
+        record.uiMaxLogLen = limit;
+        strcpy(record.acLogDir, directory != nullptr ? directory : tree.root().c_str());
+        strcpy(record.acLogFileName, "run.log");
+        g_stLogInfo = record;
+    }
+    void use_ring() {
+        snprintf(g_stDLogInfo.acFileName, sizeof g_stDLogInfo.acFileName, "%s/ring",
+                 tree.root().c_str());
+        g_stDLogInfo.uiMaxSize = 262144;
+    }
+    std::string log() const { return tree.path("run.log"); }
+};
+
+TEST_F(DiagLog, SendsShortLinesToTheSystemLogBeforeSetUp) {
+    for (const uint32_t level : {0u, 1u, 2u, 3u, 9u})
+        ORX_Log2File(level, "x%u", level);
+    EXPECT_EQ(syslog.lines(), (std::vector<SyslogLine>{{LOG_INFO, "[0] x0\n"},
+                                                       {LOG_INFO, "[0] x1\n"},
+                                                       {LOG_WARNING, "[0] x2\n"},
+                                                       {LOG_ERR, "[0] x3\n"},
+                                                       {LOG_ERR, "[0] x9\n"}}));
+    EXPECT_EQ(ORX_LogLevelSwitch2SysLogLevel(9), 6u);
+}
+
+TEST_F(DiagLog, RefusesMessagesAndLinesThatDoNotFit) {
+    const std::string longest(1021, 'm');
+    ORX_Log2File(1, "%s", longest.c_str());
+    ORX_Log2File(1, "%sm", longest.c_str());
+    EXPECT_EQ(syslog.texts(), (std::vector<std::string>{"[0] " + longest + "\n",
+                                                        "Get Parametron unsuccessfully."}));
+
+    // The longest line still has its newline in the file.
+    use(ORX_LOG_MODE_FILE);
+    ORX_Log2File(1, "p");
+    const size_t prefix = CountedText(log()).size() - 2;
+    const std::string fits(1022 - prefix, 'f');
+    ORX_Log2File(1, "%s", fits.c_str());
+    EXPECT_TRUE(CountedText(log()).ends_with(fits + "\n"));
+    syslog.clear();
+    ORX_Log2File(1, "%sf", fits.c_str());
+    EXPECT_EQ(syslog.texts(), std::vector<std::string>{"Print ORX_LOG_FMT unsuccessfully."});
+}
+
+TEST_F(DiagLog, WritesFullLinesInTheirForm) {
+    const std::regex line(
+        R"(\[\d{6}-\d\d:\d\d:\d\d\.\d{6}\] \[ProcID:(\d+)\|7\|(DEBUG|INFO|WARNING|ERR)\] : hello\n)");
+    use(ORX_LOG_MODE_SYSLOG_LINE);
+    ORX_Log2File(3, "hello");
+    ASSERT_EQ(syslog.lines().size(), 1u);
+    EXPECT_EQ(syslog.lines()[0].priority, LOG_INFO);
+    EXPECT_TRUE(std::regex_match(syslog.lines()[0].text, line)) << syslog.lines()[0].text;
+
+    use(ORX_LOG_MODE_FILE);
+    ORX_Log2File(9, "hello");
+    std::smatch match;
+    const std::string text = CountedText(log());
+    ASSERT_TRUE(std::regex_match(text, match, line)) << text;
+    EXPECT_EQ(match[1], std::to_string(getpid()));
+    EXPECT_EQ(match[2], "ERR");
+    EXPECT_EQ(Mode(log()), 0640u);
+
+    syslog.clear();
+    use(4);
+    ORX_Log2File(3, "hello");
+    EXPECT_TRUE(syslog.lines().empty());
+    EXPECT_EQ(CountedText(log()), text);
+}
+
+TEST_F(DiagLog, StartsAgainAtTheBeginningOnceTheLimitIsPassed) {
+    const std::string first(101, 'a');
+    EXPECT_EQ(ORX_WriteLogfile(log().c_str(), 100, first.c_str()), 0u);
+    EXPECT_EQ(CountedText(log()), first);
+    EXPECT_EQ(ORX_WriteLogfile(log().c_str(), 100, "new\n"), 0u);
+    EXPECT_EQ(CountedText(log()), "new\n");
+    EXPECT_EQ(ReadFile(log()).substr(4), "new\n" + std::string(92, 'a'));
+
+    // A corrupt length near 2^32 is one more reason to start again, not to make a huge file.
+    WriteFile(log(), "\xff\xff\xff\xff");
+    EXPECT_EQ(ORX_WriteLogfile(log().c_str(), 100, "new\n"), 0u);
+    EXPECT_EQ(CountedText(log()), "new\n");
+    EXPECT_EQ(ReadFile(log()).size(), 100u);
+}
+
+TEST_F(DiagLog, MakesAnEmptyLogOnceAndNeverEmptiesOne) {
+    EXPECT_EQ(ORX_CreateLogfile(tree.path("a/b").c_str(), "run.log"), 0u);
+    EXPECT_EQ(ReadFile("a/b/run.log"), std::string(4, '\0'));
+    EXPECT_EQ(Mode("a/b/run.log"), 0640u);
+    WriteFile("a/b/run.log", "kept");
+    EXPECT_EQ(ORX_CreateLogfile(tree.path("a/b").c_str(), "run.log"), 0u);
+    EXPECT_EQ(ReadFile("a/b/run.log"), "kept");
+    EXPECT_EQ(ORX_CreateLogfile(tree.path("x").c_str(), std::string(500, 'n').c_str()),
+              0x0FFFFFFFu);
+
+    // The file is found missing and then is there, with another process's line.
+    const Fault missing("stat", 1, ENOENT);
+    WriteFile(log(), std::string("\4\0\0\0line", 8));
+    EXPECT_EQ(ORX_CreateLogfile(tree.root().c_str(), "run.log"), 0u);
+    EXPECT_EQ(missing.hits(), 1u);
+    EXPECT_EQ(CountedText(log()), "line");
+}
+
+TEST_F(DiagLog, ReturnsAndReportsEachFailureOfAnAppend) {
+    struct Row {
+        const char* call;
+        unsigned nth;
+        uint32_t code;
+        const char* report;
+    };
+    WriteFile(log(), std::string("\x10\0\0\0", 4) + std::string(16, 'o'));
+    for (const Row& row :
+         {Row{"open", 1, 0x0FFFFFFF, "Open [/"}, Row{"flock", 1, 0x0FFFFFFF, nullptr},
+          Row{"ftruncate", 1, 0xFFFFFFFF, "Ftruncate unsuccessfully, iRet=-1,"},
+          Row{"lseek", 2, 0xFFFFFFFF, "Lseek unsuccessfully, iRet=-1,"},
+          Row{"write", 1, 0xFFFFFFFF, "Write file unsuccessfully, iRet=-1,"}}) {
+        const std::string before = ReadFile(log());
+        syslog.clear();
+        const uint32_t limit = strcmp(row.call, "ftruncate") == 0 ? 8 : 100;
+        const Fault fault(row.call, row.nth, EIO);
+        EXPECT_EQ(ORX_WriteLogfile(log().c_str(), limit, "text\n"), row.code) << row.call;
+        EXPECT_EQ(fault.hits(), 1u) << row.call;
+        EXPECT_EQ(ReadFile(log()), before) << row.call;
+        const auto texts = syslog.texts();
+        ASSERT_EQ(texts.size(), row.report == nullptr ? 0u : 1u) << row.call;
+        if (row.report == nullptr)
+            continue;
+        EXPECT_TRUE(texts[0].starts_with(row.report)) << texts[0];
+        EXPECT_TRUE(texts[0].ends_with("errno=5.")) << texts[0];
+    }
+    const Fault interrupted("flock", 1, EINTR);
+    EXPECT_EQ(ORX_WriteLogfile(log().c_str(), 100, "text\n"), 0u);
+    EXPECT_TRUE(CountedText(log()).ends_with("text\n"));
+}
+
+TEST_F(DiagLog, FailsWithoutRecursionWhereItsDirectoryIsMissing) {
+    for (const uint32_t mode : {ORX_LOG_MODE_FILE, ORX_LOG_MODE_DIAG}) {
+        use(mode, 100, "/proc/no/such/directory");
+        syslog.clear();
+        ORX_Log2File(1, "lost");
+        const auto lines = syslog.lines();
+        EXPECT_GE(lines.size(), 2u);
+        EXPECT_LT(lines.size(), 8u);
+    }
+    use(ORX_LOG_MODE_FILE);
+    ORX_Log2File(1, "found");  // the mark of being inside the writer is gone again
+    EXPECT_NE(CountedText(log()).find(": found\n"), std::string::npos);
+}
+
+TEST_F(DiagLog, ChoosesBetweenAgentRingAndFile) {
+    use(ORX_LOG_MODE_DIAG);
+    ORX_Log2File(1, "no ring");
+    EXPECT_EQ(syslog.texts().back(), "Write log to diaglog unsuccessfully.");
+    EXPECT_EQ(CountedText(log()), "");
+
+    use_ring();
+    ORX_LOG_SetSlotId(3);
+    ORX_Log2File(9, "both");
+    const std::string ring = ReadFile("ring");
+    EXPECT_NE(ring.find("[Index:0x37741004][AppCid:0][ERROR][L:0 M:0][0][SlotId=3]["),
+              std::string::npos);
+    EXPECT_NE(ring.find("|7|ERR] : both\n"), std::string::npos);
+    EXPECT_TRUE(CountedText(log()).ends_with("|7|ERR] : both\n"));
+
+    MakeDirs("/dev/shm/korx");
+    WriteFile("/dev/shm/korx/PkgPoolReady", "");
+    ORX_Log2File(1, "ring only");
+    EXPECT_NE(ReadFile("ring").find("ring only"), std::string::npos);
+    EXPECT_EQ(CountedText(log()).find("ring only"), std::string::npos);
+
+    ORX_LOG_SetDiagLogHook([] {});
+    ORX_Log2File(1, "file only");
+    EXPECT_EQ(ReadFile("ring").find("file only"), std::string::npos);
+    EXPECT_TRUE(CountedText(log()).ends_with(": file only\n"));
+
+    // An agent that logs must not be called again by its own line.
+    g_KorxImAgentReportLogByIdFunc = Agent;
+    syslog.clear();
+    ORX_Log2File(1, "agent only");
+    EXPECT_EQ(agent_text, "called ");
+    EXPECT_EQ(syslog.texts(), std::vector<std::string>{"[7] from inside the agent\n"});
+    EXPECT_EQ(CountedText(log()).find("agent only"), std::string::npos);
+}
+
+TEST_F(DiagLog, KeepsErrno) {
+    use(ORX_LOG_MODE_FILE, 100, "/proc/no/such/directory");
+    errno = EPIPE;
+    ORX_Log2File(1, "x");
+    ORX_syslog(LOG_INFO, "x");
+    DBG_SysLog(LOG_INFO, "x");
+    EXPECT_EQ(errno, EPIPE);
+}
+
+TEST_F(DiagLog, ReportsAShortOfMemory) {
+    for (const unsigned nth : {1u, 2u}) {
+        const Fault fault("malloc", nth, ENOMEM);
+        ORX_Log2File(1, "x");
+        EXPECT_EQ(fault.hits(), 1u);
+    }
+    EXPECT_EQ(syslog.texts(), (std::vector<std::string>{"Malloc Memory unsuccessfully.",
+                                                        "Malloc Memory unsuccessfully."}));
+}
+
+TEST_F(DiagLog, RefusesATimeBufferThatIsTooSmall) {
+    char buffer[27];
+    memset(buffer, '#', sizeof buffer);
+    ORX_GetLogTimeStr(buffer, 26);
+    EXPECT_EQ(strlen(buffer), 24u);
+    EXPECT_EQ(buffer[26], '#');
+    for (const uint32_t size : {25u, 1u, 0u}) {
+        buffer[0] = buffer[size] = '#';
+        ORX_GetLogTimeStr(buffer, size);
+        EXPECT_EQ(buffer[size], '#') << size;
+    }
+    EXPECT_EQ(syslog.texts(), std::vector<std::string>(3, "Print time unsuccessfully."));
+}
+
+TEST_F(DiagLog, LosesAndTearsNothingBetweenProcessesAndThreads) {
+    constexpr int kProcesses = 4, kThreads = 3, kLines = 40;
+    use(ORX_LOG_MODE_FILE);
+    EXPECT_EQ(RunChildren(kProcesses,
+                          [](int process) {
+                              std::vector<std::thread> threads;
+                              for (int t = 0; t < kThreads; ++t)
+                                  threads.emplace_back([=] {
+                                      for (int i = 0; i < kLines; ++i)
+                                          ORX_Log2File(1, "<%d.%d.%d>", process, t, i);
+                                  });
+                              for (auto& thread : threads)
+                                  thread.join();
+                              return 0;
+                          }),
+              0);
+    const std::string text = CountedText(log());
+    const std::regex line(R"(\[[\d:.-]{22}\] \[ProcID:\d+\|7\|INFO\] : <(\d+\.\d+\.\d+)>\n)");
+    std::set<std::string> found;
+    size_t matched = 0;
+    for (std::sregex_iterator it(text.begin(), text.end(), line), end; it != end; ++it) {
+        found.insert((*it)[1]);
+        matched += it->length();
+    }
+    EXPECT_EQ(found.size(), size_t{kProcesses * kThreads * kLines});
+    EXPECT_EQ(matched, text.size());
+}
+
+}  // namespace
+}  // namespace korx::test

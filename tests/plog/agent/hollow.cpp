@@ -1,0 +1,2 @@
+// An agent library without the report function.
+int hollow = 1;

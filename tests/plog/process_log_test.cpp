@@ -1,0 +1,113 @@
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <regex>
+#include <set>
+#include <thread>
+
+#include "korx/plog.h"
+#include "support/faults.h"
+#include "support/fixture.h"
+
+namespace korx::test {
+namespace {
+
+constexpr uint32_t kAll = 0xFFFFFFFF;
+
+struct ProcessLog : RoomTest {
+    ProcessLog() {
+        WriteFile("/etc/base.d/base.conf", "[PATH]\nLOG_PATH=" + tree.path("logs") + "\n");
+    }
+};
+
+TEST_F(ProcessLog, WritesBothForms) {
+    KORX_PLogInit(0, "DXN", 0);
+    EXPECT_EQ(g_stPLogInfo[4].uiMaxSize, 262144u);
+    ORX_LOG_SetLocId(80100);
+    EXPECT_EQ(KORX_PLog(5, 3, 120, "package %s", "verified"), 0u);
+    EXPECT_EQ(KORX_PLogByProcName(1, "DXN", 3, 120, "again"), 0u);
+    const std::regex lines(R"(\[[\d :.-]{26}\]\[FATAL\]\[L:80100 M:3\]\[120\]package verified\n)"
+                           R"(\[[\d :.-]{26}\]\[L:80100 M:3\]\[INFO\]\[120\]again\n)");
+    EXPECT_TRUE(std::regex_match(ReadFile("logs/DXN.log"), lines)) << ReadFile("logs/DXN.log");
+}
+
+TEST_F(ProcessLog, RefusesUnknownAndUnregisteredProcesses) {
+    KORX_PLogInit(0, "nobody", 0);
+    EXPECT_EQ(syslog.texts().at(3), "KORX PLogInit, get comp type unsuccessfully.");
+    syslog.clear();
+    EXPECT_EQ(KORX_PLog(0, 0, 0, "x"), kAll);
+    EXPECT_EQ(syslog.texts().at(0), "PLOG GetLogInfo, get comp type unsuccessfully.");
+    EXPECT_EQ(KORX_PLogByProcName(0, "zelk", 0, 0, "x"), kAll);
+    KORX_PLogInit(0, "zelk", 0);
+    EXPECT_EQ(KORX_PLog(0, 0, 0, "%s", std::string(601, 'x').c_str()), kAll);
+    EXPECT_FALSE(Exists("logs"));
+}
+
+TEST_F(ProcessLog, UsesARelativeNameWithoutALogDirectory) {
+    WriteFile("/etc/base.d/base.conf", "[PATH]\nLOG_PATH=/..\n");
+    KORX_PLogInit(0, "zelk", 9);
+    EXPECT_STREQ(g_stPLogInfo[3].acFileName, "../../common/log/zelk.log");
+}
+
+TEST_F(ProcessLog, WrapsToTheStartAtItsLimit) {
+    MakeDirs("logs");
+    WriteFile("logs/zelk.log", std::string(940, 'o'));
+    KORX_PLogInit(0, "zelk", 1000);
+    EXPECT_EQ(PLOG_LogFile("zelk", "%s", std::string(40, 'n').c_str()), 0u);
+    std::string bytes = ReadFile("logs/zelk.log");
+    EXPECT_EQ(bytes.size(), 1000u);
+    EXPECT_EQ(bytes.substr(28),
+              std::string(40, 'n') + std::string(872, 'o') + std::string(60, '\0'));
+
+    // Cut by somebody else: the position lies beyond the end.
+    ASSERT_EQ(truncate("logs/zelk.log", 0), 0);
+    EXPECT_EQ(PLOG_LogFile("zelk", "short"), 0u);
+    EXPECT_EQ(ReadFile("logs/zelk.log").size(), 33u);
+
+    ASSERT_EQ(unlink("logs/zelk.log"), 0);
+    EXPECT_EQ(PLOG_LogFile("zelk", "anew"), 0u);
+    EXPECT_EQ(ReadFile("logs/zelk.log").substr(28), "anew");
+}
+
+TEST_F(ProcessLog, WritesOnWhereLockOrCutFails) {
+    KORX_PLogInit(0, "zelk", 50);
+    ASSERT_EQ(PLOG_LogFile("zelk", "first"), 0u);
+    syslog.clear();
+    const Fault cut("ftruncate", 1, ENOSPC);
+    EXPECT_EQ(PLOG_LogFile("zelk", "second"), 0u);
+    EXPECT_EQ(syslog.texts().at(0), "PLOG ftruncate unsuccessfully, err: 28.");
+    EXPECT_TRUE(ReadFile("logs/zelk.log").ends_with("second"));
+    const Fault lock("fcntl", 1, ENOLCK, Fault::kAll);
+    syslog.clear();
+    EXPECT_EQ(PLOG_LogFile("zelk", "third"), 0u);
+    const auto texts = syslog.texts();
+    EXPECT_EQ(std::count(texts.begin(), texts.end(), "DLOG lock file unsuccessfully."), 2);
+}
+
+TEST_F(ProcessLog, KeepsTheLinesOfAllThreads) {
+    KORX_PLogInit(0, "QTMON", 0);
+    constexpr int kThreads = 6, kLines = 60;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([t] {
+            for (int i = 0; i < kLines; ++i)
+                EXPECT_EQ(KORX_PLog(1, 0, 0, "<%d.%d>", t, i), 0u);
+        });
+    for (auto& thread : threads)
+        thread.join();
+    const std::string text = ReadFile("logs/QTMON.log");
+    const std::regex line(R"(\[[\d :.-]{26}\]\[INFO\]\[L:0 M:0\]\[0\]<(\d+\.\d+)>\n)");
+    std::set<std::string> found;
+    size_t matched = 0;
+    for (std::sregex_iterator it(text.begin(), text.end(), line), end; it != end; ++it) {
+        found.insert((*it)[1]);
+        matched += it->length();
+    }
+    EXPECT_EQ(found.size(), size_t{kThreads * kLines});
+    EXPECT_EQ(matched, text.size());
+}
+
+}  // namespace
+}  // namespace korx::test

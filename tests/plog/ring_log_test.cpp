@@ -1,0 +1,415 @@
+// The three ring logs against a model of their arithmetic, and between processes.
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <map>
+#include <random>
+#include <regex>
+#include <thread>
+
+#include "korx/plog.h"
+#include "support/faults.h"
+#include "support/fixture.h"
+#include "support/processes.h"
+
+namespace korx::test {
+namespace {
+
+constexpr uint32_t kHead = sizeof(LOG_HEAD_S);
+constexpr uint32_t kAll = 0xFFFFFFFF;
+constexpr char kSdkConf[] = "../conf/config/korx_sdk_init.conf";
+
+LOG_HEAD_S HeadOf(const std::string& file) {
+    LOG_HEAD_S head = {};
+    const std::string bytes = ReadFile(file);
+    memcpy(&head, bytes.data(), std::min(bytes.size(), sizeof head));
+    return head;
+}
+
+std::string HeadBytes(const LOG_HEAD_S& head) {
+    return {reinterpret_cast<const char*>(&head), sizeof head};
+}
+
+void ExpectHead(const LOG_HEAD_S& head, uint32_t length, uint32_t dump, uint32_t total) {
+    EXPECT_EQ(head.uiLogLen, length);
+    EXPECT_EQ(head.uiDumpLen, dump);
+    EXPECT_EQ(head.uiTotalLen, total);
+}
+
+struct RingLogs : RoomTest {
+    RingLogs() {
+        // Every process works below "run", so that the local-mode marker is the test's own.
+        MakeDirs(tree.path("run"));
+        EXPECT_EQ(chdir(tree.path("run").c_str()), 0);
+        strcpy(g_acLogPath, tree.root().c_str());
+        DLOG_LogFileInit();
+        SLOG_LogFileInit();
+        LLOG_LogFileInit();
+    }
+    void local_mode() {
+        MakeDirs(tree.path("conf/config"));
+        WriteFile(kSdkConf, "");
+    }
+    void seed(const LOG_INFO_S& info, const LOG_HEAD_S& head) {
+        WriteFile(info.acFileName, HeadBytes(head));
+    }
+};
+
+// What a record of n bytes does to a ring, worked out from the bytes a file may hold.
+struct Model {
+    LOG_HEAD_S head = {};
+    std::string data;  // the data area
+    bool keeps_unread;
+    uint32_t limit;
+
+    uint32_t put(const std::string& record) {
+        const auto n = static_cast<uint32_t>(record.size());
+        const bool wraps = uint64_t{head.uiLogLen} + n + kHead > limit;
+        if (keeps_unread) {
+            const bool behind = head.uiLogLen < head.uiDumpLen;
+            if (behind ? head.uiLogLen + n > head.uiDumpLen : wraps && head.uiDumpLen < n)
+                return 99;
+        }
+        if (wraps) {
+            data.resize(limit - kHead);
+            head.uiTotalLen = head.uiLogLen;
+            head.uiLogLen = 0;
+        }
+        if (data.size() < head.uiLogLen + n)
+            data.resize(head.uiLogLen + n);
+        data.replace(head.uiLogLen, n, record);
+        head.uiLogLen += n;
+        if (head.uiTotalLen != 0 && head.uiLogLen >= head.uiTotalLen) {
+            head.uiTotalLen = head.uiLogLen;
+            head.uiLogLen = 0;
+        }
+        return 0;
+    }
+};
+
+TEST_F(RingLogs, AgreeWithTheModelByteForByte) {
+    const uint32_t seed_value = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed_value));
+    std::mt19937 random(seed_value);
+    const auto pick = [&](uint32_t most) { return static_cast<uint32_t>(random() % (most + 1)); };
+    g_stDLogInfo.uiMaxSize = 1u << 20;  // room for the warnings about discards
+
+    for (const bool keeps_unread : {false, true}) {
+        for (int round = 0; round < 12; ++round) {
+            Model model = {{}, {}, keeps_unread, 1500 + pick(3000)};
+            unlink("ring");
+            int fd = 0;
+            ASSERT_EQ(DLOG_CheckAndCreateFile(tree.path("run/ring").c_str(), &fd), 0u);
+            for (int i = 0; i < 400; ++i) {
+                const std::string record(1 + pick(599), static_cast<char>('a' + pick(25)));
+                const uint32_t result = (keeps_unread ? SLOG_Buff2File : DLOG_Buff2File)(
+                    fd, record.data(), static_cast<uint32_t>(record.size()), model.limit);
+                ASSERT_EQ(result, model.put(record)) << i;
+                if (pick(3) == 0) {  // a reader, mostly sane
+                    model.head.uiDumpLen = pick(9) == 0 ? random() : pick(model.head.uiLogLen);
+                    ASSERT_EQ(pwrite(fd, &model.head, sizeof model.head, 0), ssize_t{kHead});
+                }
+                if (i % 8 == 0) {
+                    ASSERT_EQ(ReadFile("ring"), HeadBytes(model.head) + model.data) << i;
+                }
+            }
+            close(fd);
+        }
+        syslog.clear();
+    }
+}
+
+TEST_F(RingLogs, RefuseExactlyWhatWouldOverwriteUnreadRecords) {
+    struct Row {
+        LOG_HEAD_S head;
+        uint32_t length;
+        uint32_t refused;
+    };
+    constexpr uint32_t kLimit = 131072;
+    for (const Row& row : {Row{{4950, 5000, 0}, 50, 0}, Row{{4950, 5000, 0}, 51, 1},
+                           Row{{kLimit - 112, 0, 0}, 100, 0}, Row{{kLimit - 111, 0, 0}, 100, 1},
+                           Row{{kLimit - 111, 99, 0}, 100, 1}, Row{{kLimit - 111, 100, 0}, 100, 0},
+                           Row{{131000, 5000, 0}, 100, 0}, Row{{kAll - 10, 0, 0}, 100, 1},
+                           Row{{kAll - 10, kAll, 0}, 100, 0}})
+        EXPECT_EQ(LOG_IsReachUndump(row.head, row.length, kLimit), row.refused)
+            << row.head.uiLogLen << " " << row.head.uiDumpLen << " " << row.length;
+}
+
+TEST_F(RingLogs, WriteTheirRecordForm) {
+    local_mode();
+    ORX_LOG_SetLocId(80100);
+    EXPECT_EQ(KORX_DLog(1, 0x37741004, 9, 3, 4, "started %d", 5), 0u);
+    EXPECT_EQ(KORX_SecurityEventLog(1, 0, 2, 3, 4, "login"), 0u);
+    EXPECT_EQ(KORX_LifeCycleLog(1, 16, 3, 3, 4, "up"), 0u);
+    const std::string stamp = R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6}\])";
+    const std::pair<const char*, const char*> rows[] = {
+        {g_stDLogInfo.acFileName,
+         R"(\[Index:0x37741004\]\[AppCid:1\]\[FATAL\]\[L:80100 M:3\]\[4\]started 5\n)"},
+        {g_stSLogInfo.acFileName,
+         R"(\[Index:0\]\[AppCid:1\]\[WARNING\]\[L:80100 M:3\]\[4\]login\n)"},
+        {g_stLifeLogInfo.acFileName,
+         R"(\[Index:0x10\]\[AppCid:1\]\[ERROR\]\[L:80100 M:3\]\[4\]up\n)"}};
+    for (const auto& [file, form] : rows) {
+        const std::string bytes = ReadFile(file);
+        EXPECT_TRUE(std::regex_match(bytes.substr(kHead), std::regex(stamp + form))) << bytes;
+        ExpectHead(HeadOf(file), static_cast<uint32_t>(bytes.size() - kHead), 0, 0);
+        EXPECT_EQ(Mode(file), 0640u);
+    }
+    EXPECT_TRUE(syslog.lines().empty());
+}
+
+TEST_F(RingLogs, RefuseWhatDoesNotFitOrIsNotForThem) {
+    const std::string long_message(601, 'm');
+    EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "%s", long_message.c_str()), kAll);
+    EXPECT_EQ(KORX_SecurityEventLog(0, 0, 0, 0, 0, "%s", long_message.c_str()), kAll);
+    EXPECT_EQ(KORX_LifeCycleLog(0, 0, 0, 0, 0, "%s", long_message.c_str()), kAll);
+    EXPECT_EQ(syslog.texts(),
+              (std::vector<std::string>{"[DLOG] Format string failed, err: -1.",
+                                        "[LOG_ERR] [DLOG] Format string failed, err: -1.\n",
+                                        "[SLOG] Format string failed, err: -1.",
+                                        "[LOG_ERR] [SLOG] Format string failed, err: -1.\n",
+                                        "LifeCycleLog, format string failed.",
+                                        "[LOG_ERR] LifeCycleLog, format string failed.\n"}));
+
+    EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "%s", std::string(600, 'm').c_str()), kAll);
+    EXPECT_EQ(HeadOf(g_stDLogInfo.acFileName).uiLogLen, 0u);
+    EXPECT_EQ(KORX_LifeCycleLog(0, 0, 0, 0, 0, "nowhere"), 0u);
+    EXPECT_FALSE(Exists(g_stLifeLogInfo.acFileName));
+
+    ORX_LOG_SetDiagLogHook([] {});
+    ORX_LOG_SetSafeLogHook([] {});
+    EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "hooked"), 2u);
+    EXPECT_EQ(KORX_SecurityEventLog(0, 0, 0, 0, 0, "hooked"), kAll);
+    EXPECT_FALSE(Exists(g_stSLogInfo.acFileName));
+}
+
+TEST_F(RingLogs, LeaveALossInTheDiagnosticRecordLog) {
+    seed(g_stSLogInfo, {g_stSLogInfo.uiMaxSize - 20, 0, 0});
+    const std::string before = ReadFile(g_stSLogInfo.acFileName);
+    EXPECT_EQ(KORX_SecurityEventLog(0, 0, 0, 0, 0, "lost"), 99u);
+    EXPECT_EQ(ReadFile(g_stSLogInfo.acFileName), before);
+    EXPECT_TRUE(ReadFile(g_stDLogInfo.acFileName)
+                    .ends_with("][Index:0x37741004][AppCid:0][WARNING][L:80100 M:0][0]New log will "
+                               "wrap undumped log, discard and ret:99.\n"));
+    EXPECT_EQ(syslog.texts()[0], "New log will wrap undumped log, discard and ret:99.");
+}
+
+TEST_F(RingLogs, WrapACorruptHeadInsteadOfMakingAHugeFile) {
+    seed(g_stDLogInfo, {kAll - 5, 7, 0});
+    EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "x"), 0u);
+    struct stat st;
+    ASSERT_EQ(stat(g_stDLogInfo.acFileName, &st), 0);
+    EXPECT_EQ(st.st_size, 262144);
+    EXPECT_EQ(HeadOf(g_stDLogInfo.acFileName).uiDumpLen, 7u);
+}
+
+TEST_F(RingLogs, ReturnAndReportEachFailureWithTheOldHead) {
+    local_mode();
+    struct Row {
+        const char* call;
+        unsigned nth;
+        uint32_t diag, security, life;
+        const char* report;  // behind the log's tag
+    };
+    const LOG_HEAD_S kNearlyFull = {131000, 5000, 0};
+    for (const Row& row :
+         {Row{"fcntl", 1, kAll, kAll, 7, "lock file unsuccessfully"},
+          Row{"ftruncate", 1, kAll, kAll, kAll, "ftruncate unsuccessfully, err:28."},
+          Row{"lseek", 2, kAll, kAll, kAll, "lseek unsuccessfully, err:28."},
+          Row{"write", 1, kAll, kAll, kAll, "log write unsuccessfully, err:28."}}) {
+        for (LOG_INFO_S* info : {&g_stDLogInfo, &g_stSLogInfo, &g_stLifeLogInfo}) {
+            info->uiMaxSize = 131072;
+            seed(*info, kNearlyFull);
+        }
+        for (int* fd : {&g_iDLogFileFd, &g_iSLogFileFd, &g_lifeLogFileFd}) {
+            const LOG_INFO_S& info = fd == &g_iDLogFileFd   ? g_stDLogInfo
+                                     : fd == &g_iSLogFileFd ? g_stSLogInfo
+                                                            : g_stLifeLogInfo;
+            if (*fd > 0)
+                close(*fd);
+            *fd = 0;
+            ASSERT_EQ(DLOG_CheckAndCreateFile(info.acFileName, fd), 0u);
+            syslog.clear();
+            const Fault fault(row.call, row.nth, ENOSPC);
+            const std::string text(100, 't');
+            const uint32_t result = fd == &g_iDLogFileFd   ? DLOG_LogFile("%s", text.c_str())
+                                    : fd == &g_iSLogFileFd ? SLOG_LogFile("%s", text.c_str())
+                                                           : LLOG_LogFile("%s", text.c_str());
+            EXPECT_EQ(result, fd == &g_iDLogFileFd   ? row.diag
+                              : fd == &g_iSLogFileFd ? row.security
+                                                     : row.life)
+                << row.call;
+            EXPECT_EQ(fault.hits(), 1u) << row.call;
+            ExpectHead(HeadOf(info.acFileName), 131000, 5000, 0);
+            ASSERT_FALSE(syslog.texts().empty()) << row.call;
+            bool reported = false;
+            for (const auto& text_line : syslog.texts())
+                reported |= text_line.find(row.report) != std::string::npos;
+            EXPECT_TRUE(reported) << row.call;
+        }
+    }
+}
+
+TEST_F(RingLogs, NoticeVanishedAndReplacedFiles) {
+    ASSERT_EQ(KORX_DLog(0, 0, 0, 0, 0, "one"), 0u);
+    unlink(g_stDLogInfo.acFileName);
+    ASSERT_EQ(KORX_DLog(0, 0, 0, 0, 0, "two"), 0u);
+    EXPECT_EQ(syslog.texts()[0], std::string("[DLOG] file(") + g_stDLogInfo.acFileName +
+                                     ") not exist and not closed.");
+    EXPECT_TRUE(ReadFile(g_stDLogInfo.acFileName).ends_with("]two\n"));
+
+    // Somebody else's ring now stands there: its records stay, and ours goes behind them.
+    WriteFile("other", HeadBytes({5, 0, 0}) + "kept\n");
+    ASSERT_EQ(rename("other", g_stDLogInfo.acFileName), 0);
+    ASSERT_EQ(KORX_DLog(0, 0, 0, 0, 0, "three"), 0u);
+    const std::string bytes = ReadFile(g_stDLogInfo.acFileName);
+    EXPECT_EQ(bytes.substr(kHead, 5), "kept\n");
+    EXPECT_TRUE(bytes.ends_with("]three\n"));
+}
+
+TEST_F(RingLogs, TryAgainAfterAFailedOpen) {
+    const Fault full("open", 1, EMFILE);
+    EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "x"), kAll);
+    EXPECT_EQ(g_iDLogFileFd, -1);
+    EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "x"), 0u);
+}
+
+std::string g_agent_calls;
+uint32_t Agent(uint32_t type, uint32_t id, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    char text[700];
+    vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    g_agent_calls += std::to_string(type) + ":" + std::to_string(id) + ":" + text + ";";
+    return 42;
+}
+
+TEST_F(RingLogs, HandTheMessageAloneToABoundAgent) {
+    g_KorxImAgentReportLogByIdFunc = Agent;
+    EXPECT_EQ(KORX_DLog(0, 5, 0, 0, 0, "100%%"), 0u);
+    EXPECT_EQ(KORX_SecurityEventLog(0, 6, 0, 0, 0, "s"), 42u);
+    EXPECT_EQ(KORX_LifeCycleLog(0, 7, 0, 0, 0, "l"), 42u);
+    EXPECT_EQ(g_agent_calls, "9:5:100%;1:6:s;22:7:l;");
+    local_mode();
+    EXPECT_EQ(KORX_LifeCycleLog(0, 7, 0, 0, 0, "file"), 0u);
+    EXPECT_TRUE(Exists(g_stLifeLogInfo.acFileName));
+    EXPECT_FALSE(Exists(g_stDLogInfo.acFileName));
+}
+
+// Takes what is unread in the way an outside reader does.
+std::string Take(const char* file) {
+    const int fd = open(file, O_RDWR | O_CLOEXEC);
+    if (fd < 0)
+        return "";
+    EXPECT_EQ(DBG_LockReg(fd, F_SETLKW, F_WRLCK, 0, SEEK_SET, 0), 0u);
+    const std::string bytes = ReadFile(file).substr(kHead);
+    LOG_HEAD_S head = HeadOf(file);
+    std::string taken;
+    if (head.uiLogLen < head.uiDumpLen) {
+        taken = bytes.substr(head.uiDumpLen, head.uiTotalLen - head.uiDumpLen);
+        head.uiDumpLen = 0;
+    }
+    taken += bytes.substr(head.uiDumpLen, head.uiLogLen - head.uiDumpLen);
+    head.uiDumpLen = head.uiLogLen == 0 ? head.uiTotalLen : head.uiLogLen;
+    EXPECT_EQ(pwrite(fd, &head, sizeof head, 0), ssize_t{sizeof head});
+    close(fd);
+    return taken;
+}
+
+TEST_F(RingLogs, LoseNothingAcceptedBetweenProcessesThreadsAndAReader) {
+    constexpr int kProcesses = 3, kThreads = 2, kEvents = 400;
+    std::string taken;
+    volatile bool* const done = static_cast<bool*>(
+        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    const pid_t reader_parent = getpid();
+    std::thread writers([&] {
+        EXPECT_EQ(RunChildren(kProcesses,
+                              [&](int process) {
+                                  std::vector<std::thread> threads;
+                                  std::atomic<int> failures = 0;
+                                  for (int t = 0; t < kThreads; ++t)
+                                      threads.emplace_back([&, t] {
+                                          for (int i = 0; i < kEvents; ++i) {
+                                              uint32_t result;
+                                              while ((result = KORX_SecurityEventLog(
+                                                          0, 1, 1, 0, 0, "<%d.%d.%d>%s", process, t,
+                                                          i, std::string(100, '.').c_str())) == 99)
+                                                  usleep(1000);
+                                              failures += result != 0;
+                                          }
+                                      });
+                                  for (auto& thread : threads)
+                                      thread.join();
+                                  return failures == 0 ? 0 : 1;
+                              }),
+                  0);
+        *done = true;
+    });
+    ASSERT_EQ(getpid(), reader_parent);
+    // Another process does the reading: this one's close must not drop anybody's lock.
+    int pipe_fds[2];
+    ASSERT_EQ(pipe(pipe_fds), 0);
+    const pid_t reader = fork();
+    if (reader == 0) {
+        close(pipe_fds[0]);
+        for (bool last = false; !last; usleep(500)) {
+            last = *done;
+            const std::string part = Take(g_stSLogInfo.acFileName);
+            if (write(pipe_fds[1], part.data(), part.size()) < 0)
+                _exit(1);
+        }
+        _exit(0);
+    }
+    close(pipe_fds[1]);
+    char buffer[65536];
+    for (ssize_t n; (n = read(pipe_fds[0], buffer, sizeof buffer)) > 0;)
+        taken.append(buffer, static_cast<size_t>(n));
+    writers.join();
+    waitpid(reader, nullptr, 0);
+
+    const std::regex record(
+        R"(\[[\d :.-]{26}\]\[Index:0x1\]\[AppCid:0\]\[INFO\]\[L:0 M:0\]\[0\]<(\d)\.(\d)\.(\d+)>\.{100}\n)");
+    std::map<std::string, int> next;
+    size_t matched = 0;
+    for (std::sregex_iterator it(taken.begin(), taken.end(), record), end; it != end; ++it) {
+        matched += it->length();
+        EXPECT_EQ(std::stoi((*it)[3]), next[it->str(1) + it->str(2)]++);
+    }
+    EXPECT_EQ(matched, taken.size());
+    EXPECT_EQ(next.size(), size_t{kProcesses * kThreads});
+    for (const auto& [writer, count] : next)
+        EXPECT_EQ(count, kEvents) << writer;
+}
+
+TEST_F(RingLogs, StayWholeWhenWritersAreKilledAndRecordsDiscarded) {
+    local_mode();
+    seed(g_stSLogInfo, {g_stSLogInfo.uiMaxSize - 300, 0, 0});  // every other event is a discard
+    for (unsigned nth = 1; nth <= 30; ++nth) {
+        const int status = RunChild([&] {
+            const Fault kill = Fault::Kill("*", nth);
+            std::thread other([] { KORX_DLog(0, 1, 1, 0, 0, "d"); });
+            KORX_SecurityEventLog(0, 1, 1, 0, 0, "s");
+            KORX_LifeCycleLog(0, 1, 1, 0, 0, "l");
+            other.join();
+            return 0;
+        });
+        EXPECT_TRUE(status == Fault::kKilled || status == 0) << status;
+    }
+    // Whatever was cut off, the heads lead to whole records only.
+    EXPECT_EQ(KORX_DLog(0, 1, 1, 0, 0, "last"), 0u);
+    const LOG_HEAD_S head = HeadOf(g_stDLogInfo.acFileName);
+    const std::string text = ReadFile(g_stDLogInfo.acFileName).substr(kHead, head.uiLogLen);
+    const std::regex records(R"((\[[\d :.-]{26}\]\[Index:[^\n]*\n)*)");
+    EXPECT_TRUE(std::regex_match(text, records)) << text;
+}
+
+}  // namespace
+}  // namespace korx::test

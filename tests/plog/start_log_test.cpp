@@ -1,0 +1,172 @@
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <regex>
+#include <thread>
+
+#include "korx/plog.h"
+#include "support/faults.h"
+#include "support/fixture.h"
+#include "support/processes.h"
+
+namespace korx::test {
+namespace {
+
+constexpr uint32_t kAll = 0xFFFFFFFF;
+const std::string kSeparator = "\n" + std::string(30, '=') + "\n";
+
+struct StartLog : RoomTest {
+    StartLog() {
+        strcpy(g_acLogPath, tree.root().c_str());
+        STLOG_LogFileInit();
+    }
+    STLOG_HDR_S header() const {
+        STLOG_HDR_S read = {};
+        const std::string bytes = ReadFile(".korxloghdr");
+        EXPECT_EQ(bytes.size(), sizeof read);
+        memcpy(&read, bytes.data(), std::min(bytes.size(), sizeof read));
+        return read;
+    }
+    void store(const STLOG_HDR_S& header) {
+        WriteFile(".korxloghdr", {reinterpret_cast<const char*>(&header), sizeof header});
+    }
+    std::string at(size_t offset, size_t length) const {
+        return ReadFile("KORX_START_LOG").substr(offset, length);
+    }
+    static STLOG_HDR_S defaults() {
+        STLOG_HDR_S header;
+        STLOG_LoghdrInit(&header);
+        return header;
+    }
+};
+
+TEST_F(StartLog, LaysOutItsSectionsWithTheFirstLine) {
+    ORX_LOG_SetLocId(80100);
+    EXPECT_EQ(KORX_STLog(1, 1, 2, "patch area mounted"), 0u);
+    const STLOG_HDR_S written = header();
+    const uint32_t end = written.astSec[1].uiCur;
+    EXPECT_TRUE(std::regex_match(
+        at(8334, end - 8334),
+        std::regex(R"(\[[\d :.-]{26}\]\[INFO\]\[L:80100 PATCH\]\[2\]patch area mounted\n)")));
+    for (const size_t offset : {77, 8302, 41103, 106672})
+        EXPECT_EQ(at(offset, 32), kSeparator) << offset;
+    STLOG_HDR_S expected = defaults();
+    expected.astSec[1].uiCur = end;
+    EXPECT_EQ(memcmp(&written, &expected, sizeof expected), 0);
+    EXPECT_EQ(expected.uiMagic, 0xDEADBEAFu);
+    EXPECT_EQ(expected.astSec[3].uiEnd, 258048u);
+}
+
+TEST_F(StartLog, GoesBackToASectionsStartWhenARecordMightNotFit) {
+    struct Row {
+        uint32_t room;
+        bool back;
+    };
+    for (const Row& row : {Row{600, false}, Row{599, true}, Row{0, true}}) {
+        unlink("KORX_START_LOG");
+        STLOG_HDR_S seeded = defaults();
+        seeded.astSec[0].uiCur = seeded.astSec[0].uiEnd - row.room;
+        store(seeded);
+        EXPECT_EQ(STLOG_LogFile(0, "x"), 0u);
+        const uint32_t start = row.back ? 109 : seeded.astSec[0].uiCur;
+        EXPECT_EQ(header().astSec[0].uiCur, start + 29) << row.room;
+        EXPECT_EQ(at(start + 28, 1), "x") << row.room;
+    }
+}
+
+TEST_F(StartLog, StartsAnewFromAHeaderItCannotTrust) {
+    const auto damaged = [](auto change) {
+        STLOG_HDR_S header = defaults();
+        change(header);
+        return header;
+    };
+    const STLOG_HDR_S kHeaders[] = {
+        damaged([](STLOG_HDR_S& h) { h.uiVersion = 1; }),
+        damaged([](STLOG_HDR_S& h) { h.uiMagic = 0; }),
+        damaged([](STLOG_HDR_S& h) { h.astSec[0].uiStart = h.astSec[0].uiCur = 0; }),
+        damaged([](STLOG_HDR_S& h) { h.astSec[1].uiCur = h.astSec[1].uiEnd + 1; }),
+        damaged([](STLOG_HDR_S& h) { h.astSec[1].uiCur = h.astSec[1].uiStart - 1; }),
+        damaged([](STLOG_HDR_S& h) { h.astSec[3].uiEnd = 258049; }),
+        damaged([](STLOG_HDR_S& h) { h.astSec[3].uiEnd = 0xFFFFFFFF; }),
+        damaged([](STLOG_HDR_S& h) { h.astSec[0].uiEnd = h.astSec[0].uiStart + 599; }),
+        damaged([](STLOG_HDR_S& h) { h.astSec[0].uiEnd = h.astSec[1].uiStart + 1; }),
+    };
+    for (const STLOG_HDR_S& bad : kHeaders) {
+        WriteFile("KORX_START_LOG", std::string(200000, 'o'));
+        store(bad);
+        EXPECT_EQ(STLOG_LogFile(0, "x"), 0u);
+        STLOG_HDR_S expected = defaults();
+        expected.astSec[0].uiCur = 109 + 29;
+        const STLOG_HDR_S written = header();
+        EXPECT_EQ(memcmp(&written, &expected, sizeof expected), 0) << &bad - kHeaders;
+        EXPECT_EQ(ReadFile("KORX_START_LOG").find('o'), std::string::npos) << &bad - kHeaders;
+    }
+    WriteFile(".korxloghdr", ReadFile(".korxloghdr").substr(0, 75));
+    EXPECT_EQ(STLOG_LogFile(0, "y"), 0u);
+    EXPECT_EQ(header().astSec[0].uiCur, 109u + 29u);
+}
+
+TEST_F(StartLog, TouchesNothingWithoutOpenFilesOrSection) {
+    STLOG_HDR_S read;
+    EXPECT_EQ(STLOG_LogHdrGet(0, &read), 8u);
+    EXPECT_EQ(STLOG_LogHdrPut(&read), 8u);
+    EXPECT_EQ(STLOG_LogCleanupEnding(3), -1);
+    EXPECT_EQ(STLOG_LogBuff2File(0, "x", 1), kAll);
+    EXPECT_EQ(KORX_STLog(7, 0, 0, "x"), kAll);
+    EXPECT_FALSE(Exists("KORX_START_LOG"));
+    ASSERT_EQ(STLOG_CheckFileHandle(), 0u);
+    EXPECT_EQ(STLOG_LogHdrGet(4, &read), 8u);
+    EXPECT_EQ(STLOG_LogBuff2File(4, "x", 1), kAll);
+    EXPECT_EQ(STLOG_LogCleanupEnding(601), 600);
+
+    char name[8];
+    EXPECT_EQ(STLOG_GetMoudleBySecIndex(2, name, sizeof name), 0u);
+    EXPECT_STREQ(name, "CFL");
+    EXPECT_EQ(STLOG_GetMoudleBySecIndex(4, name, sizeof name), 0u);
+    EXPECT_STREQ(name, "DEFAULT");
+    EXPECT_NE(STLOG_GetMoudleBySecIndex(4, name, 7), 0u);
+}
+
+TEST_F(StartLog, KeepsItsCursorWhenALineCannotBeWritten) {
+    ASSERT_EQ(STLOG_LogFile(2, "one"), 0u);
+    const uint32_t cursor = header().astSec[2].uiCur;
+    {
+        const Fault full("write", 1, ENOSPC);
+        EXPECT_EQ(STLOG_LogFile(2, "two"), 0u);
+    }
+    EXPECT_EQ(header().astSec[2].uiCur, cursor);
+    store({});
+    const Fault cut("ftruncate", 1, EIO);
+    EXPECT_EQ(STLOG_LogFile(2, "three"), kAll);
+}
+
+TEST_F(StartLog, LosesNothingBetweenProcessesAndThreads) {
+    constexpr int kProcesses = 3, kThreads = 2, kLines = 40;
+    ASSERT_EQ(RunChildren(kProcesses,
+                          [](int process) {
+                              std::vector<std::thread> threads;
+                              for (int t = 0; t < kThreads; ++t)
+                                  threads.emplace_back([=] {
+                                      for (int i = 0; i < kLines; ++i)
+                                          KORX_STLog(i % 2 == 0 ? 2 : 3, 1, 0, "<%d.%d.%d>",
+                                                     process, t, i);
+                                  });
+                              for (auto& thread : threads)
+                                  thread.join();
+                              return 0;
+                          }),
+              0);
+    const std::string all = ReadFile("KORX_START_LOG");
+    const STLOG_HDR_S written = header();
+    const std::regex lines(
+        R"((\[[\d :.-]{26}\]\[INFO\]\[L:0 (CFL|DBG)\]\[0\]<\d\.\d\.\d+>\n){120})");
+    for (const int section : {2, 3}) {
+        const STLOG_SEC_S& s = written.astSec[section];
+        EXPECT_TRUE(std::regex_match(all.substr(s.uiStart, s.uiCur - s.uiStart), lines)) << section;
+    }
+}
+
+}  // namespace
+}  // namespace korx::test
