@@ -5,7 +5,6 @@
 // name; that is settled before anything is deleted.
 #include <errno.h>
 #include <fcntl.h>
-#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>

@@ -205,6 +205,15 @@ TEST_F(RemoveTree, NeverOpensWhatIsNoRegularFile) {
                    "Delete the file t/e unsuccessfully again, because 1."}));
         unlink("t/e");
     }
+
+    WriteFile("t/e", "");  // a file only until it has been looked at
+    after_look = [](const char*) {
+        after_look = nullptr;
+        unlink("t/e");
+        ASSERT_EQ(symlink("../target", "t/e"), 0);
+    };
+    const Fault fault("unlinkat", 1, EPERM);
+    EXPECT_EQ(ORX_RmParentDir("t", kAll), 0u);
     EXPECT_EQ(Mode("target"), 0444u);
 }
 
@@ -233,20 +242,25 @@ TEST_F(RemoveTree, StaysInTheTreeWhenEntriesAreSwapped) {
         }
     }
 
-    // A parent swapped after its subdirectory was seen: neither entered nor removed through.
-    build();
-    MakeDirs("keep/victim");
-    MakeDirs("t/d/victim");
-    after_look = [](const char* name) {
-        if (name != std::string_view("victim"))
-            return;
-        after_look = nullptr;
-        ASSERT_EQ(rename("t/d", "moved"), 0);
-        ASSERT_EQ(symlink("../keep", "t/d"), 0);
-    };
-    (void) ORX_RmParentDir("t", kAll);
-    EXPECT_TRUE(Exists("keep/victim"));
-    EXPECT_EQ(ReadFile("keep/file"), "kept");
+    // A parent swapped before its subdirectory is entered, and before that is removed.
+    for (const std::string_view moment : {"victim", "last"}) {
+        build();
+        MakeDirs("keep/victim");
+        MakeDirs("t/d/victim");
+        WriteFile("t/d/victim/last", "");
+        after_look = [moment](const char* name) {
+            if (name != moment)
+                return;
+            after_look = nullptr;
+            ASSERT_EQ(rename("t/d", "moved"), 0);
+            ASSERT_EQ(symlink("../keep", "t/d"), 0);
+        };
+        (void) ORX_RmParentDir("t", kAll);
+        EXPECT_TRUE(Exists("keep/victim")) << moment;
+        EXPECT_EQ(ReadFile("keep/file"), "kept");
+        ORX_RmParentDir("t", kAll);
+        ORX_RmParentDir("moved", kAll);
+    }
 }
 
 TEST_F(RemoveTree, WideAndDeepTreesNeedFewDescriptors) {

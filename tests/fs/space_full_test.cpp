@@ -89,7 +89,7 @@ TEST_F(SpaceFull, RecordsTheUsageOfEachFileSystem) {
         {"nr_blocks=1000", 875, "88"},
         {"nr_blocks=1000", 874, "87"},
         {"nr_blocks=3", 3, "100"},
-        {"size=" + std::to_string(1L << 60), 5, "0"},
+        {"size=" + std::to_string((1L << 60) + 45 * page), 5, "0"},
     };
     MakeDirs("mnt");
     for (const auto& row : rows) {
