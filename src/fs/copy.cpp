@@ -90,7 +90,7 @@ uint32_t CopyFile(const char* source, const char* destination, int flags) {
         ORX_GetAbsolutePathAndFileName(source, resolved_source.data(), resolved_source.size());
     if (code != kOk)
         return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", source, code);
-    UniqueFd from(open(resolved_source.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
+    UniqueFd from(open(resolved_source.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!from)
         return Warn(kFailed, "CopyFile:open file source path %s errno:%d!", source, errno);
     Copy copy = {source, destination, from.get(), {}, buffer.get()};

@@ -135,7 +135,7 @@ uint32_t ORX_MkDir(const char* path, uint32_t mode) {
             continue;
         buffer[i] = '\0';
         if (mkdir(buffer, mode) != 0 && errno != EEXIST)
-            return SysFail(kCreateDirFailed, "Create %s directory unsuccessfully as %d. ", buffer,
+            return SysFail(kCreateDirFailed, "Create %s directory unsuccessfully as %d. ", path,
                            errno);
         buffer[i] = c;
     }

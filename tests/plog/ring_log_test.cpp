@@ -304,14 +304,17 @@ TEST_F(RingLogs, HandTheMessageAloneToABoundAgent) {
     EXPECT_FALSE(Exists(g_stDLogInfo.acFileName));
 }
 
-// Takes what is unread in the way an outside reader does.
+// Takes what is unread in the way an outside reader does: through one descriptor, since closing
+// another one of the same file would drop the lock.
 std::string Take(const char* file) {
     const int fd = open(file, O_RDWR | O_CLOEXEC);
     if (fd < 0)
         return "";
     EXPECT_EQ(DBG_LockReg(fd, F_SETLKW, F_WRLCK, 0, SEEK_SET, 0), 0u);
-    const std::string bytes = ReadFile(file).substr(kHead);
-    LOG_HEAD_S head = HeadOf(file);
+    LOG_HEAD_S head = {};
+    EXPECT_GE(pread(fd, &head, sizeof head, 0), 0);
+    std::string bytes(g_stSLogInfo.uiMaxSize, '\0');
+    EXPECT_GE(pread(fd, bytes.data(), bytes.size(), kHead), 0);
     std::string taken;
     if (head.uiLogLen < head.uiDumpLen) {
         taken = bytes.substr(head.uiDumpLen, head.uiTotalLen - head.uiDumpLen);
