@@ -74,8 +74,7 @@ class LogScope {
     static bool inside() { return depth_ != 0; }
 
   private:
-    // Initial-exec: reading it must not allocate, a crash dump does so from a signal handler.
-    [[gnu::tls_model("initial-exec")]] static constinit thread_local uint32_t depth_;
+    static constinit thread_local uint32_t depth_;
 };
 
 }  // namespace korx

@@ -141,13 +141,14 @@ TEST_F(PathStrings, MakeEveryDirectoryOnTheWay) {
     WriteFile("file", "");
     EXPECT_EQ(ORX_MkDir(tree.path("file").c_str(), 0700), 0u);
     EXPECT_EQ(ORX_MkDir(tree.path("file/x/y").c_str(), 0700), 0x71000004u);
-    EXPECT_EQ(syslog.lines(),
-              (Lines{
-                  {LOG_ERR, "The path name length of " + longest + "/ is 512 and is invalid. "},
-                  {LOG_ERR, "The path name a/x is invalid,it should be full path. "},
-                  {LOG_ERR, "The path name  is invalid,it should be full path. "},
-                  {LOG_ERR, "Create " + tree.path("file/x") + " directory unsuccessfully as 20. "},
-              }));
+    EXPECT_EQ(
+        syslog.lines(),
+        (Lines{
+            {LOG_ERR, "The path name length of " + longest + "/ is 512 and is invalid. "},
+            {LOG_ERR, "The path name a/x is invalid,it should be full path. "},
+            {LOG_ERR, "The path name  is invalid,it should be full path. "},
+            {LOG_ERR, "Create " + tree.path("file/x/y") + " directory unsuccessfully as 20. "},
+        }));
 }
 
 }  // namespace
