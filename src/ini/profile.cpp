@@ -33,7 +33,6 @@ namespace {
 
 constexpr size_t kLineSize = 400;
 constexpr size_t kPathSize = 256;
-constexpr size_t kMaxValue = 256;
 constexpr char kAbsent[] = "\"\"";  // what a lookup finds where there is no such key
 
 constexpr uint32_t kNotLoaded = 0;
@@ -65,17 +64,12 @@ LineClass Classify(const char* line) {
     return text[0] == '[' && text[strlen(text) - 1] == ']' ? kSectionLine : kKeyLine;
 }
 
-// Copies [begin, begin + length) and terminates; what does not fit in size is left out.
+// Copies [begin, begin + length) and terminates; what does not fit in size, at least 1, is left
+// out.
 void CopyCut(char* out, uint32_t size, const char* begin, size_t length) {
-    if (size == 0)
-        return;
     const size_t copied = std::min<size_t>(length, size - 1);
     memcpy(out, begin, copied);
     out[copied] = '\0';
-}
-
-void Clear(char* out, uint32_t size) {
-    CopyCut(out, size, "", 0);
 }
 
 template <typename Node>
@@ -226,12 +220,13 @@ void KORX_IniGetSectionName(const char* line, char* name, uint32_t size) {
 uint32_t KORX_IniGetKeyInfo(const char* line, char* key, uint32_t key_size, char* value,
                             uint32_t value_size) {
     const char* const text = SkipBlanks(line);
-    Clear(value, value_size);
+    if (key == nullptr || key_size == 0 || value == nullptr || value_size == 0)
+        return Fail(kFailed, "nRet=%d.Cope pszText unsuccessfully, pszText=%s", EINVAL, text);
+    value[0] = '\0';
+    key[key_size - 1] = '\0';
     const char* const split = strrchr(text, '=');
     if (split == nullptr) {
-        const int copied = key_size == 0 ? EINVAL : strncpy_s(key, key_size, text, key_size - 1);
-        if (copied != 0)
-            return Fail(kFailed, "nRet=%d.Cope pszText unsuccessfully, pszText=%s", copied, text);
+        CopyCut(key, key_size, text, strlen(text));
         return kOk;
     }
 
@@ -244,7 +239,7 @@ uint32_t KORX_IniGetKeyInfo(const char* line, char* key, uint32_t key_size, char
     const char* const value_begin = SkipBlanks(split + 1);
     const char* const value_end = TrimEnd(value_begin, value_begin + strlen(value_begin));
     const auto value_length = static_cast<size_t>(value_end - value_begin);
-    CopyCut(value, value_size, value_begin, value_length);
+    CopyCut(value, value_size, value_begin, std::min(value_length, kMaxValue));
     if (value_length > kMaxValue || value_length >= value_size)
         return Fail(kFailed, "Get key info unsuccessfully, ValueLen=%u, Text=%s",
                     static_cast<uint32_t>(kMaxValue), key_end);
@@ -253,7 +248,7 @@ uint32_t KORX_IniGetKeyInfo(const char* line, char* key, uint32_t key_size, char
 
 uint32_t KORX_IniReadProfile(const char* file, const char* section, const char* key, char* value,
                              uint32_t size) {
-    if (size < 2)
+    if (value == nullptr || size < 2)
         return Fail(kFailed, "ini read file unsuccessfully retStrLen:%d.", static_cast<int>(size));
     FixedText<kPathSize> path;
     if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.size()) != kOk)

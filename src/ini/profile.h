@@ -12,6 +12,9 @@ constexpr size_t kSectionSize = sizeof(KORX_IniSection::acName);
 constexpr size_t kKeySize = sizeof(KORX_IniKey::acKey);
 constexpr size_t kValueSize = sizeof(KORX_IniKey::acValue);
 
+// The field would hold one character more, but a line with it would make the file unreadable.
+constexpr size_t kMaxValue = 256;
+
 using Profile = std::unique_ptr<KORX_IniSection, Releaser<KORX_FreeProfile>>;
 
 // Opens a profile for reading and locking, which takes write permission. Never blocks, also not in
