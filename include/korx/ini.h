@@ -1,3 +1,18 @@
+/* Profiles: small INI files, read whole for every lookup and replaced whole for every change.
+ *
+ *     [PATH]                      a section; its name is "[PATH]", brackets included
+ *     LOG_PATH = /var/log         a key and its value, without the blanks and tabs around them
+ *     ; or # begin a comment
+ *
+ * A key line is split at its last "=": a key may hold one, a value may not. Keys before the first
+ * section are ignored. A key of more than 64 characters or a value of more than 256 makes the whole
+ * file unreadable; a section name is cut to 64 characters, its closing bracket included. A line is
+ * read in pieces of 399 bytes. Names are compared exactly; where there are duplicates, the first
+ * one counts.
+ *
+ * Files must be named with their directory ("./a.ini", not "a.ini"), and whoever reads one needs
+ * write permission too. Readers take no lock: a change replaces the file by a rename. Every failure
+ * is logged unless a function says otherwise. */
 #ifndef KORX_INI_H
 #define KORX_INI_H
 
@@ -8,38 +23,104 @@
 
 KORX_BEGIN_DECLS
 
+/* One key of a section. Every node is an allocation of its own. */
 typedef struct KORX_IniKey {
-    char acKey[65];
-    char acValue[258];
+    char acKey[65];    /* at most 64 characters */
+    char acValue[258]; /* at most 256 characters; quotes are part of it */
     struct KORX_IniKey* pstNext;
 } KORX_IniKey;
 
+/* One section. A profile is its first section, in the order of the file; null is an empty one. */
 typedef struct KORX_IniSection {
-    char acName[65];
+    char acName[65]; /* with its brackets */
     KORX_IniKey* pstFirstKey;
     struct KORX_IniSection* pstNext;
 } KORX_IniSection;
 
+/* Held during every change, behind the lock file; one for all files of the process, not
+ * recursive. A thread that holds it must not call the setters below. */
 KORX_API extern pthread_mutex_t g_unKorxIniWriteLock;
 
+/* --- Reading --- */
+
+/* Reads a profile from a stream and closes the stream. The caller frees the result with
+ * KORX_FreeProfile. Null for a null stream, for a file without a section and for a failed load: a
+ * read error, a key line that is too long, no memory (the last without a line). */
 KORX_API KORX_IniSection* KORX_IniLoadProfile(FILE* stream);
+
+/* Frees a profile with all its sections and keys; null is ignored. */
 KORX_API void KORX_FreeProfile(KORX_IniSection* profile);
+
+/* The class of a line without its line end: 0 section, 1 key, 2 empty or ";" comment, 3 "#"
+ * comment. */
 KORX_API uint32_t KORX_IniAnalysisTextLine(const char* line);
+
+/* Copies a line from its first character that is no blank or tab, cut to size - 1 characters. A
+ * size below 2 is refused: nothing is written. */
 KORX_API void KORX_IniGetSectionName(const char* line, char* name, uint32_t size);
+
+/* Splits a key line. A line without "=" becomes a key, cut to its buffer, with an empty value.
+ * Result: 0, or 0x0FFFFFFF for a key or value that does not fit its buffer (what fits is in it),
+ * for a value of more than 256 characters, and for a null or empty buffer. */
 KORX_API uint32_t KORX_IniGetKeyInfo(const char* line, char* key, uint32_t key_size, char* value,
                                      uint32_t value_size);
+
+/* Reads a value as it stands in the file, cut to size - 1 characters; two double quotes where there
+ * is no such key. Result: 1; 0 when the profile is empty or cannot be loaded; 0x0FFFFFFF when the
+ * file is missing (logged at INFO) or cannot be opened, and for a size below 2: value is then left
+ * alone. */
 KORX_API uint32_t KORX_IniReadProfile(const char* file, const char* section, const char* key,
                                       char* value, uint32_t size);
+
+/* Reads a value, cut to 255 characters, without the double quotes around it. A missing key, and a
+ * file that is missing or cannot be opened, have the value "". section and key have at most 63
+ * characters, file at most 255. Result: 0; 1 for a null argument; 2 for one that is too long; 3 for
+ * a profile that is empty or cannot be loaded; 4 for a quoted value that has no closing quote
+ * (value then holds it, cut to fit) or is too long for value (then ""); 0x0FFFFFFF for any other
+ * value that is too long.
+ *
+ * A weak symbol: a process may define its own, which this library then calls as well. */
 KORX_API uint32_t KORX_IniGetValue(const char* file, const char* section, const char* key,
                                    char* value, uint32_t size);
+
+/* Copies what stands between the first head and the next tail in text. Result: 1; 0 when it does
+ * not fit (out is then "") or a marker is missing (out is then the text, cut to fit), and for a
+ * null text. */
 KORX_API uint32_t KORX_GetMidString(const char* text, const char* head, const char* tail, char* out,
                                     uint32_t size);
 
+/* --- Writing --- */
+
+/* Replaces an existing file F by a profile. The new version is written to "F+", synced and renamed
+ * over F; "F-" then holds the previous one. F keeps its owner, and its mode as far as 0740 goes.
+ * Comments are lost. F has at most 126 characters. Result: 0 when the new version is on disk, or
+ * 0x0FFFFFFF. A failure up to the rename leaves F as it was, and maybe an F+ that the next save
+ * removes.
+ *
+ * This takes no mutex and no lock file: a saver removes the F+ of another one at work. Whoever
+ * calls it directly serialises the savers of a file himself, threads and processes alike; the
+ * setters below do that among each other. */
 KORX_API uint32_t KORX_IniSaveFile(const char* file, const KORX_IniSection* profile);
+
+/* Changes an existing key and saves the profile. Arguments must not be null; lengths are those of
+ * KORX_CheckIniValuePara; a line end in section, key or value is refused. Waits until all other
+ * changes of the file are done, those of other processes included, by "F.lock", which it creates
+ * and leaves. Result: 0 or that of KORX_IniSaveFile; 3 for a profile that is empty or cannot be
+ * loaded; 4 for a missing section or key, nothing is written then; 0x0FFFFFFF. */
 KORX_API uint32_t KORX_IniSetValue(const char* file, const char* section, const char* key,
                                    const char* value);
+
+/* Changes a key, or adds it at the top of its section, and a missing section at the top of the
+ * file, which must exist; then as KORX_IniSetValue. A value of more than 256 characters, and a new
+ * section or key of more than 64, is stored empty. Section names must carry their brackets and
+ * values must not hold "=", or they are not read back. Result: 0 or that of KORX_IniSaveFile; 1 for
+ * a null argument; 12 when memory is short; 0x0FFFFFFF. A file that cannot be loaded stays as it
+ * is. */
 KORX_API uint32_t KORX_IniSetOrAddValue(const char* file, const char* section, const char* key,
                                         const char* value);
+
+/* 0 for a file name of at most 255 characters, a section and a key of at most 63 and a value of at
+ * most 255, else 2. None may be null. */
 KORX_API uint32_t KORX_CheckIniValuePara(const char* file, const char* section, const char* key,
                                          const char* value);
 

@@ -42,7 +42,6 @@ constexpr useconds_t kCreatePauseUs = 100000;
 constexpr size_t kMaxFileName = 255;
 constexpr size_t kMaxName = 63;
 constexpr size_t kMaxSetValue = 255;
-constexpr size_t kMaxStoredValue = 256;  // what the loader still reads
 
 constexpr uint32_t kNullArgument = 1;
 constexpr uint32_t kArgumentTooLong = 2;
@@ -218,7 +217,7 @@ void StoreText(char (&field)[N], const char* text, size_t longest) {
 }
 
 void StoreValue(KORX_IniKey* key, const char* value) {
-    StoreText(key->acValue, value, kMaxStoredValue);
+    StoreText(key->acValue, value, kMaxValue);
 }
 
 KORX_IniKey* InsertKey(KORX_IniSection* section, const char* name, const char* value) {
