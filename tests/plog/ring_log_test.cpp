@@ -334,26 +334,29 @@ TEST_F(RingLogs, LoseNothingAcceptedBetweenProcessesThreadsAndAReader) {
         mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     const pid_t reader_parent = getpid();
     std::thread writers([&] {
-        EXPECT_EQ(RunChildren(kProcesses,
-                              [&](int process) {
-                                  std::vector<std::thread> threads;
-                                  std::atomic<int> failures = 0;
-                                  for (int t = 0; t < kThreads; ++t)
-                                      threads.emplace_back([&, t] {
-                                          for (int i = 0; i < kEvents; ++i) {
-                                              uint32_t result;
-                                              while ((result = KORX_SecurityEventLog(
-                                                          0, 1, 1, 0, 0, "<%d.%d.%d>%s", process, t,
-                                                          i, std::string(100, '.').c_str())) == 99)
-                                                  usleep(1000);
-                                              failures += result != 0;
-                                          }
-                                      });
-                                  for (auto& thread : threads)
-                                      thread.join();
-                                  return failures == 0 ? 0 : 1;
-                              }),
-                  0);
+        EXPECT_EQ(
+            RunChildren(
+                kProcesses,
+                [&](int process) {
+                    std::vector<std::thread> threads;
+                    std::atomic<int> failures = 0;
+                    for (int t = 0; t < kThreads; ++t)
+                        threads.emplace_back([&, t] {
+                            for (int i = 0; i < kEvents; ++i) {
+                                uint32_t result;
+                                while ((result = KORX_SecurityEventLog(
+                                            0, 1, 1, 0, 0, "<%d.%d.%d>%s", process, t, i,
+                                            std::string(100, '.').c_str())) == 99)
+                                    usleep(1000);
+                                failures += result != 0;
+                                usleep(1000);  // a lap takes far longer than the reader's round
+                            }
+                        });
+                    for (auto& thread : threads)
+                        thread.join();
+                    return failures == 0 ? 0 : 1;
+                }),
+            0);
         *done = true;
     });
     ASSERT_EQ(getpid(), reader_parent);
