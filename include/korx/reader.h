@@ -1,264 +1,309 @@
-/* libkorx_reader: reads the component's logs from outside, and empties those that wait for it.
+/* libkorx_reader: reads the component's logs from outside, and acknowledges what has been taken.
  *
- *     korx_reader* log;
+ * Opening a log copies it: the file's lock is held for the copy alone, never while records are
+ * looked at. A reader iterates over its copy, oldest record first, so it shows one moment; to see
+ * what came later, open again (korx_mark carries the place over).
+ *
+ *     korx_reader* reader;
  *     korx_reader_error error;
  *     korx_record record;
- *     if (korx_reader_open(path, KORX_LOG_AUTO, NULL, &log, &error) != KORX_READER_OK)
+ *     if (korx_reader_open(path, KORX_LOG_AUTO, NULL, &reader, &error) != KORX_READER_OK)
  *         return complain(error.text);
- *     while (korx_reader_next(log, KORX_RECORD_UNREAD, &record))
- *         deliver(record.text, record.text_length);
- *     korx_reader_ack(log, NULL, &error);
- *     korx_reader_close(log);
+ *     while (korx_reader_next_unread(reader, &record))
+ *         deliver(&record);
+ *     if (delivered())
+ *         korx_reader_ack(reader, &error);
+ *     korx_reader_close(reader);
  *
- * A reader is a snapshot: the file is locked only while it is copied, and everything else works on
- * the copy. Nothing in a file can make a function crash, hang or read outside the copy; what is not
- * a record is told as damage. Texts are bytes of the file with a length: they may hold anything but
- * NUL, line ends and terminal escapes included.
+ * A record is told by its time stamp and its head fields at the start of a line; a message with
+ * line ends in it stays one record. Zero fill, what is left of a record that the log has partly
+ * written over, and text that lies behind the end of its lap are never records. Whatever else is
+ * not a record is damage: it is listed with offset and rule, and text among it is also handed out
+ * as a record with KORX_RECORD_DAMAGED, so that nothing is acknowledged unseen.
  *
- * A PROCESS THAT ITSELF WRITES THESE LOGS must not call korx_reader_open or korx_reader_ack:
- * closing any descriptor of a file drops all record locks that the process holds on it, and a
- * writer thread in the middle of a record would go on without its lock. Such a process runs another
- * program (the korx command) for it, or gets the bytes from one and uses korx_reader_open_memory.
+ * In a process that writes these logs. The writers' record locks belong to the process, and closing
+ * any descriptor of a file drops them. korx_reader_open and korx_reader_ack open and close the log,
+ * so such a process must not call them while one of its threads may log. It may instead
+ *   - hand in the descriptor that it already has (korx_reader_open_fd; for the security log
+ *     g_iSLogFileFd). The reader never closes that one, leaves its position alone, and its own
+ *     lock excludes the process's writers, so no other care is needed;
+ *   - read in a forked child: a child's close does not touch its parent's locks;
+ *   - read the bytes itself and use korx_reader_open_memory.
+ * The diagnostic text log and the space-full log have no such locks; any process may open them.
  *
- * Readers are independent of one another; one reader is used by one thread at a time. Functions
- * that can fail return a KORX_READER_ code and fill *error, if error is not null. */
+ * Functions return KORX_READER_OK or another korx_reader_code and explain a failure in *error,
+ * which may be null. No input makes them crash or hang: memory stays below about twice the file's
+ * size and waiting below the lock time-out. A reader belongs to one thread at a time; different
+ * readers may be used by different threads. Times are local times of TZ as it was when the reader
+ * was opened. */
 #ifndef KORX_READER_H
 #define KORX_READER_H
 
 #include <stddef.h>
-#include <stdint.h>
 #include <time.h>
 
 #include "korx/common.h"
 
 KORX_BEGIN_DECLS
 
-/* --- Kinds, results --- */
-
 typedef enum korx_log_kind {
-    KORX_LOG_AUTO = 0,     /* told by the file's name, or else by its content */
-    KORX_LOG_TEXT = 1,     /* diagnostic text log: orx_agent.log, orx_app.log */
-    KORX_LOG_DIAG = 2,     /* diagnostic record log, a ring: KORX_DIAG_LOG */
-    KORX_LOG_SECURITY = 3, /* security event log, a ring: korx_safe.log */
-    KORX_LOG_LIFE = 4,     /* life-cycle log, a ring: korx_life.log */
-    KORX_LOG_START = 5,    /* start log, four rings: KORX_START_LOG with .korxloghdr beside it */
-    KORX_LOG_PROCESS = 6,  /* process log, a plain file that wraps: <process>.log */
-    KORX_LOG_SPACE = 7     /* disk-space log: orx_spacefull.log */
+    KORX_LOG_AUTO = 0,     /* from the file's name, else from its content */
+    KORX_LOG_TEXT = 1,     /* diagnostic text log, "orx_agent.log" or "orx_app.log" */
+    KORX_LOG_DIAG = 2,     /* diagnostic record log, the ring "KORX_DIAG_LOG" */
+    KORX_LOG_SECURITY = 3, /* security event log, the ring "korx_safe.log" */
+    KORX_LOG_LIFE = 4,     /* life-cycle log, the ring "korx_life.log" */
+    KORX_LOG_START = 5,    /* start log "KORX_START_LOG" with its header ".korxloghdr" */
+    KORX_LOG_PROCESS = 6,  /* process log "<process>.log" */
+    KORX_LOG_SPACE = 7     /* space-full log "orx_spacefull.log" */
 } korx_log_kind;
 
-enum korx_reader_code {
+typedef enum korx_reader_code {
     KORX_READER_OK = 0,
-    KORX_READER_ARGUMENT = 1,    /* null pointer or unknown kind */
-    KORX_READER_MISSING = 2,     /* there is no such file */
-    KORX_READER_DENIED = 3,      /* no permission */
-    KORX_READER_IO = 4,          /* another system error: error.sys_errno */
-    KORX_READER_FOREIGN = 5,     /* not a regular file, or of no kind that is known */
-    KORX_READER_TOO_LARGE = 6,   /* larger than options.max_bytes */
-    KORX_READER_BUSY = 7,        /* a writer held the lock for all of options.lock_timeout_ms */
-    KORX_READER_MEMORY = 8,      /* out of memory */
-    KORX_READER_STALE = 9,       /* ack: the file or its reading position is another one by now */
-    KORX_READER_UNSUPPORTED = 10 /* ack: this log keeps no reading position, or it is a copy */
-};
+    KORX_READER_ARGUMENT = 1,    /* a required argument is null or out of range */
+    KORX_READER_NO_MEMORY = 2,   /* memory allocation failed */
+    KORX_READER_OPEN = 3,        /* the log cannot be opened; system_error says why */
+    KORX_READER_NOT_REGULAR = 4, /* a directory, device, pipe or socket */
+    KORX_READER_TOO_LARGE = 5,   /* more bytes than max_bytes would have to be read */
+    KORX_READER_LOCKED = 6,      /* a writer held the file for the whole time-out */
+    KORX_READER_READ = 7,        /* reading or examining the file failed */
+    KORX_READER_UNKNOWN = 8,     /* KORX_LOG_AUTO found nothing it knows */
+    KORX_READER_CHANGED = 9,     /* not acknowledged: the log is no longer what was handed out */
+    KORX_READER_DAMAGED = 10,    /* not acknowledged: the head cannot be trusted */
+    KORX_READER_WRITE = 11,      /* not acknowledged: writing the log's head or the cursor failed */
+    KORX_READER_CURSOR = 12      /* acknowledged in the head, but the cursor could not be kept */
+} korx_reader_code;
 
 typedef struct korx_reader_error {
-    uint32_t code;     /* KORX_READER_ */
-    int32_t sys_errno; /* 0 when no system call failed */
-    uint64_t offset;   /* in the file, where it applies */
-    char text[640];    /* one line for people, with the path; empty on success */
+    korx_reader_code code;
+    int system_error; /* errno of the call that failed, else 0 */
+    uint64_t offset;  /* where in the file, else 0 */
+    char text[512];   /* one sentence with the path, without a line end; the path may be cut */
 } korx_reader_error;
 
-/* --- Opening --- */
-
-#define KORX_READER_DEFAULT_MAX_BYTES (16u * 1024 * 1024)
-#define KORX_READER_DEFAULT_TIMEOUT_MS 2000u
-
-/* All zero: the defaults. */
+/* How to open. All zero means the defaults, and so does a null pointer to it. */
 typedef struct korx_reader_options {
-    uint32_t max_bytes;       /* 0: KORX_READER_DEFAULT_MAX_BYTES; a larger file is refused */
-    uint32_t lock_timeout_ms; /* 0: KORX_READER_DEFAULT_TIMEOUT_MS */
-    uint32_t limit;           /* size limit the writers use; 0: the kind's usual one */
-    uint32_t no_lock;         /* not 0: copy without the lock; a record being written may be cut */
-    uint32_t no_cursor;       /* not 0: neither read nor write a cursor file */
-    const char* cursor_path;  /* null: the cursor stands beside the log, see korx_reader_ack */
-    const char* header_path;  /* start log: its header file; null: .korxloghdr beside it */
+    uint32_t flags;           /* KORX_READER_... below */
+    uint32_t lock_timeout_ms; /* how long to wait for writers; 0: 5000 */
+    uint64_t max_bytes;       /* most bytes to read of one file; 0: 64 MiB */
+    const char* header_path;  /* start log: its header file; null: ".korxloghdr" beside the log */
+    const char* cursor_path;  /* null: the log's path with ".cursor" appended; "": no cursor */
+    const char* name;         /* process log: the process; null: from the file's name */
+    const void* header;       /* start log from memory: the header file's bytes, or null */
+    size_t header_length;
 } korx_reader_options;
 
+enum {
+    /* Copy without the lock. The copy may then hold a half-written record or a head that does not
+     * fit it, which shows as damage. Such a reader cannot acknowledge. */
+    KORX_READER_NO_LOCK = 1
+};
+
+/* A reader: a copy of a log and a place in it. */
 typedef struct korx_reader korx_reader;
 
-/* Takes a snapshot of the log at path. The file is opened for reading only, never created, and
- * locked against its writers while it is copied: a shared flock for the text log, a whole-file
- * record lock for the others (the start log's header file first), none for the disk-space log.
- * options may be null. *reader is the new reader for korx_reader_close, or null on failure. A
- * damaged or empty file opens and has damage or no records. */
-KORX_API uint32_t korx_reader_open(const char* path, korx_log_kind kind,
-                                   const korx_reader_options* options, korx_reader** reader,
-                                   korx_reader_error* error);
+/* Copies the log at path, links followed, and makes a reader of it. A missing file is
+ * KORX_READER_OPEN with ENOENT. An empty file is a log without records. A file that is not a log of
+ * this kind opens too, and is all damage. *reader is null on failure; korx_reader_close frees it.
+ */
+KORX_API korx_reader_code korx_reader_open(const char* path, korx_log_kind kind,
+                                           const korx_reader_options* options, korx_reader** reader,
+                                           korx_reader_error* error);
 
-/* The same of bytes in memory, which are copied. header and header_length are the start log's
- * header file, else null and 0. Such a reader has no cursor and cannot acknowledge. */
-KORX_API uint32_t korx_reader_open_memory(const void* bytes, size_t length, korx_log_kind kind,
-                                          const void* header, size_t header_length,
-                                          const korx_reader_options* options, korx_reader** reader,
-                                          korx_reader_error* error);
+/* The same from the caller's descriptor, which stays the caller's: it is never closed and its
+ * position never moved. It must be readable, and writable to acknowledge; path names the log in
+ * messages and, with the defaults above, the header file and the cursor, and may be null (no
+ * cursor then unless one is named). It is used until the reader is closed. */
+KORX_API korx_reader_code korx_reader_open_fd(int fd, const char* path, korx_log_kind kind,
+                                              const korx_reader_options* options,
+                                              korx_reader** reader, korx_reader_error* error);
 
-/* Releases the snapshot with all texts that point into it. Null is allowed. */
+/* The same from length bytes in memory, which are copied. No file is touched. Such a reader cannot
+ * acknowledge. */
+KORX_API korx_reader_code korx_reader_open_memory(const void* data, size_t length,
+                                                  korx_log_kind kind,
+                                                  const korx_reader_options* options,
+                                                  korx_reader** reader, korx_reader_error* error);
+
+/* Frees a reader and everything its records point to; null is allowed. */
 KORX_API void korx_reader_close(korx_reader* reader);
 
-/* --- Records --- */
-
-enum korx_record_flags {
-    KORX_RECORD_UNREAD = 1,    /* not acknowledged yet; only rings keep track */
-    KORX_RECORD_OLD_LAP = 2,   /* of the lap that is being overwritten */
-    KORX_RECORD_NEW = 4,       /* not in the earlier snapshot: korx_reader_compare */
-    KORX_RECORD_CUT = 8,       /* its end is uncertain: leftovers follow it, and are not shown */
-    KORX_RECORD_TIME_BACK = 16 /* clearly older than the record before it: the clock was set */
+/* Which fields of a record are there. */
+enum {
+    KORX_FIELD_TIME = 1 << 0,
+    KORX_FIELD_LEVEL = 1 << 1,
+    KORX_FIELD_INDEX = 1 << 2,    /* rings */
+    KORX_FIELD_APP_CID = 1 << 3,  /* rings */
+    KORX_FIELD_LOCATION = 1 << 4, /* rings, start and process log */
+    KORX_FIELD_M_VALUE = 1 << 5,  /* rings and process log */
+    KORX_FIELD_VALUE = 1 << 6,    /* all but the text log; space-full log: percent used */
+    KORX_FIELD_NAME = 1 << 7,     /* start log: section; process log: process; space-full log:
+                                     mount directory */
+    KORX_FIELD_PID = 1 << 8,      /* text log */
+    KORX_FIELD_MODULE = 1 << 9,   /* text log */
+    KORX_FIELD_MESSAGE = 1 << 10  /* all but the space-full log */
 };
 
-/* Which fields of a record are set; the others are 0, null or empty. */
-enum korx_record_fields {
-    KORX_FIELD_LEVEL = 1,
-    KORX_FIELD_INDEX = 2,
-    KORX_FIELD_APP_CID = 4,
-    KORX_FIELD_LOCATION = 8,
-    KORX_FIELD_M_VALUE = 16,
-    KORX_FIELD_VALUE = 32,
-    KORX_FIELD_NAME = 64,
-    KORX_FIELD_PID = 128,
-    KORX_FIELD_MODULE = 256,
-    KORX_FIELD_MESSAGE = 512
+enum {
+    KORX_RECORD_UNREAD = 1 << 0,  /* not acknowledged yet */
+    KORX_RECORD_OLD_LAP = 1 << 1, /* from the lap before the newest */
+    /* Not sound: text that is no record (no fields), or a record whose end is missing or replaced
+     * by other bytes (its fields are there, its message may be cut). */
+    KORX_RECORD_DAMAGED = 1 << 2
 };
 
-/* One record. text, message and name point into the snapshot and are not NUL-terminated; the final
- * line end belongs to none of them. */
+/* One record. Its pointers lead into the reader and live as long as it; the texts are not
+ * terminated and may hold any byte but, in sound records, NUL. Numbers without their bit in fields
+ * are 0, texts null. */
 typedef struct korx_record {
     korx_log_kind kind;
-    uint32_t flags;    /* KORX_RECORD_ */
-    uint32_t fields;   /* KORX_FIELD_ */
-    uint32_t position; /* of korx_reader_get */
-    uint64_t offset;   /* first byte in the file */
-    const char* text;  /* the whole record */
-    size_t text_length;
-    struct timespec time; /* the stamp, read as local time of this process */
-    uint32_t level;       /* 0 DEBUG, 1 INFO, 2 WARNING, 3 ERROR, 4 FATAL */
+    uint32_t flags;         /* KORX_RECORD_... */
+    uint32_t fields;        /* KORX_FIELD_... */
+    uint64_t offset;        /* in the file */
+    const char* text;       /* the whole record without its last line end */
+    size_t length;          /* of text */
+    struct timespec time;   /* since the Epoch, to the microsecond */
+    int32_t utc_offset;     /* of the local time that the record shows, in seconds east */
+    uint32_t level;         /* 0 DEBUG, 1 INFO, 2 WARNING, 3 ERROR (text log: ERR), 4 FATAL */
+    const char* level_name; /* as the record spells it; terminated and static */
     uint32_t index;
     uint32_t app_cid;
     uint32_t location;
     uint32_t m_value;
-    uint32_t value; /* trailing value; disk-space log: percent used */
+    uint32_t value;
     int32_t pid;
     uint32_t module;
-    const char* name; /* start log: section; process log opened by its name: process;
-                         disk-space log: mount directory */
+    const char* name;
     size_t name_length;
     const char* message;
     size_t message_length;
 } korx_record;
 
-/* How many records there are. */
-KORX_API size_t korx_reader_count(const korx_reader* reader);
+/* The next record, oldest first; the start log's sections are merged by time. 1, or 0 at the end,
+ * with *record cleared. */
+KORX_API int korx_reader_next(korx_reader* reader, korx_record* record);
 
-/* The record at a position; 0 is the oldest. In a ring the old lap comes first, from the first
- * whole record that is left of it, then the new lap. The start log's sections are merged by time.
- * Result: 1; 0 beyond the last. */
-KORX_API int korx_reader_get(const korx_reader* reader, size_t position, korx_record* record);
+/* The next unread record, and the only call that hands records out for korx_reader_ack. Both calls
+ * move the same place. */
+KORX_API int korx_reader_next_unread(korx_reader* reader, korx_record* record);
 
-/* The next record that has all the flags (0: any), oldest to newest. Result: 1; 0 at the end. */
-KORX_API int korx_reader_next(korx_reader* reader, uint32_t flags, korx_record* record);
-
-/* Makes korx_reader_next start again at the oldest. */
+/* Goes back to the oldest record. What has been handed out stays handed out. */
 KORX_API void korx_reader_rewind(korx_reader* reader);
 
-/* Marks the records of now that an earlier snapshot of the same log has not: KORX_RECORD_NEW.
- * Result: how many. *lost, which may be null, is set to 1 when what followed the earlier snapshot
- * is overwritten already (then all are new), or the log was replaced; else to 0. */
-KORX_API size_t korx_reader_compare(korx_reader* now, const korx_reader* earlier, int* lost);
+/* Goes to the place behind the newest count records, so that next yields just these. */
+KORX_API void korx_reader_seek_newest(korx_reader* reader, size_t count);
 
-/* --- The log as a whole --- */
+/* Acknowledges all that korx_reader_next_unread has handed out since the reader was opened or last
+ * acknowledged; call it when that has been delivered. KORX_READER_OK when there is nothing.
+ *
+ * Rings: with the file locked, uiDumpLen moves to the end of what was handed out, never past it,
+ * and no other byte changes. Where that end is the end of a finished lap, uiDumpLen becomes
+ * uiTotalLen and not 0. Then the cursor is replaced. The other kinds have no such mark; there the
+ * cursor alone says what has been taken.
+ *
+ * Refused with KORX_READER_CHANGED, nothing acknowledged, when the file was replaced, somebody else
+ * acknowledged meanwhile, or the last record handed out is no longer where it was; with
+ * KORX_READER_ARGUMENT when the reader came from memory or was opened without lock. Open again
+ * then: what is still there is handed out again.
+ *
+ * The cursor is a small text file beside the log, replaced atomically. It holds the last record's
+ * place, stamp and hash, with which the next reader tells a full lap of unread records from none;
+ * the head alone cannot. Without one (KORX_READER_CURSOR, or cursor_path "") that case shows as
+ * nothing unread. */
+KORX_API korx_reader_code korx_reader_ack(korx_reader* reader, korx_reader_error* error);
 
+/* A place in a log that outlives the reader: what has been seen, told by the records themselves.
+ * All zero is the place before everything. */
+typedef struct korx_mark {
+    struct {
+        uint64_t hash;   /* of the record's bytes */
+        uint64_t end;    /* offset behind it */
+        int64_t time_us; /* its stamp */
+        uint32_t length; /* of its bytes; 0: no record seen yet */
+        uint32_t reserved;
+    } last[4]; /* start log: one for each section; else the first */
+} korx_mark;
+
+/* The place where the reader stands: behind the last record that next or next_unread returned. */
+KORX_API void korx_reader_get_mark(const korx_reader* reader, korx_mark* mark);
+
+/* Goes to the place of a mark taken from an earlier reader of the same log, so that next yields
+ * what was written since. 1; or 0 when the marked record is no longer there: the reader then stands
+ * at the oldest record, and there may be a gap before it. */
+KORX_API int korx_reader_seek_mark(korx_reader* reader, const korx_mark* mark);
+
+/* What a log looks like. */
 typedef struct korx_reader_info {
     korx_log_kind kind;
-    uint32_t laps;  /* 0: never wrapped; 1: an old lap is in the file or was */
-    uint64_t size;  /* bytes of the file */
-    uint64_t limit; /* bytes it may have */
-    uint64_t used;  /* bytes that hold records; used / limit is the fill */
-    uint64_t records;
-    uint64_t unread_records; /* rings only, as the next two */
+    uint32_t laps;    /* 0 before the first wrap, then 1: how often is not recorded */
+    uint64_t size;    /* of the file */
+    uint64_t limit;   /* usual limit of this kind, or the size of a file that has wrapped */
+    uint64_t fill;    /* bytes that hold log, both laps */
+    uint64_t records; /* sound and damaged ones */
+    uint64_t unread_records;
     uint64_t unread_bytes;
-    uint32_t has_position; /* 1: a ring, which can be acknowledged */
-    uint32_t log_length;   /* the head as it stands in the file: L, D and T of the rings; */
-    uint32_t dump_length;  /* the text log has its count in log_length */
-    uint32_t total_length;
-    uint64_t damages;      /* how many were found; korx_reader_damage_at keeps the first 256 */
-    uint32_t gap;          /* KORX_GAP_ */
-    uint64_t lost_bytes;   /* at least so many were lost unread */
-    uint64_t lost_records; /* about so many records, from the size of those that are left */
+    uint64_t damage;   /* all of it, also what korx_reader_get_damage no longer lists */
+    uint32_t has_head; /* 1: log_len, dump_len and total_len are there (rings) */
+    uint32_t log_len;  /* the head as it stands in the file */
+    uint32_t dump_len;
+    uint32_t total_len;
+    uint32_t has_cursor; /* 1: a cursor was found and fits the log */
+    /* Records that nobody had taken when the log went over them, as far as head and cursor tell.
+     * gap: 1 when at least a lap passed since the last acknowledgement. gap_recovered: unread
+     * records that the head would have hidden and that are handed out all the same. gap_bytes: what
+     * was written over, gap_lost: at least so many records; both 0 when nothing was, and lower
+     * bounds when more than one lap has passed. */
+    uint32_t gap;
+    uint64_t gap_recovered;
+    uint64_t gap_bytes;
+    uint64_t gap_lost;
+    struct {
+        uint32_t start; /* start log: section bounds and cursor, offsets in the file */
+        uint32_t end;
+        uint32_t cursor;
+        uint32_t wrapped;
+    } sections[4];
 } korx_reader_info;
-
-/* Whether records were overwritten before anybody took them. The head cannot show it: the cursor
- * does. With a gap all records of the snapshot are unread. */
-enum korx_reader_gap {
-    KORX_GAP_NONE = 0,
-    KORX_GAP_UNKNOWN = 1, /* the cursor is missing or of another position: it cannot be told */
-    KORX_GAP_LAP = 2,     /* exactly a lap is unread, or several of which the last is left */
-    KORX_GAP_LOST = 3     /* at least lost_bytes are gone */
-};
 
 KORX_API void korx_reader_get_info(const korx_reader* reader, korx_reader_info* info);
 
+/* What can be wrong. */
 typedef enum korx_damage_rule {
-    KORX_DAMAGE_HEAD_SHORT = 1,  /* the file is shorter than its head */
-    KORX_DAMAGE_HEAD_LENGTH = 2, /* the head's end of the records lies outside the file or limit */
-    KORX_DAMAGE_HEAD_DUMP = 3,   /* the reading position lies outside the records */
-    KORX_DAMAGE_HEAD_TOTAL = 4,  /* the old lap ends outside the file, or before the new one */
-    KORX_DAMAGE_SIZE = 5,        /* the file is longer than its limit allows */
-    KORX_DAMAGE_NOT_RECORD = 6,  /* bytes among the records that are none */
-    KORX_DAMAGE_CUT_RECORD = 7,  /* a record without its end */
-    KORX_DAMAGE_LONG_RECORD = 8, /* longer than any writer writes: it holds something else too */
-    KORX_DAMAGE_TIME_BACK = 9,   /* a record is more than a second older than the one before it */
-    KORX_DAMAGE_HEADER = 10,     /* start log: header file missing, short or not acceptable */
-    KORX_DAMAGE_SEPARATOR = 11,  /* start log: a section's separator is not there */
-    KORX_DAMAGE_CURSOR = 12      /* the cursor file is damaged; it is not used */
+    KORX_DAMAGE_HEAD_SHORT = 1,    /* the file ends inside its head */
+    KORX_DAMAGE_HEAD_LENGTH = 2,   /* a length of the head leads outside the file */
+    KORX_DAMAGE_HEAD_ORDER = 3,    /* the head's lengths contradict each other */
+    KORX_DAMAGE_DUMP_POSITION = 4, /* uiDumpLen is outside the log or inside a record */
+    KORX_DAMAGE_HEADER = 5,       /* start log: header file missing, short, foreign or impossible */
+    KORX_DAMAGE_SEPARATOR = 6,    /* start log: the separator before a section is not there */
+    KORX_DAMAGE_NOT_A_RECORD = 7, /* text without stamp or head fields where a record should be */
+    KORX_DAMAGE_STAMP = 8,        /* a record's head with a damaged time stamp before it */
+    KORX_DAMAGE_FIELDS = 9,       /* a time stamp with damaged head fields behind it */
+    KORX_DAMAGE_UNTERMINATED = 10, /* the last record has no line end */
+    KORX_DAMAGE_TOO_LONG = 11,     /* longer than any record: an end is missing */
+    KORX_DAMAGE_ZEROS = 12,        /* NUL bytes inside the log */
+    KORX_DAMAGE_TIME_ORDER = 13,   /* older than the record before it by more than two seconds */
+    KORX_DAMAGE_UNCOMMITTED = 14,  /* bytes of a record whose writer never finished */
+    KORX_DAMAGE_CURSOR = 15        /* the cursor file is not one; it was ignored */
 } korx_damage_rule;
 
 typedef struct korx_damage {
     korx_damage_rule rule;
-    uint64_t offset;  /* in the file (rule 10: in the header file; 12: in the cursor file) */
-    uint64_t length;  /* bytes concerned */
-    const char* text; /* one line for people, constant */
+    uint32_t in_header; /* 1: offset is in the start log's header file or the cursor */
+    uint64_t offset;
+    uint64_t length; /* bytes concerned, may be 0 */
+    char text[128];  /* one sentence without path and offset, and without a line end */
 } korx_damage;
 
-/* The damage at a position, in the order it was found. Result: 1; 0 beyond the last. */
-KORX_API int korx_reader_damage_at(const korx_reader* reader, size_t position, korx_damage* damage);
+/* The damage of this index, counted from 0 in order of discovery. 1, or 0 when there is no more. At
+ * most 4096 are listed. */
+KORX_API int korx_reader_get_damage(const korx_reader* reader, size_t index, korx_damage* damage);
 
-/* --- Acknowledging --- */
-
-/* Tells a ring's writers that the unread records up to and including last were delivered, so that
- * their room may be used again. last is a record of this reader; null: all unread ones. Call it
- * only when the records are safe where they were delivered.
- *
- * Under the file's exclusive lock the head is read again and the reading position moved to the end
- * of last, never past it and never when the file or its position is not the one of the snapshot
- * (KORX_READER_STALE: someone else took records; open again). Records written meanwhile stay
- * unread. Before that, the cursor is replaced: the file <log>.korxcursor or options.cursor_path,
- * which holds the end of the last delivered record. With it the next reader sees a whole lap
- * written since, which the head shows as nothing, and records lost after that: see korx_reader_gap.
- * If the cursor cannot be written nothing is acknowledged.
- *
- * After success the reader's flags and info are still those of the snapshot; a further call may
- * acknowledge further records of it. */
-KORX_API uint32_t korx_reader_ack(korx_reader* reader, const korx_record* last,
-                                  korx_reader_error* error);
-
-/* --- Names --- */
-
-/* "text", "diag", "security", "life", "start", "process", "space"; "auto" for anything else. */
+/* Short names for people and scripts: "text", "diag", "security", "life", "start", "process",
+ * "space" ("auto" for KORX_LOG_AUTO, null for others), and "head-short" and so on. */
 KORX_API const char* korx_log_kind_name(korx_log_kind kind);
-/* The kind of that name; KORX_LOG_AUTO when there is none. */
-KORX_API korx_log_kind korx_log_kind_of_name(const char* name);
-/* "DEBUG", "INFO", "WARNING", "ERROR" and above "FATAL". */
-KORX_API const char* korx_level_name(uint32_t level);
-/* A short name of the rule, for machines: "head-length". */
-KORX_API const char* korx_damage_name(korx_damage_rule rule);
+KORX_API const char* korx_damage_rule_name(korx_damage_rule rule);
+
+/* The kind that a file name stands for, directories ignored; KORX_LOG_AUTO when it is none. */
+KORX_API korx_log_kind korx_log_kind_of_name(const char* path);
 
 KORX_END_DECLS
 
