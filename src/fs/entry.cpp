@@ -30,6 +30,14 @@ struct Entry {
     bool known;
 };
 
+// A directory has no other entries than its own, whatever path ends in it: "d", "d/" and "d/.".
+bool IsDirectoryOfSource(const char* path, const char* source) {
+    struct stat removed;
+    struct stat kept;
+    return lstat(path, &removed) == 0 && S_ISDIR(removed.st_mode) && stat(source, &kept) == 0 &&
+           IsSameFile(removed, kept);
+}
+
 // Replaces the path of a symbolic link by the path that it leads to. False for anything else.
 bool FollowLink(FixedText<PATH_MAX>* path) {
     FixedText<PATH_MAX> target;
@@ -47,6 +55,8 @@ bool FollowLink(FixedText<PATH_MAX>* path) {
 }  // namespace
 
 bool HoldsSource(const char* path, const char* source) {
+    if (IsDirectoryOfSource(path, source))
+        return true;
     const Entry entry(path);
     FixedText<PATH_MAX> step;
     (void) step.format("%s", source);

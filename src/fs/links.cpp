@@ -42,7 +42,8 @@ bool StartsWithRelativeRoot(const PathText& path) {
 
 void EnsureSlash(PathText* path) {
     const size_t length = strlen(path->c_str());
-    if (length > 0 && length + 1 < kPathSize && path->c_str()[length - 1] != '/')
+    const bool ends_in_slash = length > 0 && path->c_str()[length - 1] == '/';
+    if (!ends_in_slash && length + 1 < kPathSize)
         path->data()[length] = '/';
 }
 
