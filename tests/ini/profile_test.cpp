@@ -1,0 +1,266 @@
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "ini/open_files.h"
+#include "korx/ini.h"
+#include "support/faults.h"
+#include "support/fixture.h"
+
+namespace korx::test {
+namespace {
+
+constexpr uint32_t kFailed = 0x0FFFFFFF;
+using Lines = std::vector<SyslogLine>;
+
+SyslogLine Err(const std::string& text) {
+    return {3, "[0] " + text + "\n"};
+}
+
+std::string Repeat(char c, size_t count) {
+    return std::string(count, c);
+}
+
+// The profile of a file in one line: "[A] key|value key|value [B] "; "null" when there is none.
+std::string Load(const std::string& content) {
+    WriteFile("p", content);
+    KORX_IniSection* const profile = KORX_IniLoadProfile(fopen("p", "r"));
+    std::string text = profile == nullptr ? "null" : "";
+    for (auto* section = profile; section != nullptr; section = section->pstNext) {
+        text += std::string(section->acName) + " ";
+        for (auto* key = section->pstFirstKey; key != nullptr; key = key->pstNext)
+            text += std::string(key->acKey) + "|" + key->acValue + " ";
+    }
+    KORX_FreeProfile(profile);
+    return text;
+}
+
+struct Profile : RoomTest {};
+
+TEST_F(Profile, LoadsLines) {
+    const std::string key64 = Repeat('k', 64);
+    const std::string value256 = Repeat('v', 256);
+    const struct {
+        const char* name;
+        std::string content;
+        std::string loaded;
+    } rows[] = {
+        {"trims both sides", "[PATH]\nLOG_PATH = /var/log \n\tx\t=\t1 2\t",
+         "[PATH] LOG_PATH|/var/log x|1 2 "},
+        {"splits at the last =", "[S]\na=b=c\n=v\nn=\n", "[S] a=b|c |v n| "},
+        {"keeps a line without = whole", "[S]\n \tbare \t\n", "[S] bare \t| "},
+        {"cuts only such a line", "[S]\n" + Repeat('x', 70), "[S] " + Repeat('x', 64) + "| "},
+        {"skips what is not a key", "k=0\n[S]\n\n\r\n \t\n;a=1\n # b=2\n\ra=3\nk=1\n", "[S] k|1 "},
+        {"takes every line end", "[S]\r\na=1\r\nb=2\r\nc=3\r", "[S] a|1 b|2 c|3 "},
+        {"wants ] at the very end", "[S] \nk=1\n", "null"},
+        {"indents sections", "\t [S]\nk=[1]\n[x]=2\n", "[S] k|[1] [x]|2 "},
+        {"keeps duplicates", "[S]\nk=1\nk=2\n[S]\nk=3\n", "[S] k|1 k|2 [S] k|3 "},
+        {"keeps quotes", "[S]\nk=\"a b\"\n", "[S] k|\"a b\" "},
+        {"cuts a section's name", "[" + Repeat('s', 64) + "]\nk=1\n",
+         "[" + Repeat('s', 63) + " k|1 "},
+        {"reads 399 bytes at a time", "[S]\n;" + Repeat('x', 398) + "k=1\n", "[S] k|1 "},
+        {"takes the longest", "[S]\n" + key64 + "=" + value256,
+         "[S] " + key64 + "|" + value256 + " "},
+        {"is empty", "", "null"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(Load(row.content), row.loaded) << row.name;
+    EXPECT_EQ(syslog.lines(), Lines{});
+}
+
+TEST_F(Profile, OneLineTooLongMakesTheFileUnreadable) {
+    const std::string key = Repeat('k', 65) + " = 1";
+    const std::string value = " = " + Repeat('v', 257);
+    EXPECT_EQ(Load("[S]\na=1\n " + key + "\n"), "null");
+    EXPECT_EQ(Load("[S]\na=1\n k" + value + " \n[T]\n"), "null");
+    EXPECT_EQ(syslog.lines(),
+              (Lines{Err("Get key info unsuccessfully, KeyLen=65, Text=" + key),
+                     Err("Get key info unsuccessfully, ValueLen=256, Text=" + value + " ")}));
+}
+
+TEST_F(Profile, FailedLoadLeavesNothingOpen) {
+    const std::string content = "[S]\na=1\nb=2\n[T]\nc=3\n";
+    const auto before = OpenFiles();
+    for (unsigned nth = 1; nth <= 5; ++nth) {
+        const Fault fault("malloc", nth, ENOMEM);
+        WriteFile("p", content);
+        FILE* const stream = [] {
+            const Untapped untapped;
+            return fopen("p", "r");
+        }();
+        EXPECT_EQ(KORX_IniLoadProfile(stream), nullptr) << nth;
+        EXPECT_EQ(fault.hits(), 1u);
+    }
+    EXPECT_EQ(syslog.lines(), Lines{});
+    {
+        const Fault fault("fgets", 3, EIO);
+        EXPECT_EQ(Load(content), "null");
+    }
+    errno = ENOENT;
+    EXPECT_EQ(KORX_IniLoadProfile(nullptr), nullptr);
+    EXPECT_EQ(syslog.lines(),
+              (Lines{Err("[ORX] Can't get line from file, errno=5"),
+                     Err("[ORX]ORX_LoadProfile Open file unsuccessfully.errno=2!")}));
+    EXPECT_EQ(before, OpenFiles());
+}
+
+TEST_F(Profile, SplitsIntoBuffersOfAnySize) {
+    const struct {
+        const char* line;
+        uint32_t key_size, value_size, result;
+        const char *key, *value;
+    } rows[] = {
+        {" ab = cd ", 3, 3, 0, "ab", "cd"},
+        {"ab=cd", 2, 3, kFailed, "a", ""},
+        {"ab=cd", 3, 2, kFailed, "ab", "c"},
+        {"abc", 3, 1, 0, "ab", ""},
+        {"=", 1, 1, 0, "", ""},
+    };
+    for (const auto& row : rows) {
+        std::string key(row.key_size + 1, '?'), value(row.value_size + 1, '?');
+        EXPECT_EQ(
+            KORX_IniGetKeyInfo(row.line, key.data(), row.key_size, value.data(), row.value_size),
+            row.result)
+            << row.line;
+        EXPECT_STREQ(key.c_str(), row.key) << row.line;
+        EXPECT_STREQ(value.c_str(), row.value) << row.line;
+        EXPECT_EQ(key.back(), '?') << row.line;
+        EXPECT_EQ(value.back(), '?') << row.line;
+    }
+    for (const char* line : {"ab=cd", "ab"}) {
+        char text[4] = "???";
+        EXPECT_EQ(KORX_IniGetKeyInfo(line, text, 0, text, 0), kFailed);
+        EXPECT_EQ(KORX_IniGetKeyInfo(line, text, sizeof text, text, 0), kFailed);
+        EXPECT_EQ(KORX_IniGetKeyInfo(line, nullptr, 4, text, sizeof text), kFailed);
+        EXPECT_EQ(KORX_IniGetKeyInfo(line, text, sizeof text, nullptr, 4), kFailed);
+        EXPECT_STREQ(text, "???");
+    }
+}
+
+TEST_F(Profile, ClassifiesAndNames) {
+    const struct {
+        const char* line;
+        uint32_t result;
+    } rows[] = {{"\t [S]", 0}, {"[]", 0}, {"[S]\n", 1}, {"[S] ", 1}, {"[", 1},
+                {"k", 1},      {"", 2},   {" \t", 2},   {" ;#", 2},  {"\t#;", 3}};
+    for (const auto& row : rows)
+        EXPECT_EQ(KORX_IniAnalysisTextLine(row.line), row.result) << row.line;
+
+    char name[4] = "old";
+    KORX_IniGetSectionName("[S]", name, 1);
+    EXPECT_STREQ(name, "old");
+    KORX_IniGetSectionName(" \t[Section]", name, sizeof name);
+    EXPECT_STREQ(name, "[Se");
+    KORX_IniGetSectionName(" x", nullptr, 4);
+    EXPECT_EQ(syslog.lines(), (Lines{Err("[ORX] Copy pszText unsuccessfully, uiSectionNameLen:1."),
+                                     Err("[ORX] Copy pszText unsuccessfully, pszText=x.")}));
+}
+
+TEST_F(Profile, AnswersValues) {
+    const std::string v256 = Repeat('v', 256);
+    WriteFile("p", "[S]\nk=1\nk=2\nq=\"a b\" c\no=\"open\ne=\nlong=" + v256 +
+                       "\n[S]\nlater=3\n[T]\nk=4\n");
+    const struct {
+        const char *section, *key;
+        uint32_t size, result;
+        std::string value;
+    } rows[] = {
+        {"[S]", "k", 2, 0, "1"},
+        {"[S]", "k", 1, kFailed, ""},
+        {"[S]", "K", 8, 0, ""},
+        {"[S]", "later", 8, 0, ""},
+        {"S", "k", 8, 0, ""},
+        {"[T]", "k", 8, 0, "4"},
+        {"[S]", "e", 1, 0, ""},
+        {"[S]", "q", 4, 0, "a b"},
+        {"[S]", "q", 3, 4, ""},
+        {"[S]", "o", 6, 4, "\"open"},
+        {"[S]", "o", 3, 4, "\"o"},
+        {"[S]", "long", 256, 0, Repeat('v', 255)},
+        {"[S]", "long", 255, kFailed, ""},
+    };
+    for (const auto& row : rows) {
+        std::string value(row.size + 1, '?');
+        EXPECT_EQ(KORX_IniGetValue("./p", row.section, row.key, value.data(), row.size), row.result)
+            << row.section << row.key;
+        EXPECT_EQ(value.c_str(), row.value) << row.section << row.key;
+        EXPECT_EQ(value.back(), '?');
+    }
+    char none = '?';
+    EXPECT_EQ(KORX_IniGetValue("./p", "[S]", "k", &none, 0), kFailed);
+    EXPECT_EQ(KORX_IniGetValue("./p", "[S]", "q", &none, 0), 4u);
+    EXPECT_EQ(none, '?');
+    char raw[5];
+    EXPECT_EQ(KORX_IniReadProfile("./p", "[S]", "q", raw, sizeof raw), 1u);
+    EXPECT_STREQ(raw, "\"a b");
+    EXPECT_EQ(KORX_IniReadProfile("./p", "[S]", "x", raw, 2), 1u);
+    EXPECT_STREQ(raw, "\"");
+    syslog.clear();
+    EXPECT_EQ(KORX_IniReadProfile("./p", "[S]", "k", raw, 1), kFailed);
+    EXPECT_EQ(syslog.lines(), Lines{Err("ini read file unsuccessfully retStrLen:1.")});
+}
+
+TEST_F(Profile, OnlyAFailedLoadIsAFailure) {
+    const std::string name64 = Repeat('n', 64);
+    const std::string none = tree.path("none/p");
+    char value[8];
+    const auto get = [&](const std::string& file, const std::string& section = "[S]") {
+        strcpy(value, "stale");
+        syslog.clear();
+        return KORX_IniGetValue(file.c_str(), section.c_str(), "k", value, sizeof value);
+    };
+    WriteFile("empty", "k=1\n");
+    EXPECT_EQ(get("./empty"), 3u);
+    EXPECT_EQ(syslog.lines(), (Lines{{4,
+                                      "[0] [ORX] Load file ./empty unsuccessfully, section "
+                                      "'[S]', key 'k'\n"}}));
+    EXPECT_STREQ(value, "stale");
+
+    EXPECT_EQ(get("./missing"), 0u);
+    EXPECT_EQ(syslog.lines(), (Lines{{6, "[0] File ./missing is not exist.\n"}}));
+    EXPECT_STREQ(value, "");
+    EXPECT_EQ(get(none), 0u);
+    EXPECT_EQ(syslog.lines().back(),
+              Err("Get the abolute path of file " + none + " unsuccessfully when read profile."));
+    EXPECT_STREQ(value, "");
+    {
+        const Fault fault("fopen", 1, EACCES);
+        EXPECT_EQ(get("./empty"), 0u);
+        EXPECT_EQ(syslog.lines(), Lines{Err("Can't Read File ./empty, errno=13.")});
+        EXPECT_STREQ(value, "");
+    }
+    ASSERT_EQ(mkfifo("fifo", 0600), 0);
+    EXPECT_EQ(get("./fifo"), 3u) << "and it returns at all";
+
+    EXPECT_EQ(KORX_IniGetValue(nullptr, "", "", value, 1), 1u);
+    EXPECT_EQ(KORX_IniGetValue("", "", "", nullptr, 1), 1u);
+    EXPECT_EQ(get("./empty", name64), 2u);
+    EXPECT_EQ(syslog.lines(), Lines{Err("Input para len is invalid, filename ./empty, section " +
+                                        name64 + ", key k.")});
+    EXPECT_EQ(get(Repeat('/', 256)), 2u);
+    EXPECT_EQ(get(Repeat('/', 255), name64.substr(1)), 0u);
+}
+
+TEST_F(Profile, FindsTheMiddle) {
+    const struct {
+        const char *text, *head, *tail;
+        uint32_t size, result;
+        const char* out;
+    } rows[] = {
+        {"a<b>c", "<", ">", 2, 1, "b"},   {"a<<b>>", "<<", ">>", 4, 1, "b"},
+        {"\"\"", "\"", "\"", 1, 1, ""},   {"a<bc>", "<", ">", 2, 0, ""},
+        {"a>b<c", "<", ">", 4, 0, "a>b"}, {"\"a", "\"", "\"", 9, 0, "\"a"},
+        {nullptr, "<", ">", 4, 0, ""},
+    };
+    for (const auto& row : rows) {
+        std::string out(row.size + 1, '?');
+        EXPECT_EQ(KORX_GetMidString(row.text, row.head, row.tail, out.data(), row.size), row.result)
+            << row.out;
+        EXPECT_STREQ(out.c_str(), row.out);
+        EXPECT_EQ(out.back(), '?') << row.out;
+    }
+    EXPECT_EQ(syslog.lines(), Lines{Err("BufSize is not long enough.")});
+}
+
+}  // namespace
+}  // namespace korx::test

@@ -1,0 +1,361 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
+#include <thread>
+
+#include "ini/open_files.h"
+#include "korx/ini.h"
+#include "support/faults.h"
+#include "support/fixture.h"
+#include "support/processes.h"
+
+namespace korx::test {
+namespace {
+
+constexpr uint32_t kFailed = 0x0FFFFFFF;
+constexpr char kOld[] = "[A]\nx=1\n\n[B]\ny=2\n";
+constexpr char kNew[] = "[A]\nx=new\n\n[B]\ny=2\n";
+using Lines = std::vector<SyslogLine>;
+
+SyslogLine Err(const std::string& text) {
+    return {3, "[0] " + text + "\n"};
+}
+
+struct ProfileChange : RoomTest {
+    ProfileChange() { WriteFile("p", kOld); }
+
+    uint32_t add(const std::string& section, const std::string& key, const std::string& value) {
+        return KORX_IniSetOrAddValue("./p", section.c_str(), key.c_str(), value.c_str());
+    }
+    uint32_t set(const std::string& section, const std::string& key, const std::string& value) {
+        return KORX_IniSetValue("./p", section.c_str(), key.c_str(), value.c_str());
+    }
+    // The next change finds nothing in its way, whatever the last one left behind.
+    void expect_next_change_works(const std::string& after) {
+        EXPECT_EQ(add("[A]", "x", "next"), 0u) << after;
+        EXPECT_EQ(ReadFile("p"), "[A]\nx=next\n\n[B]\ny=2\n") << after;
+        EXPECT_FALSE(Exists("p+")) << after;
+        EXPECT_NE(ReadFile("p-"), "") << after;
+    }
+};
+
+TEST_F(ProfileChange, StoresWhatTheLoaderReadsBack) {
+    const std::string v256(256, 'v'), k64(64, 'k'), s64 = "[" + std::string(62, 's') + "]";
+    const struct {
+        const char* name;
+        std::string before, section, key, value, after;
+    } rows[] = {
+        {"existing key", kOld, "[A]", "x", "new", kNew},
+        {"new key at the top", kOld, "[B]", "z", "3", "[A]\nx=1\n\n[B]\nz=3\ny=2\n"},
+        {"new section at the top", kOld, "[C]", "z", "", std::string("[C]\nz=\n\n") + kOld},
+        {"empty file", "", "[C]", "z", "3", "[C]\nz=3\n"},
+        {"no section is no failure", "; only\nk=1\n", "[C]", "z", "3", "[C]\nz=3\n"},
+        {"empty section, comments", "[A]\n;c\nx = 1\n\n\n[B]", "[A]", "x", "2",
+         "[A]\nx=2\n\n[B]\n"},
+        {"first of duplicates", "[A]\nx=1\nx=2\n", "[A]", "x", "3", "[A]\nx=3\nx=2\n"},
+        {"longest", "", s64, k64, v256, s64 + "\n" + k64 + "=" + v256 + "\n"},
+        {"value of 257", kOld, "[A]", "x", v256 + "v", "[A]\nx=\n\n[B]\ny=2\n"},
+        {"new value of 257", "[A]\n", "[A]", "x", v256 + "v", "[A]\nx=\n"},
+        {"key of 65", "[A]\n", "[A]", k64 + "k", "1", "[A]\n=1\n"},
+        {"section of 65", "[A]\n", s64 + "]", "x", "1", "\nx=1\n\n[A]\n"},
+    };
+    for (const auto& row : rows) {
+        WriteFile("p", row.before);
+        EXPECT_EQ(add(row.section, row.key, row.value), 0u) << row.name;
+        EXPECT_EQ(ReadFile("p"), row.after) << row.name;
+        EXPECT_EQ(ReadFile("p-"), row.before) << row.name << ": the backup is the previous version";
+        EXPECT_FALSE(Exists("p+")) << row.name;
+    }
+    EXPECT_EQ(Mode("p.lock"), 0640u);
+    EXPECT_EQ(syslog.lines(), Lines{});
+}
+
+TEST_F(ProfileChange, RefusesWithoutTouchingTheFile) {
+    const std::string n64(64, 'n');
+    const std::string v256(256, 'v');
+    const std::string line_end = "[ORX] Section, key or value holds a line end.";
+    const std::string length = "Input para is invalid length of para is invalid.";
+    const std::string refused =
+        "check input para unsuccessfully when korx init set value, retCode:2.";
+    const std::string none = tree.path("none/p"), lock = none + ".lock";
+    const char* const none_c = none.c_str();
+    const struct {
+        std::function<uint32_t()> change;
+        uint32_t result;
+        Lines lines;
+    } rows[] = {
+        {[&] { return set("[C]", "x", "1"); },
+         4,
+         {Err("[ORX] Section [C] is not exist in file ./p.")}},
+        {[&] { return set("[A]", "y", "1"); },
+         4,
+         {Err("[ORX] Key y is not exist in file ./p under [A] section.")}},
+        {[&] { return set("[A]", "x", "1\nz=2"); }, kFailed, {Err(line_end)}},
+        {[&] { return add("[A]", "x", "1\r"); }, kFailed, {Err(line_end)}},
+        {[&] { return add("[A]", "x\n", "1"); }, kFailed, {Err(line_end)}},
+        {[&] { return add("[A]\n[C]", "x", "1"); }, kFailed, {Err(line_end)}},
+        {[&] { return set("[A]", "x", v256); }, kFailed, {Err(length), Err(refused)}},
+        {[&] { return set("[A]", n64, ""); }, kFailed, {Err(length), Err(refused)}},
+        {[&] { return set(n64, "x", ""); }, kFailed, {Err(length), Err(refused)}},
+        {[&] { return KORX_CheckIniValuePara(v256.c_str(), "", "", ""); }, 2, {Err(length)}},
+        {[&] { return KORX_CheckIniValuePara(&v256[1], &n64[1], &n64[1], &v256[1]); }, 0, {}},
+        {[&] { return KORX_IniSetOrAddValue("./p", "[A]", "x", nullptr); },
+         1,
+         {Err("Input para is invalid.")}},
+        {[&] { return KORX_IniSetOrAddValue(nullptr, "[A]", "x", "1"); },
+         1,
+         {Err("Input para is invalid.")}},
+        {[&] { return KORX_IniSetOrAddValue("./q", "[A]", "x", "1"); },
+         kFailed,
+         {Err("Can't Read File ./q, errno: 2.")}},
+        {[&] { return KORX_IniSetValue("./q", "[A]", "x", "1"); },
+         kFailed,
+         {Err("Can't Read File ./q, errno: 2.")}},
+        {[&] { return KORX_IniSetOrAddValue(&v256[4], "[A]", "x", "1"); },
+         kFailed,
+         {Err("Print fileIn unsuccessfully, fileIn=" + v256.substr(4) + ".lock.")}},
+        {[&] { return KORX_IniSetOrAddValue(none_c, "[A]", "x", "1"); },
+         kFailed,
+         {Err("return of realpath is null when get the abolute path, errno=2."),
+          Err("get absolutepath " + lock + " unsuccessfully, uiret=268435455.")}},
+        {[&] { return KORX_IniSetValue(none_c, "[A]", "x", "1"); },
+         kFailed,
+         {Err("return of realpath is null when get the abolute path, errno=2."),
+          Err("Get the abolute path of file " + none + " unsuccessfully when init set value.")}},
+    };
+    int number = 0;
+    for (const auto& row : rows) {
+        syslog.clear();
+        EXPECT_EQ(row.change(), row.result) << "row " << number;
+        EXPECT_EQ(syslog.lines(), row.lines) << "row " << number++;
+    }
+    EXPECT_EQ(ReadFile("p"), kOld);
+    EXPECT_FALSE(Exists("p-"));
+}
+
+TEST_F(ProfileChange, AFileThatCannotBeReadIsNotReplaced) {
+    const std::string long_line = "[A]\nx=" + std::string(257, 'v') + "\n";
+    const Lines load_line = {Err("[ORX] Load file ./p unsuccessfully.")};
+    WriteFile("p", long_line);
+    EXPECT_EQ(add("[A]", "x", "1"), kFailed);
+    EXPECT_EQ(syslog.lines().back(), load_line[0]);
+    EXPECT_EQ(set("[A]", "x", "1"), 3u);
+    EXPECT_EQ(ReadFile("p"), long_line);
+    WriteFile("p", kOld);
+    {
+        const Fault fault("fgets", 2, EIO);
+        EXPECT_EQ(add("[A]", "x", "1"), kFailed);
+    }
+    // Every allocation of a change that adds a section; those of the log and the resolver included.
+    for (unsigned nth = 1; Exists("p-") == false; ++nth) {
+        const Fault fault("malloc", nth, ENOMEM);
+        const uint32_t result = add("[C]", "z", "1");
+        EXPECT_TRUE(result == 12 || (result == 0) == Exists("p-")) << nth;
+        EXPECT_TRUE(Exists("p-") || ReadFile("p") == kOld) << nth;
+        ASSERT_LT(nth, 100u);
+    }
+    EXPECT_EQ(ReadFile("p"), std::string("[C]\nz=1\n\n") + kOld);
+    WriteFile("p", "");
+    EXPECT_EQ(set("[A]", "x", "1"), 3u);
+    EXPECT_EQ(syslog.lines().back(), load_line[0]);
+}
+
+TEST_F(ProfileChange, SavesWithTheRightsOfTheOldVersion) {
+    umask(0);
+    for (const mode_t mode : {0664, 0600, 0777, 0440}) {
+        chmod("p", mode);
+        ASSERT_EQ(chown("p", 1234, 4321), 0);
+        EXPECT_EQ(set("[A]", "x", "1"), 0u);
+        struct stat st;
+        ASSERT_EQ(stat("p", &st), 0);
+        EXPECT_EQ(st.st_mode & 07777, mode & 0740);
+        EXPECT_EQ(st.st_uid, 1234u);
+        EXPECT_EQ(st.st_gid, 4321u);
+    }
+    const Fault fault("fstat", 1, EIO);
+    EXPECT_EQ(set("[A]", "x", "1"), 0u);
+    EXPECT_EQ(Mode("p"), 0600u);
+
+    EXPECT_EQ(KORX_IniSaveFile("./p", nullptr), 0u);
+    EXPECT_EQ(ReadFile("p"), "");
+    const std::string name(125, 'n');  // with "./" one too many for the suffix
+    EXPECT_EQ(KORX_IniSaveFile(("./" + name).c_str(), nullptr), kFailed);
+    EXPECT_EQ(syslog.lines(), Lines{Err("[ORX]print file unsuccessfully, file=./" + name + ".")});
+    WriteFile(name.substr(1), "");
+    EXPECT_EQ(KORX_IniSaveFile(("./" + name.substr(1)).c_str(), nullptr), 0u);
+}
+
+TEST_F(ProfileChange, RemovesWhatAFailedSaveLeft) {
+    WriteFile("p+", "half");
+    EXPECT_EQ(add("[A]", "x", "new"), 0u);
+    EXPECT_EQ(syslog.lines(), (Lines{{6, "[0] [ORX]file './p+' remain! delete it!\n"}}));
+    EXPECT_EQ(ReadFile("p"), kNew);
+    syslog.clear();
+    MakeDirs("p+");
+    EXPECT_EQ(add("[A]", "x", "1"), kFailed);
+    EXPECT_EQ(syslog.lines().back(), Err("[ORX] Delete file './p+' unsuccessfully! errno=21."));
+    EXPECT_EQ(rmdir("p+"), 0);
+    EXPECT_EQ(unlink("p-"), 0);
+    MakeDirs("p-");
+    EXPECT_EQ(add("[A]", "x", "2"), 0u) << "a save without a backup is still a save";
+    EXPECT_EQ(syslog.lines().back(),
+              (SyslogLine{4, "[0] warning: can't create backup copy './p-'\n"}));
+}
+
+// Each row lets one step of a change fail: the whole old version stays, or the new one is there.
+TEST_F(ProfileChange, FailedStepLeavesTheOldVersion) {
+    const std::string renamed = "[ORX]rename file './p+' to './p' unsuccessfully! errno = 5!";
+    const struct {
+        const char* call;
+        unsigned nth;
+        uint32_t result;
+        const char* content;
+        std::string line;
+    } rows[] = {
+        {"open", 1, kFailed, kOld, "Can't create or open ./p.lock. errno:5"},
+        {"fcntl", 1, kFailed, kOld, "Can't lock ./p.lock."},
+        {"realpath", 2, kFailed, kOld,
+         "Get the abolute path of file ./p unsuccessfully when set or add value."},
+        {"fopen", 1, kFailed, kOld, "Can't Read File ./p, errno: 5."},
+        {"realpath", 3, kFailed, kOld, "get absolutepath ./p unsuccessfully, uiret=268435455."},
+        {"open", 2, kFailed, kOld, "[ORX]ORX_SaveProfile can't create './p+'! errno 5!"},
+        {"lseek", 1, kFailed, kOld, "[ORX]ORX_SaveProfile can't lseek file './p+'! errno 5!"},
+        {"ftruncate", 1, kFailed, kOld,
+         "[ORX]ORX_SaveProfile clear file './p+' content unsuccessfully! errno 5!"},
+        {"fdopen", 1, kFailed, kOld, "[ORX]ORX_SaveProfile fdopen unsuccessfully! errno=5!"},
+        {"fflush", 1, kFailed, kOld,
+         "[ORX]ORX_SaveProfile file operating unsuccessfully! errno:5!"},
+        {"fsync", 1, kFailed, kOld, "[ORX]ORX_SaveProfile file operating unsuccessfully! errno:5!"},
+        {"unlink", 1, 0, kNew, "warning: can't create backup copy './p-'"},
+        {"link", 1, 0, kNew, "warning: can't create backup copy './p-'"},
+        {"rename", 1, kFailed, kOld, renamed},
+        {"realpath", 4, kFailed, kNew,
+         "Get the abolute path of file ./p unsuccessfully when init save file."},
+        {"open", 3, 0, kNew, ""},
+        {"open", 4, 0, kNew, "[ORX] Sync directory '" + tree.root() + "' unsuccessfully! errno=5."},
+        {"fsync", 3, 0, kNew,
+         "[ORX] Sync directory '" + tree.root() + "' unsuccessfully! errno=5."},
+    };
+    const auto open_before = OpenFiles();
+    for (const auto& row : rows) {
+        const std::string name = row.call + std::to_string(row.nth);
+        WriteFile("p", kOld);
+        syslog.clear();
+        {
+            const Fault fault(row.call, row.nth, EIO);
+            EXPECT_EQ(add("[A]", "x", "new"), row.result) << name;
+            EXPECT_EQ(fault.hits(), 1u) << name;
+        }
+        EXPECT_EQ(ReadFile("p"), row.content) << name;
+        const Lines lines = syslog.lines();
+        const std::string last = lines.empty() ? "" : lines.back().text;
+        EXPECT_EQ(last, row.line.empty() ? "" : "[0] " + row.line + "\n") << name;
+        EXPECT_EQ(OpenFiles(), open_before) << name;
+        expect_next_change_works(name);
+    }
+    syslog.clear();
+    const Fault fault("fopen", 2, EIO);
+    EXPECT_EQ(add("[A]", "x", "1"), kFailed);
+    EXPECT_EQ(syslog.lines(), (Lines{{3, "[ORX] Can't open file './p', errno=5!"}}))
+        << "not by the diagnostic log";
+}
+
+// The same for every call there is, whatever its place; and a power cut before each of them.
+TEST_F(ProfileChange, AnyFailedCallLeavesAWholeVersion) {
+    const auto open_before = OpenFiles();
+    const std::function<uint32_t()> changes[] = {[&] { return add("[A]", "x", "new"); },
+                                                 [&] { return set("[A]", "x", "new"); }};
+    for (const auto& change : changes) {
+        bool hit = true;
+        for (unsigned nth = 1; hit; ++nth) {
+            WriteFile("p", kOld);
+            {
+                const Fault fault("*", nth, EIO);
+                if (change() == 0) {
+                    EXPECT_EQ(ReadFile("p"), kNew) << nth;
+                }
+                hit = fault.hits() != 0;
+            }
+            EXPECT_TRUE(ReadFile("p") == kOld || ReadFile("p") == kNew) << ReadFile("p");
+            EXPECT_EQ(OpenFiles(), open_before) << nth;
+            expect_next_change_works("call " + std::to_string(nth));
+            ASSERT_LT(nth, 200u);
+        }
+        EXPECT_EQ(RunChild([&] { return int(change()); }), 0) << "and no lock is held any more";
+    }
+}
+
+TEST_F(ProfileChange, KillBeforeAnyCallLeavesAWholeVersion) {
+    unsigned old_versions = 0, new_versions = 0;
+    int status = Fault::kKilled;
+    for (unsigned nth = 1; status == Fault::kKilled; ++nth) {
+        WriteFile("p", kOld);
+        status = RunChild([&] {
+            const Fault kill = Fault::Kill("*", nth);
+            return int(add("[A]", "x", "new"));
+        });
+        const std::string content = ReadFile("p");
+        old_versions += content == kOld;
+        new_versions += content == kNew;
+        EXPECT_EQ(old_versions + new_versions, nth) << content;
+        expect_next_change_works("kill before call " + std::to_string(nth));
+        ASSERT_LT(nth, 200u);
+    }
+    EXPECT_EQ(status, 0);
+    EXPECT_GT(old_versions, 20u);
+    EXPECT_GT(new_versions, 3u);
+}
+
+// Every thread counts in a key of its own, by turns of the two setters; who loses an update finds
+// an older number there, and a reader never finds a file that is not whole.
+TEST_F(ProfileChange, ThreadsOfSeveralProcessesLoseNoUpdate) {
+    constexpr int kProcesses = 3, kThreads = 3, kRounds = 12;
+    const auto count = [&](const std::string& key) {
+        for (int i = 1; i <= kRounds; ++i) {
+            const std::string text = std::to_string(i);
+            EXPECT_EQ(i % 2 != 0 ? add("[N]", key, text) : set("[N]", key, text), 0u) << key;
+            char value[16];
+            EXPECT_EQ(KORX_IniGetValue("./p", "[N]", key.c_str(), value, sizeof value), 0u);
+            EXPECT_EQ(value, text) << key;
+        }
+    };
+    const auto body = [&](int process) {
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i)
+            threads.emplace_back(count, "k" + std::to_string(process) + std::to_string(i));
+        for (auto& thread : threads)
+            thread.join();
+        return 0;
+    };
+    EXPECT_EQ(RunChildren(kProcesses, body), 0);
+    const std::string content = ReadFile("p");
+    for (int process = 0; process < kProcesses; ++process) {
+        for (int i = 0; i < kThreads; ++i) {
+            const std::string line = "k" + std::to_string(process) + std::to_string(i) + "=12\n";
+            EXPECT_NE(content.find(line), std::string::npos) << line << content;
+        }
+    }
+    EXPECT_EQ(syslog.lines(), Lines{}) << "nobody met another one's file";
+}
+
+TEST_F(ProfileChange, AMutexThatCannotBeLockedIsReported) {
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
+    pthread_mutex_init(&g_unKorxIniWriteLock, &attributes);
+    pthread_mutex_lock(&g_unKorxIniWriteLock);
+    errno = 0;
+    EXPECT_EQ(set("[A]", "x", "1"), kFailed);
+    EXPECT_EQ(syslog.lines().back().text.rfind("[0] Can't pthread lock ret:35, errno: ", 0), 0u);
+    EXPECT_EQ(add("[A]", "x", "1"), kFailed);
+    EXPECT_EQ(syslog.lines().back().text.rfind("[0] Can't pthread lock ./p.lock, errno: ", 0), 0u);
+    pthread_mutex_unlock(&g_unKorxIniWriteLock);
+    expect_next_change_works("lock failed");
+}
+
+}  // namespace
+}  // namespace korx::test
