@@ -27,6 +27,6 @@
 #define KORX_ERR_NO_MEMORY 0x71000003u        /* memory allocation failed */
 #define KORX_ERR_CREATE_DIR 0x71000004u       /* a directory could not be created */
 #define KORX_ERR_BUFFER_TOO_SHORT 0x71000007u /* the caller's buffer is too short */
-#define KORX_ERR_ALL_BITS 0xFFFFFFFFu         /* failure of vectors, TLV readers, commands, records */
+#define KORX_ERR_ALL_BITS 0xFFFFFFFFu /* failure of vectors, TLV readers, commands, records */
 
 #endif

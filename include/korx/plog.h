@@ -37,8 +37,8 @@ typedef struct LOG_INFO_S {
 
 /* Head of the ring logs, 12 bytes at offset 0 in host byte order; the data area follows it.
  *
- * After a wrap [0, uiLogLen) holds the newest records and [uiLogLen, uiTotalLen) what is left of the
- * lap before, its first record perhaps partly overwritten.
+ * After a wrap [0, uiLogLen) holds the newest records and [uiLogLen, uiTotalLen) what is left of
+ * the lap before, its first record perhaps partly overwritten.
  *
  * The head cannot tell "nothing unread" from "a whole lap unread" when uiLogLen equals uiDumpLen. A
  * reader that has taken everything and finds uiLogLen 0 with uiTotalLen not 0 therefore leaves
@@ -69,11 +69,11 @@ typedef struct STLOG_HDR_S {
 typedef void (*ORX_LOG_Hook)(void);
 typedef uint32_t (*KORX_ImReportFunc)(uint32_t log_type, uint32_t log_id, const char* format, ...);
 
-KORX_API extern char g_acLogPath[256];        /* the log directory, set by LOG_FileInit */
-KORX_API extern LOG_INFO_S g_stDLogInfo;      /* diagnostic record log, 262144 bytes */
-KORX_API extern LOG_INFO_S g_stSLogInfo;      /* security event log, 131072 bytes */
-KORX_API extern LOG_INFO_S g_stLifeLogInfo;   /* life-cycle log, 262144 bytes */
-KORX_API extern LOG_INFO_S g_stPLogInfo[5];   /* process logs by component number */
+KORX_API extern char g_acLogPath[256];      /* the log directory, set by LOG_FileInit */
+KORX_API extern LOG_INFO_S g_stDLogInfo;    /* diagnostic record log, 262144 bytes */
+KORX_API extern LOG_INFO_S g_stSLogInfo;    /* security event log, 131072 bytes */
+KORX_API extern LOG_INFO_S g_stLifeLogInfo; /* life-cycle log, 262144 bytes */
+KORX_API extern LOG_INFO_S g_stPLogInfo[5]; /* process logs by component number */
 KORX_API extern char g_acSTLogFileHeadName[256];
 KORX_API extern char g_acSTLogFileName[256];
 KORX_API extern int g_iPLogFileFd[5];
@@ -86,9 +86,10 @@ KORX_API extern pthread_mutex_t g_unDLogMutex;
 KORX_API extern pthread_mutex_t g_unSLogMutex;
 KORX_API extern pthread_mutex_t g_unLLogMutex;
 KORX_API extern ORX_LOG_Hook g_pfOrxDiagLogHook; /* never called; set: KORX_DLog only returns 2 */
-KORX_API extern ORX_LOG_Hook g_pfOrxSafeLogHook; /* never called; set: no security event is written */
-KORX_API extern uint32_t g_uiOrxLocationId;      /* the "L:" field of every record */
-KORX_API extern uint32_t g_uiOrxSelfSlotId;      /* slot of the board */
+KORX_API extern ORX_LOG_Hook
+    g_pfOrxSafeLogHook;                     /* never called; set: no security event is written */
+KORX_API extern uint32_t g_uiOrxLocationId; /* the "L:" field of every record */
+KORX_API extern uint32_t g_uiOrxSelfSlotId; /* slot of the board */
 KORX_API extern KORX_ImReportFunc g_KorxImAgentReportLogByIdFunc; /* set once the agent is bound */
 
 /* --- Set-up and identity; call before other threads log --- */
@@ -141,9 +142,9 @@ KORX_API int LOG_SetCloexecFlag(int fd);
  * Result: 0; 6 when open failed (*fd is -1); 0xFFFFFFFF. */
 KORX_API uint32_t LOG_OpenFile(const char* path, int flags, int* fd);
 
-/* Makes *fd an open descriptor of the file at path: one that is not open, or whose file is no longer
- * what path names, is closed and opened anew at the file's end, with the directories it needs.
- * Result: 0; 1 for a null argument; 0xFFFFFFFF. */
+/* Makes *fd an open descriptor of the file at path: one that is not open, or whose file is no
+ * longer what path names, is closed and opened anew at the file's end, with the directories it
+ * needs. Result: 0; 1 for a null argument; 0xFFFFFFFF. */
 KORX_API uint32_t LOG_CheckAndCreateFile(const char* path, int* fd);
 
 /* One write. Result: its result; -1 for a negative descriptor or null data. */
@@ -173,8 +174,7 @@ KORX_API uint32_t KORX_PLog(uint32_t level, uint32_t m_value, uint32_t value, co
                             ...) KORX_PRINTF(4, 5);
 KORX_API uint32_t KORX_PLogByProcName(uint32_t level, const char* process_name, uint32_t m_value,
                                       uint32_t value, const char* format, ...) KORX_PRINTF(5, 6);
-KORX_API uint32_t PLOG_LogFile(const char* process_name, const char* format, ...)
-    KORX_PRINTF(2, 3);
+KORX_API uint32_t PLOG_LogFile(const char* process_name, const char* format, ...) KORX_PRINTF(2, 3);
 /* Writes a record at the descriptor's position, under the file lock. Always 0. */
 KORX_API uint32_t PLOG_Buff2File(int fd, const void* record, uint32_t length, uint32_t limit);
 /* Moves to the start, after cutting or extending the file to limit, when the record would end
@@ -216,9 +216,9 @@ KORX_API uint32_t LOG_IsReachUndump(LOG_HEAD_S head, uint32_t length, uint32_t l
 
 /* --- Life-cycle log: the ring "korx_life.log", which never overwrites unread records --- */
 
-/* Writes an event if "../conf/config/korx_sdk_init.conf" exists, else hands the message to the agent
- * if it is bound. Result: 0, also when the event goes nowhere; 99 as above; 7 when the file lock
- * failed; the agent's result; 0xFFFFFFFF. */
+/* Writes an event if "../conf/config/korx_sdk_init.conf" exists, else hands the message to the
+ * agent if it is bound. Result: 0, also when the event goes nowhere; 99 as above; 7 when the file
+ * lock failed; the agent's result; 0xFFFFFFFF. */
 KORX_API uint32_t KORX_LifeCycleLog(uint32_t app_cid, uint32_t index, uint32_t level,
                                     uint32_t m_value, uint32_t value, const char* format, ...)
     KORX_PRINTF(6, 7);
