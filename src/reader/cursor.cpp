@@ -1,0 +1,122 @@
+#include "reader/cursor.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <inttypes.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <iterator>
+
+#include "base/bounded.h"
+#include "base/text.h"
+#include "base/unique.h"
+#include "base/write_all.h"
+
+namespace korx {
+namespace {
+
+constexpr size_t kFileSize = 1024;  // a cursor is much smaller
+constexpr size_t kPathSize = 4096;
+constexpr mode_t kCursorMode = 0640;
+
+using CursorText = FixedText<kFileSize>;
+
+bool Format(const Cursor& cursor, CursorText* text) {
+    const auto& last = cursor.mark.last;
+    return text->format(
+        "korx-cursor 1\nkind %u\nhead %" PRIu32 " %" PRIu32 " %" PRIu32 "\nlast %016" PRIx64
+        " %" PRIu64 " %" PRId64 " %" PRIu32 "\nlast %016" PRIx64 " %" PRIu64 " %" PRId64 " %" PRIu32
+        "\nlast %016" PRIx64 " %" PRIu64 " %" PRId64 " %" PRIu32 "\nlast %016" PRIx64 " %" PRIu64
+        " %" PRId64 " %" PRIu32 "\nend\n",
+        static_cast<unsigned>(cursor.kind), cursor.log_len, cursor.dump_len, cursor.total_len,
+        last[0].hash, last[0].end, last[0].time_us, last[0].length, last[1].hash, last[1].end,
+        last[1].time_us, last[1].length, last[2].hash, last[2].end, last[2].time_us, last[2].length,
+        last[3].hash, last[3].end, last[3].time_us, last[3].length);
+}
+
+// A cursor is what Format makes of it and nothing else, so that a damaged one is never followed.
+bool Parse(const char* text, Cursor* cursor) {
+    unsigned kind = 0;
+    auto& last = cursor->mark.last;
+    const int fields =
+        sscanf_s(text,
+                 "korx-cursor 1\nkind %u\nhead %" SCNu32 " %" SCNu32 " %" SCNu32 "\nlast %" SCNx64
+                 " %" SCNu64 " %" SCNd64 " %" SCNu32 "\nlast %" SCNx64 " %" SCNu64 " %" SCNd64
+                 " %" SCNu32 "\nlast %" SCNx64 " %" SCNu64 " %" SCNd64 " %" SCNu32 "\nlast %" SCNx64
+                 " %" SCNu64 " %" SCNd64 " %" SCNu32,
+                 &kind, &cursor->log_len, &cursor->dump_len, &cursor->total_len, &last[0].hash,
+                 &last[0].end, &last[0].time_us, &last[0].length, &last[1].hash, &last[1].end,
+                 &last[1].time_us, &last[1].length, &last[2].hash, &last[2].end, &last[2].time_us,
+                 &last[2].length, &last[3].hash, &last[3].end, &last[3].time_us, &last[3].length);
+    if (fields != 20 || kind > KORX_LOG_SPACE)
+        return false;
+    cursor->kind = static_cast<korx_log_kind>(kind);
+    CursorText again;
+    return Format(*cursor, &again) && strcmp(again.c_str(), text) == 0;
+}
+
+bool SyncDirectoryOf(const char* path) {
+    FixedText<kPathSize> directory;
+    const char* const slash = strrchr(path, '/');
+    if (slash == nullptr || slash == path)
+        (void) strcpy_s(directory.data(), directory.size(), slash == nullptr ? "." : "/");
+    else if (strncpy_s(directory.data(), directory.size(), path,
+                       static_cast<size_t>(slash - path)) != 0)
+        return false;
+    const UniqueFd fd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return fd && fsync(fd.get()) == 0;
+}
+
+bool WriteNew(const char* path, const CursorText& text) {
+    const size_t length = strlen(text.c_str());
+    const UniqueFd fd(
+        open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kCursorMode));
+    return fd && WriteAll(fd.get(), text.c_str(), length) == static_cast<ssize_t>(length) &&
+           fsync(fd.get()) == 0;
+}
+
+}  // namespace
+
+uint64_t HashRecord(const char* bytes, size_t length) {
+    uint64_t hash = 0xcbf29ce484222325;
+    for (size_t i = 0; i < length; ++i)
+        hash = (hash ^ static_cast<unsigned char>(bytes[i])) * 0x100000001b3;
+    return hash;
+}
+
+CursorState LoadCursor(const char* path, Cursor* cursor) {
+    const UniqueFd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!fd)
+        return errno == ENOENT ? CursorState::kNone : CursorState::kDamaged;
+    CursorText text;
+    const ssize_t got = pread(fd.get(), text.data(), text.size() - 1, 0);
+    Cursor loaded;
+    if (got < 0 || !Parse(text.c_str(), &loaded))
+        return CursorState::kDamaged;
+    *cursor = loaded;
+    return CursorState::kFound;
+}
+
+bool StoreCursor(const char* path, const Cursor& cursor) {
+    CursorText text;
+    FixedText<kPathSize> temporary;
+    errno = ENAMETOOLONG;
+    if (!Format(cursor, &text) || !temporary.format("%s.%ld", path, static_cast<long>(getpid())))
+        return false;
+    if (WriteNew(temporary.c_str(), text) && rename(temporary.c_str(), path) == 0)
+        return SyncDirectoryOf(path);
+    const ErrnoSaver keep;
+    (void) unlink(temporary.c_str());
+    return false;
+}
+
+bool SameCursor(const Cursor& a, const Cursor& b) {
+    CursorText first;
+    CursorText second;
+    return Format(a, &first) && Format(b, &second) && strcmp(first.c_str(), second.c_str()) == 0;
+}
+
+}  // namespace korx

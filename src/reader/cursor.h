@@ -1,0 +1,31 @@
+// The cursor: a small text file that remembers what has been acknowledged.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "korx/reader.h"
+
+namespace korx {
+
+struct Cursor {
+    korx_log_kind kind = KORX_LOG_AUTO;
+    uint32_t log_len = 0;  // rings: the head as it was left
+    uint32_t dump_len = 0;
+    uint32_t total_len = 0;
+    korx_mark mark = {};
+};
+
+enum class CursorState { kFound, kNone, kDamaged };
+
+// What tells a record from every other: FNV-1a with 64 bits.
+uint64_t HashRecord(const char* bytes, size_t length);
+
+CursorState LoadCursor(const char* path, Cursor* cursor);
+
+// Replaces the file at path as a whole, durably. False: errno says why.
+[[nodiscard]] bool StoreCursor(const char* path, const Cursor& cursor);
+
+bool SameCursor(const Cursor& a, const Cursor& b);
+
+}  // namespace korx

@@ -1,0 +1,147 @@
+// The rings' heads say how far the reader has come, with one blind spot: when a lap ends exactly
+// where the reader stands, all of it being unread looks like nothing being unread. The cursor
+// closes it, because the record it remembers then no longer stands where it stood. In the
+// diagnostic record log, whose writers do not wait for any reader, it tells in the same way that
+// they have passed. Where there is no head, the cursor alone remembers.
+#include "reader/unread.h"
+
+#include <algorithm>
+
+namespace korx {
+namespace {
+
+// Behind this offset the entries of the lap that the reader is in are unread.
+struct Position {
+    bool everything;
+    bool in_old_lap;  // and the whole newest lap with it
+    uint64_t offset;
+};
+
+bool IsUnread(const Entry& entry, const Position& position) {
+    const bool is_old = (entry.flags & KORX_RECORD_OLD_LAP) != 0;
+    if (position.everything || (position.in_old_lap && !is_old))
+        return true;
+    return is_old == position.in_old_lap && entry.end() > position.offset;
+}
+
+Position PositionByHead(const LogImage& image) {
+    const LOG_HEAD_S& head = image.head;
+    const bool in_old_lap = head.uiLogLen < head.uiDumpLen;
+    const uint64_t offset = uint64_t{kHeadSize} + head.uiDumpLen;
+    // No reader leaves uiDumpLen at 0 once there is an old lap, and the logs that protect unread
+    // records don't begin one before it has moved. In them only a whole lap begun at 0 can look
+    // like that; in the diagnostic record log it just says that nobody has ever read.
+    const bool never_read = head.uiDumpLen == 0 && head.uiTotalLen != 0 &&
+                            (head.uiLogLen == 0 || image.kind == KORX_LOG_DIAG);
+    const bool everything = !image.head_sound || !image.dump_sound || never_read;
+    return {.everything = everything, .in_old_lap = in_old_lap, .offset = offset};
+}
+
+bool Stands(const LogImage& image, const Cursor& cursor) {
+    const auto& last = cursor.mark.last[0];
+    if (last.end > image.size || last.length > last.end - kHeadSize)
+        return false;
+    return HashRecord(image.bytes.get() + last.end - last.length, last.length) == last.hash;
+}
+
+// Somebody else may have acknowledged since, or the log may have begun anew: the cursor then says
+// nothing about the position that the head has.
+bool Fits(const LogImage& image, const Cursor& cursor) {
+    const auto& last = cursor.mark.last[0];
+    return cursor.kind == image.kind && cursor.dump_len == image.head.uiDumpLen &&
+           last.length != 0 && last.end == uint64_t{kHeadSize} + cursor.dump_len;
+}
+
+// The bytes between the reader's position and the oldest record left: written over unread, if a
+// single lap has passed it.
+uint64_t OverwrittenBytes(const LogImage& image) {
+    const LOG_HEAD_S& head = image.head;
+    const bool lap_just_ended = head.uiLogLen == 0 && head.uiDumpLen == head.uiTotalLen;
+    if (lap_just_ended || image.entries.empty())
+        return 0;
+    const uint64_t oldest = image.entries[0].offset;
+    const uint64_t passed =
+        head.uiLogLen < head.uiDumpLen ? uint64_t{kHeadSize} : uint64_t{kHeadSize} + head.uiDumpLen;
+    return oldest > passed ? oldest - passed : 0;
+}
+
+void Count(const LogImage& image, korx_reader_info* info) {
+    for (const Entry& entry : image.entries) {
+        if ((entry.flags & KORX_RECORD_UNREAD) == 0)
+            continue;
+        ++info->unread_records;
+        info->unread_bytes += entry.length;
+    }
+}
+
+void MarkRing(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
+    Position position = PositionByHead(*image);
+    const uint64_t by_head = static_cast<uint64_t>(
+        std::count_if(image->entries.begin(), image->entries.end(),
+                      [&](const Entry& entry) { return IsUnread(entry, position); }));
+    const LOG_HEAD_S& head = image->head;
+    const uint32_t lap_end = head.uiTotalLen != 0 ? head.uiTotalLen : head.uiLogLen;
+    // Of the protected logs a position behind the lap is damage, here it is a lap that ended early.
+    bool passed = image->kind == KORX_LOG_DIAG && image->head_sound && head.uiDumpLen > lap_end;
+    info->has_cursor = cursor != nullptr && image->head_sound && Fits(*image, *cursor) ? 1 : 0;
+    if (info->has_cursor != 0 && !Stands(*image, *cursor))
+        passed = true;
+    position.everything |= passed;
+
+    for (Entry& entry : image->entries)
+        entry.flags |= IsUnread(entry, position) ? KORX_RECORD_UNREAD : 0;
+    Count(*image, info);
+    if (!passed)
+        return;
+    info->gap = 1;
+    info->gap_recovered = info->unread_records - std::min(info->unread_records, by_head);
+    info->gap_bytes = OverwrittenBytes(*image);
+    info->gap_lost = (info->gap_bytes + kMaxRecord - 1) / kMaxRecord;
+}
+
+void MarkByCursor(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
+    info->has_cursor = cursor != nullptr && cursor->kind == image->kind ? 1 : 0;
+    for (size_t s = 0; s < kSections; ++s) {
+        const bool taken_before = info->has_cursor != 0 && cursor->mark.last[s].length != 0;
+        const size_t count = image->entries.size();
+        const size_t last = taken_before ? FindMarked(*image, cursor->mark, s) : count;
+        if (taken_before && last == count)
+            info->gap = 1;
+        const size_t first = last == count ? 0 : last + 1;
+        for (size_t i = first; i < count; ++i) {
+            Entry& entry = image->entries[i];
+            entry.flags |= entry.section == s ? KORX_RECORD_UNREAD : 0;
+        }
+    }
+    Count(*image, info);
+}
+
+}  // namespace
+
+void MarkUnread(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
+    if (IsRing(image->kind))
+        MarkRing(image, cursor, info);
+    else
+        MarkByCursor(image, cursor, info);
+}
+
+size_t FindMarked(const LogImage& image, const korx_mark& mark, size_t section) {
+    const auto& last = mark.last[section];
+    for (size_t i = image.entries.size(); i-- > 0;) {
+        const Entry& entry = image.entries[i];
+        if (entry.section == section && entry.length == last.length &&
+            HashRecord(image.bytes.get() + entry.offset, entry.length) == last.hash)
+            return i;
+    }
+    return image.entries.size();
+}
+
+void SetMark(const LogImage& image, const Entry& entry, korx_mark* mark) {
+    auto& last = mark->last[entry.section];
+    last.hash = HashRecord(image.bytes.get() + entry.offset, entry.length);
+    last.end = entry.end();
+    last.time_us = entry.time_us;
+    last.length = entry.length;
+}
+
+}  // namespace korx
