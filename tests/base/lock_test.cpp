@@ -5,6 +5,7 @@
 #include <sys/time.h>
 
 #include "base/unique.h"
+#include "support/faults.h"
 #include "support/fixture.h"
 #include "support/processes.h"
 
@@ -68,6 +69,47 @@ TEST_F(Lock, WaitsOnThroughSignals) {
                               return lock.acquire() ? 0 : 3;
                           }),
               0);
+}
+
+// The kernel sees rings of waiting processes where threads wait for different files.
+TEST_F(Lock, WaitingOutlastsAFalseDeadlock) {
+    const UniqueFd fd = open_file();
+    const Fault deadlock{"fcntl", 1, EDEADLK, 3};
+    RecordLock lock(fd.get());
+    EXPECT_TRUE(lock.acquire());
+    EXPECT_EQ(deadlock.calls(), 4u);
+    EXPECT_TRUE(lock.release());
+
+    const Fault again{"fcntl", 1, EDEADLK};
+    EXPECT_LT(SetRecordLock(fd.get(), F_SETLKW, F_WRLCK, 0, SEEK_SET, 0, OnDeadlock::kFail), 0);
+    const Fault interrupted{"fcntl", 1, EINTR};
+    EXPECT_LT(SetRecordLock(fd.get(), F_SETLK, F_WRLCK, 0, SEEK_SET, 0, OnDeadlock::kRepeat), 0);
+}
+
+TEST_F(Lock, OnlyWhatIsHeldIsReleased) {
+    const UniqueFd fd = open_file();
+    const CallCount unlocks("fcntl");
+    {
+        const Fault fault{"fcntl", 1, ENOLCK};
+        RecordLock lock(fd.get());
+        EXPECT_FALSE(lock.acquire());
+        EXPECT_EQ(errno, ENOLCK);
+    }
+    EXPECT_EQ(unlocks.value(), 1u);
+
+    const Fault interrupted{"flock", 1, EINTR};
+    const Fault refused{"flock", 2, ENOLCK};
+    FlockGuard lock(fd.get());
+    EXPECT_FALSE(lock.acquire());
+    EXPECT_EQ(refused.calls(), 2u);
+
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    MutexGuard guard(mutex);
+    EXPECT_EQ(pthread_mutex_trylock(&mutex), EBUSY);
+    EXPECT_EQ(guard.release(), 0);
+    EXPECT_EQ(pthread_mutex_trylock(&mutex), 0);
+    EXPECT_EQ(guard.release(), 0);  // not this guard's any more
+    EXPECT_EQ(pthread_mutex_trylock(&mutex), EBUSY);
 }
 
 // A forked child shares the open file: without an unlock it would keep the flock.

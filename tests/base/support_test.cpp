@@ -1,3 +1,5 @@
+// The tests' own instruments: a tap that does not strike, or a line that is not heard, would let
+// every other test pass for nothing.
 #include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
@@ -12,7 +14,9 @@
 namespace korx::test {
 namespace {
 
-int VforkedStatus() {
+using Support = RoomTest;
+
+int StatusOfVforked() {
     const pid_t pid = vfork();
     if (pid == 0)
         _exit(7);
@@ -20,62 +24,71 @@ int VforkedStatus() {
     return pid > 0 && waitpid(pid, &status, 0) == pid ? WEXITSTATUS(status) : -1;
 }
 
-using Support = RoomTest;
-
-TEST_F(Support, FailsTheNthCall) {
-    Fault fault{"open", 2, ENOSPC};
-    int fd = open("x", O_CREAT | O_RDWR, 0640);
+TEST_F(Support, FailsTheNthCallOnly) {
+    const Fault open_fault{"open", 2, ENOSPC};
+    const int fd = open("x", O_CREAT | O_RDWR, 0640);
     EXPECT_GE(fd, 0);
     EXPECT_EQ(open("x", O_RDWR), -1);
     EXPECT_EQ(errno, ENOSPC);
-    auto s = Fault::Short("write", 1, 2);
+    EXPECT_EQ(Mode("x"), 0640u);
+
+    const Fault short_write = Fault::Short("write", 1, 2);
     EXPECT_EQ(write(fd, "abc", 3), 2);
     EXPECT_EQ(write(fd, "abc", 3), 3);
-    EXPECT_EQ(Mode("x"), 0640u);
     EXPECT_EQ(ReadFile("x"), "ababc");
-    EXPECT_EQ(fault.hits(), 1u);
-    {
-        Fault m{"malloc", 1, ENOMEM, Fault::kAll};
-        std::string big(1000, 'x');
-        void* volatile p = malloc(10);
-        EXPECT_EQ(p, nullptr);
-    }
-    Fault c{"close", 1, EIO};
+
+    const Fault close_fault{"close", 1, EIO};
     EXPECT_EQ(close(fd), -1);
+    EXPECT_EQ(errno, EIO);
     EXPECT_EQ(close(fd), -1);
     EXPECT_EQ(errno, EBADF);
-    EXPECT_EQ(99, RunChild([] {
-                  auto kill = Fault::Kill("*", 2);
-                  access("x", F_OK);
-                  access("x", F_OK);
-                  return 0;
-              }));
-    EXPECT_EQ(RunChildren(3, [](int i) { return i == 1 ? 5 : 0; }), 5);
-    {
-        Fault v{"vfork", 2, EAGAIN};
-        EXPECT_EQ(VforkedStatus(), 7);
-        EXPECT_EQ(VforkedStatus(), -1);
-        EXPECT_EQ(errno, EAGAIN);
-        EXPECT_EQ(VforkedStatus(), 7);
-    }
-    EXPECT_DEATH(Fault("opne", 1, 1), "no tap");
+    EXPECT_EQ(open_fault.hits(), 1u);
 }
 
-TEST_F(Support, HearsTheSystemLog) {
-    ::syslog(LOG_ERR, "hello\n");
-    EXPECT_EQ(syslog.lines(), (std::vector<SyslogLine>{{LOG_ERR, "hello\n"}}));
+TEST_F(Support, LeavesTheMemoryOfOthersAlone) {
+    const Fault fault{"malloc", 1, ENOMEM, Fault::kAll};
+    const std::string text(1000, 'x');  // allocated by libstdc++
+    void* volatile memory = malloc(10);
+    EXPECT_EQ(memory, nullptr);
+    EXPECT_EQ(fault.calls(), 1u);
+}
+
+TEST_F(Support, FailsVforkWithoutHarmToTheCaller) {
+    const Fault fault{"vfork", 2, EAGAIN};
+    EXPECT_EQ(StatusOfVforked(), 7);
+    EXPECT_EQ(StatusOfVforked(), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(StatusOfVforked(), 7);
+}
+
+TEST_F(Support, TellsHowAChildEnded) {
+    EXPECT_EQ(RunChild([] {
+                  const Fault kill = Fault::Kill("*", 2);
+                  (void) access("x", F_OK);
+                  (void) access("x", F_OK);
+                  return 0;
+              }),
+              Fault::kKilled);
+    EXPECT_EQ(RunChildren(3, [](int index) { return index == 1 ? 5 : 0; }), 5);
+    EXPECT_EQ(RunChild([]() -> int { abort(); }), 128 + SIGABRT);
+    EXPECT_EQ(RunChild([] { return Fault("opne", 1, EIO).hits(); }), 128 + SIGABRT);
+}
+
+TEST_F(Support, HearsEveryLineOfParentAndChildren) {
+    ::syslog(LOG_ERR, "a: b\n");
+    EXPECT_EQ(syslog.lines(), (std::vector<SyslogLine>{{LOG_ERR, "a: b\n"}}));
     syslog.clear();
-    for (int i = 0; i < 500; i++)
-        ::syslog(LOG_INFO, "n: %d", i);
-    EXPECT_EQ(RunChildren(4,
-                          [] {
-                              for (int i = 0; i < 100; i++)
-                                  ::syslog(LOG_INFO, "c: %d", i);
-                              return 0;
-                          }),
-              0);
-    EXPECT_EQ(syslog.texts().size(), 900u);
-    EXPECT_EQ(syslog.texts()[499], "n: 499");
+
+    // Far more than the socket's queue holds.
+    const auto send = [] {
+        for (int i = 0; i < 200; ++i)
+            ::syslog(LOG_INFO, "%d", i);
+        return 0;
+    };
+    send();
+    EXPECT_EQ(RunChildren(4, send), 0);
+    EXPECT_EQ(syslog.texts().size(), 1000u);
+    EXPECT_EQ(syslog.texts()[199], "199");
 }
 
 }  // namespace
