@@ -17,6 +17,7 @@
 #include "base/text.h"
 #include "base/unique.h"
 #include "base/write_all.h"
+#include "fs/entry.h"
 #include "korx/fs.h"
 #include "korx/str.h"
 
@@ -27,10 +28,6 @@ constexpr size_t kPathSize = 384;
 constexpr size_t kFileNameLimit = 383;
 constexpr size_t kDirNameLimit = 255;
 constexpr size_t kLookupSize = 128;
-
-bool IsDotOrDotDot(const char* name) {
-    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
-}
 
 // Makes one directory of a path. What exists already is taken as it is, a file included.
 bool MakeOne(const char* path, mode_t mode) {
@@ -221,7 +218,7 @@ uint32_t KORX_IsDirEmpty(const char* path) {
     if (!directory)
         return Fail(ORXFS_ERR_DIR_OPEN, "Path:%s not Exist, errno:%d.", path, errno);
     while (const struct dirent* entry = readdir(directory.get())) {
-        if (!IsDotOrDotDot(entry->d_name))
+        if (!IsDotName(entry->d_name))
             return 0;
     }
     return 1;

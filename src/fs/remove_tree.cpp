@@ -20,6 +20,7 @@
 #include "base/report.h"
 #include "base/text.h"
 #include "base/unique.h"
+#include "fs/entry.h"
 #include "fs/protect.h"
 #include "korx/container.h"
 #include "korx/fs.h"
@@ -36,10 +37,6 @@ constexpr int kOpenEntry = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLO
 
 using UniqueStack = std::unique_ptr<ORX_StackNode, Releaser<ORX_DestroyStack>>;
 using Path = FixedText<kPathSize>;
-
-bool IsDotName(const char* name) {
-    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
-}
 
 // The next entry other than "." and "..", or null: with errno 0 at the end, else on an error.
 const dirent* NextEntry(DIR* directory) {

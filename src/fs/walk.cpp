@@ -1,11 +1,11 @@
 // The depth-first walk of a directory tree with the caller's callbacks.
 #include <dirent.h>
-#include <string.h>
 
 #include "base/codes.h"
 #include "base/report.h"
 #include "base/text.h"
 #include "base/unique.h"
+#include "fs/entry.h"
 #include "korx/fs.h"
 
 namespace korx {
@@ -44,8 +44,8 @@ uint32_t EnterDirectory(const Walk& walk, const char* path) {
 }
 
 bool IsWalked(const struct dirent& entry) {
-    const bool dots = strcmp(entry.d_name, ".") == 0 || strcmp(entry.d_name, "..") == 0;
-    return !dots && (entry.d_type == DT_REG || entry.d_type == DT_LNK || entry.d_type == DT_DIR);
+    return !IsDotName(entry.d_name) &&
+           (entry.d_type == DT_REG || entry.d_type == DT_LNK || entry.d_type == DT_DIR);
 }
 
 }  // namespace
