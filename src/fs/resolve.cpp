@@ -58,7 +58,8 @@ size_t ParentSlash(const char* path, size_t length) {
 
 uint32_t StartPath(const char* path, char* buffer, uint32_t size) {
     if (path[0] != '/') {
-        if (getcwd(buffer, size) == nullptr)
+        errno = EINVAL;  // getcwd would allocate a buffer of its own for a null one
+        if (buffer == nullptr || getcwd(buffer, size) == nullptr)
             return Fail(kFailed, "return of getcwd is null when get current path, errno=%d.",
                         errno);
         return kOk;
@@ -138,8 +139,8 @@ uint32_t ORX_PathCat(const char* component, char* path, uint32_t size) {
     if (ORX_IsStringEqual(component, ".") == 1)
         return kOk;
 
-    const size_t length = strlen(path);
-    if (length >= size)
+    const size_t length = path == nullptr ? 0 : strlen(path);
+    if (path == nullptr || length >= size)
         return Fail(kFailed, "Input invalid. pathLen = %u", static_cast<uint32_t>(length));
     const bool needs_slash = length == 0 || path[length - 1] != '/';
     const size_t added = strlen(component);
@@ -152,7 +153,7 @@ uint32_t ORX_PathCat(const char* component, char* path, uint32_t size) {
 }
 
 uint32_t ORX_PathCatDoubleDot(char* path) {
-    const size_t length = strlen(path);
+    const size_t length = path == nullptr ? 0 : strlen(path);
     if (length == 0)
         return Fail(kFailed, "Input invalid. pathLen = %u", 0u);
     const size_t slash = ParentSlash(path, length);
