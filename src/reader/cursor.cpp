@@ -24,34 +24,60 @@ constexpr mode_t kCursorMode = 0640;
 
 using CursorText = FixedText<kFileSize>;
 
+using TailText = FixedText<2 * kTailSize + 1>;
+
+void FormatTail(const Cursor& cursor, TailText* text) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    for (uint32_t i = 0; i < cursor.tail_length; ++i) {
+        text->data()[2 * i] = kDigits[cursor.tail[i] >> 4];
+        text->data()[2 * i + 1] = kDigits[cursor.tail[i] & 15];
+    }
+}
+
+bool ParseTail(const TailText& text, Cursor* cursor) {
+    const size_t length = strlen(text.c_str());
+    cursor->tail_length = static_cast<uint32_t>(length / 2);
+    for (uint32_t i = 0; i < cursor->tail_length; ++i) {
+        unsigned byte = 0;
+        if (sscanf_s(text.c_str() + 2 * i, "%2x", &byte) != 1)
+            return false;
+        cursor->tail[i] = static_cast<unsigned char>(byte);
+    }
+    return length % 2 == 0;
+}
+
 bool Format(const Cursor& cursor, CursorText* text) {
     const auto& last = cursor.mark.last;
+    TailText tail;
+    FormatTail(cursor, &tail);
     return text->format(
         "korx-cursor 1\nkind %u\nhead %" PRIu32 " %" PRIu32 " %" PRIu32 "\nlast %016" PRIx64
         " %" PRIu64 " %" PRId64 " %" PRIu32 "\nlast %016" PRIx64 " %" PRIu64 " %" PRId64 " %" PRIu32
         "\nlast %016" PRIx64 " %" PRIu64 " %" PRId64 " %" PRIu32 "\nlast %016" PRIx64 " %" PRIu64
-        " %" PRId64 " %" PRIu32 "\nend\n",
+        " %" PRId64 " %" PRIu32 "\ntail .%s\n",
         static_cast<unsigned>(cursor.kind), cursor.log_len, cursor.dump_len, cursor.total_len,
         last[0].hash, last[0].end, last[0].time_us, last[0].length, last[1].hash, last[1].end,
         last[1].time_us, last[1].length, last[2].hash, last[2].end, last[2].time_us, last[2].length,
-        last[3].hash, last[3].end, last[3].time_us, last[3].length);
+        last[3].hash, last[3].end, last[3].time_us, last[3].length, tail.c_str());
 }
 
 // A cursor is what Format makes of it and nothing else, so that a damaged one is never followed.
 bool Parse(const char* text, Cursor* cursor) {
     unsigned kind = 0;
+    TailText tail;
     auto& last = cursor->mark.last;
-    const int fields =
-        sscanf_s(text,
-                 "korx-cursor 1\nkind %u\nhead %" SCNu32 " %" SCNu32 " %" SCNu32 "\nlast %" SCNx64
-                 " %" SCNu64 " %" SCNd64 " %" SCNu32 "\nlast %" SCNx64 " %" SCNu64 " %" SCNd64
-                 " %" SCNu32 "\nlast %" SCNx64 " %" SCNu64 " %" SCNd64 " %" SCNu32 "\nlast %" SCNx64
-                 " %" SCNu64 " %" SCNd64 " %" SCNu32,
-                 &kind, &cursor->log_len, &cursor->dump_len, &cursor->total_len, &last[0].hash,
-                 &last[0].end, &last[0].time_us, &last[0].length, &last[1].hash, &last[1].end,
-                 &last[1].time_us, &last[1].length, &last[2].hash, &last[2].end, &last[2].time_us,
-                 &last[2].length, &last[3].hash, &last[3].end, &last[3].time_us, &last[3].length);
-    if (fields != 20 || kind > KORX_LOG_SPACE)
+    const int fields = sscanf_s(
+        text,
+        "korx-cursor 1\nkind %u\nhead %" SCNu32 " %" SCNu32 " %" SCNu32 "\nlast %" SCNx64
+        " %" SCNu64 " %" SCNd64 " %" SCNu32 "\nlast %" SCNx64 " %" SCNu64 " %" SCNd64 " %" SCNu32
+        "\nlast %" SCNx64 " %" SCNu64 " %" SCNd64 " %" SCNu32 "\nlast %" SCNx64 " %" SCNu64
+        " %" SCNd64 " %" SCNu32 "\ntail .%128[0-9a-f]",
+        &kind, &cursor->log_len, &cursor->dump_len, &cursor->total_len, &last[0].hash, &last[0].end,
+        &last[0].time_us, &last[0].length, &last[1].hash, &last[1].end, &last[1].time_us,
+        &last[1].length, &last[2].hash, &last[2].end, &last[2].time_us, &last[2].length,
+        &last[3].hash, &last[3].end, &last[3].time_us, &last[3].length, tail.data());
+    static_assert(2 * kTailSize == 128);
+    if (fields < 20 || kind > KORX_LOG_SPACE || !ParseTail(tail, cursor))
         return false;
     cursor->kind = static_cast<korx_log_kind>(kind);
     CursorText again;

@@ -390,6 +390,8 @@ korx_reader_code MoveDump(const korx_reader& reader, int fd, const Entry& last, 
         fdatasync(fd) < 0)
         return Refuse(error, KORX_READER_WRITE, errno, kAt, "%.*s: writing the head failed: %s",
                       kPathRoom, path, strerror(errno));
+    cursor->tail_length = std::min<uint32_t>(last.length, kTailSize);
+    memcpy(cursor->tail, image.bytes.get() + last.end() - cursor->tail_length, cursor->tail_length);
     cursor->log_len = head.uiLogLen;
     cursor->dump_len = head.uiDumpLen;
     cursor->total_len = head.uiTotalLen;

@@ -5,6 +5,8 @@
 // they have passed. Where there is no head, the cursor alone remembers.
 #include "reader/unread.h"
 
+#include <string.h>
+
 #include <algorithm>
 
 namespace korx {
@@ -37,11 +39,20 @@ Position PositionByHead(const LogImage& image) {
     return {.everything = everything, .in_old_lap = in_old_lap, .offset = offset};
 }
 
+// Whether the last record acknowledged still stands before the reader's position. A writer below
+// the position may have overwritten its beginning without having passed.
 bool Stands(const LogImage& image, const Cursor& cursor) {
     const auto& last = cursor.mark.last[0];
     if (last.end > image.size || last.length > last.end - kHeadSize)
         return false;
-    return HashRecord(image.bytes.get() + last.end - last.length, last.length) == last.hash;
+    const char* const bytes = image.bytes.get();
+    const uint64_t begin = last.end - last.length;
+    const uint64_t written_end = uint64_t{kHeadSize} + image.head.uiLogLen;
+    if (written_end <= begin || written_end >= last.end)
+        return HashRecord(bytes + begin, last.length) == last.hash;
+    const uint64_t length = std::min<uint64_t>(last.end - written_end, cursor.tail_length);
+    return memcmp(bytes + last.end - length, cursor.tail + cursor.tail_length - length, length) ==
+           0;
 }
 
 // Somebody else may have acknowledged since, or the log may have begun anew: the cursor then says
@@ -52,17 +63,18 @@ bool Fits(const LogImage& image, const Cursor& cursor) {
            last.length != 0 && last.end == uint64_t{kHeadSize} + cursor.dump_len;
 }
 
-// The bytes between the reader's position and the oldest record left: written over unread, if a
-// single lap has passed it.
+// What the log has written over since the whole lap behind the reader's position was unread, if it
+// has been that way once: from the position to the oldest record left.
 uint64_t OverwrittenBytes(const LogImage& image) {
     const LOG_HEAD_S& head = image.head;
-    const bool lap_just_ended = head.uiLogLen == 0 && head.uiDumpLen == head.uiTotalLen;
-    if (lap_just_ended || image.entries.empty())
+    if (image.entries.empty())
         return 0;
-    const uint64_t oldest = image.entries[0].offset;
-    const uint64_t passed =
-        head.uiLogLen < head.uiDumpLen ? uint64_t{kHeadSize} : uint64_t{kHeadSize} + head.uiDumpLen;
-    return oldest > passed ? oldest - passed : 0;
+    const uint64_t oldest = image.entries[0].offset - kHeadSize;
+    if (head.uiLogLen >= head.uiDumpLen)
+        return oldest > head.uiDumpLen ? oldest - head.uiDumpLen : 0;
+    // The lap that was written over may have ended up to a record's length before this one.
+    const uint64_t sure = uint64_t{head.uiDumpLen} + kMaxRecord;
+    return oldest + (head.uiTotalLen > sure ? head.uiTotalLen - sure : 0);
 }
 
 void Count(const LogImage& image, korx_reader_info* info) {
