@@ -27,9 +27,11 @@ constexpr int kStartLines = 20;  // for each of the four modules but the small f
 constexpr int kFirstModuleLines = 5;
 // Pause between events, so that a log's lap takes far longer than the reader's round.
 constexpr useconds_t kEventPauseUs = 2000;
+// Each refusal leaves a warning in the diagnostic record log, which must not fill up with them.
+constexpr useconds_t kRefusedPauseUs = 50000;
 
 struct Counts {
-    std::atomic<int> diag, record, process, security, life, start, failed;
+    std::atomic<int> diag, record, process, security, life, start, refused, failed;
 };
 
 // A crash leaves its call stack in the diagnostic log, on a stack of its own.
@@ -46,6 +48,11 @@ void InstallCrashDump() {
         sigaction(fatal, &action, nullptr);
 }
 
+void Crash() {
+    volatile int* volatile nowhere = nullptr;
+    *nowhere = 1;
+}
+
 bool SetUp(const Process& process) {
     if (KORX_OrxLogInit(process.module_id, process.name) != 0)
         return false;
@@ -58,12 +65,16 @@ bool SetUp(const Process& process) {
     return true;
 }
 
-// Events that would overwrite unread ones are refused: the reader needs a moment.
+// Events that would overwrite unread ones are refused. The first refusal is what the reader waits
+// for; then it needs a moment.
 template <typename Event>
-uint32_t UntilTaken(Event event) {
+uint32_t UntilTaken(Counts* counts, Event event) {
     uint32_t result;
-    while ((result = event()) == kDiscarded)
-        usleep(2000);
+    while ((result = event()) == kDiscarded) {
+        if (++counts->refused == 1)
+            KORX_CreateFile(kRefusedFile.c_str());
+        usleep(kRefusedPauseUs);
+    }
     return result;
 }
 
@@ -80,11 +91,11 @@ void LogFromThread(const Process& process, int thread, Counts* counts) {
     }
     for (int i = 0; i < kLifeEvents; ++i, usleep(kEventPauseUs)) {
         if (i < kSecurityEvents)
-            count(counts->security, UntilTaken([&] {
+            count(counts->security, UntilTaken(counts, [&] {
                       return KORX_SecurityEventLog(1, kIndex, kInfo, 0, 0, "<%s.%d.%d>", who,
                                                    thread, i);
                   }));
-        count(counts->life, UntilTaken([&] {
+        count(counts->life, UntilTaken(counts, [&] {
                   return KORX_LifeCycleLog(1, kIndex, kInfo, 0, 0, "<%s.%d.%d>", who, thread, i);
               }));
     }
@@ -95,55 +106,84 @@ void LogFromThread(const Process& process, int thread, Counts* counts) {
     }
 }
 
+// What one process does besides logging, while the others log: files, profiles and commands. Each
+// step is written down with its result.
+class Steps {
+  public:
+    Steps() : out_(fopen(kStepsFile.c_str(), "we")) {}
+    ~Steps() { fclose(out_); }
+    Steps(const Steps&) = delete;
+    Steps& operator=(const Steps&) = delete;
+
+    void expect(const char* what, uint32_t result, uint32_t wanted = 0) {
+        fprintf(out_, "  %-46s result %10s   %s\n", what, Hex(result).c_str(),
+                result == wanted ? "ok" : "WRONG");
+        wrong_ += result != wanted;
+    }
+    int wrong() const { return wrong_; }
+
+  private:
+    static std::string Hex(uint32_t result) {
+        char text[16];
+        snprintf(text, sizeof text, result < 100 ? "%u" : "0x%08X", result);
+        return text;
+    }
+
+    FILE* out_;
+    int wrong_ = 0;
+};
+
+void UseFilesAndCommands(Steps* steps) {
+    const std::string profile = kWorkDir + "/state.ini";
+    const std::string tree = kWorkDir + "/copies";
+    const std::string copy = tree + "/state.ini";
+    const std::string archive = kWorkDir + "/state.zip";
+    const std::string unpacked = kWorkDir + "/unpacked";
+    const std::string compare = "cmp " + profile + " " + unpacked + "/state.ini";
+    char value[16];
+
+    steps->expect("create a profile", KORX_CreateFile(profile.c_str()));
+    steps->expect("set a value", KORX_IniSetOrAddValue(profile.c_str(), "[BOOT]", "count", "7"));
+    steps->expect("read it back",
+                  KORX_IniGetValue(profile.c_str(), "[BOOT]", "count", value, sizeof value));
+    steps->expect("is it 7?", ORX_IsStringEqual(value, "7"), 1);
+    steps->expect("copy it into a new directory",
+                  KORXFS_CopyFile(profile.c_str(), 0, copy.c_str(), 0, 0));
+    steps->expect("copy it again, not to overwrite (refused)",
+                  KORXFS_CopyFile(profile.c_str(), 0, copy.c_str(), 0, 0), ORXFS_ERR_ALREADY_EXIST);
+    steps->expect("protect the copy", ORXFS_ProtectFile(copy.c_str(), 0));
+    steps->expect("is it protected?", KORX_IsFileProtected(copy.c_str()), 1);
+    steps->expect("link to the copy",
+                  KORX_LinkFilesSafe(tree.c_str(), "state.ini", kWorkDir.c_str(), "link.ini"));
+    steps->expect("link out of the directory",
+                  KORX_LinkFilesSafe(kWorkDir.c_str(), "state.ini", tree.c_str(), "outside.ini"));
+    steps->expect("pack the directory", ORX_ZipFile(tree.c_str(), archive.c_str(), 0));
+    steps->expect("unpack it elsewhere", ORX_UnZipFile(archive.c_str(), unpacked.c_str()));
+    steps->expect("compare by running a program", KORX_Execvp(compare.c_str(), " "));
+    steps->expect("run a shell (refused)", KORX_Execvp("/bin/sh script", " "), KORX_ERR_ALL_BITS);
+    steps->expect("run \"ls; rm\" (refused)", KORX_Execvp("ls; rm", " "), KORX_ERR_ALL_BITS);
+    steps->expect("remove the directory, protected file included",
+                  ORX_RmParentDir(tree.c_str(), 1));
+    steps->expect("is it gone?", KORX_IsDirExist(tree.c_str()), 0);
+    steps->expect("is what its link led to still there?", KORX_IsFileExist(profile.c_str()), 1);
+}
+
 // The profile is a mount point, so that its replacement by rename really fails: the message then
 // goes the whole way into the diagnostic record log and "orx_app.log".
-void ChangeAProfileThatCannotBeReplaced() {
-    const std::string profile = kWorkDir + "/mounted.ini";
-    const uint32_t result = KORX_IniSetOrAddValue(profile.c_str(), "[BOOT]", "count", "2");
-    printf("  %-44s 0x%08X\n", "profile change whose rename fails", result);
-}
-
-void ShowResult(const char* what, uint32_t result, bool right) {
-    printf("  %-44s %-10u %s\n", what, result, right ? "ok" : "WRONG");
-}
-
-void UseFilesAndCommands(Counts* counts) {
-    const std::string profile = kWorkDir + "/state.ini";
-    const std::string copy = kWorkDir + "/copies/state.ini";
-    const std::string tree = kWorkDir + "/copies";
-    const std::string archive = kWorkDir + "/state.zip";
-    const auto expect = [counts](const char* what, uint32_t result, uint32_t wanted = 0) {
-        ShowResult(what, result, result == wanted);
-        counts->failed += result != wanted;
-    };
-    KORX_CreateFile(profile.c_str());
-    expect("set a profile value", KORX_IniSetOrAddValue(profile.c_str(), "[BOOT]", "count", "7"));
-    char value[16];
-    expect("read it back", KORX_IniGetValue(profile.c_str(), "[BOOT]", "count", value, 16));
-    expect("copy to a directory that is not there",
-           KORXFS_CopyFile(profile.c_str(), 0, copy.c_str(), 0, 0));
-    expect("protect the copy", ORXFS_ProtectFile(copy.c_str(), 0));
-    expect("is it protected?", KORX_IsFileProtected(copy.c_str()), 1);
-    expect("link it relatively",
-           KORX_LinkFilesSafe(tree.c_str(), "state.ini", kWorkDir.c_str(), "link.ini"));
-    expect("pack the directory", ORX_ZipFile(tree.c_str(), archive.c_str(), 0));
-    expect("unpack it elsewhere", ORX_UnZipFile(archive.c_str(), (kWorkDir + "/out").c_str()));
-    expect("run a program", KORX_Execvp("test -s " KORX_DEMO_PROFILE, " "));
-    expect("refuse a shell", KORX_Execvp("/bin/sh -c true", " "), 0xFFFFFFFF);
-    expect("refuse shell characters", KORX_Execvp("ls; rm -r /", " "), 0xFFFFFFFF);
-    expect("remove the tree, protected file included", ORX_RmParentDir(tree.c_str(), 1));
-    ORX_GetAndSaveAllDfInfo();
-    const std::string space = kLogDir + "/orx_spacefull.log";
-    expect("record the file systems' usage", KORX_IsFileExist(space.c_str()), 1);
+void ChangeAProfileThatCannotBeReplaced(Steps* steps) {
+    steps->expect("change a profile whose rename fails",
+                  KORX_IniSetOrAddValue(kMountedProfile.c_str(), "[BOOT]", "count", "2"),
+                  KORX_ERR_FAILED);
 }
 
 bool WriteCounts(const Process& process, const Counts& counts) {
     FILE* const file = fopen((kResultDir + "/" + process.name).c_str(), "we");
     if (file == nullptr)
         return false;
-    fprintf(file, "diag %d\nrecord %d\nprocess %d\nsecurity %d\nlife %d\nstart %d\nfailed %d\n",
+    fprintf(file, "diag %d\nrecord %d\nprocess %d\nsecurity %d\nlife %d\nstart %d\n",
             counts.diag.load(), counts.record.load(), counts.process.load(), counts.security.load(),
-            counts.life.load(), counts.start.load(), counts.failed.load());
+            counts.life.load(), counts.start.load());
+    fprintf(file, "refused %d\nfailed %d\n", counts.refused.load(), counts.failed.load());
     return fclose(file) == 0;
 }
 
@@ -156,13 +196,21 @@ int RunComponent(const Process& process) {
     std::vector<std::thread> threads;
     for (int thread = 0; thread < kThreads; ++thread)
         threads.emplace_back(LogFromThread, std::cref(process), thread, &counts);
-    if (process.module_id == 80101) {
-        UseFilesAndCommands(&counts);
-        ChangeAProfileThatCannotBeReplaced();
+    if (process.name == kBusyProcess) {
+        Steps steps;
+        UseFilesAndCommands(&steps);
+        ChangeAProfileThatCannotBeReplaced(&steps);
+        counts.failed += steps.wrong();
     }
     for (std::thread& thread : threads)
         thread.join();
-    return WriteCounts(process, counts) ? 0 : 1;
+    if (process.name == kBusyProcess)
+        ORX_GetAndSaveAllDfInfo();
+    if (!WriteCounts(process, counts))
+        return 1;
+    if (process.name == kCrashingProcess)
+        Crash();
+    return 0;
 }
 
 }  // namespace demo

@@ -6,18 +6,25 @@
 #include <stdio.h>
 #include <unistd.h>
 
-extern "C" __attribute__((visibility("default"))) uint32_t IM_Agent_ReportLogById(
-    uint32_t log_type, uint32_t log_id, const char* format, ...) {
+#include <algorithm>
+
+#include "demo.h"
+
+extern "C" __attribute__((visibility("default"), format(printf, 3, 4))) uint32_t
+IM_Agent_ReportLogById(uint32_t log_type, uint32_t log_id, const char* format, ...) {
     char line[2048];
-    int length = snprintf(line, sizeof line, "%u 0x%x ", log_type, log_id);
+    const int head = snprintf(line, sizeof line, "%u 0x%x ", log_type, log_id);
     va_list args;
     va_start(args, format);
-    length += vsnprintf(line + length, sizeof line - static_cast<size_t>(length) - 1, format, args);
+    const int text = vsnprintf(line + head, sizeof line - static_cast<size_t>(head), format, args);
     va_end(args);
-    line[length++] = '\n';
-    const int fd =
-        open("/opt/demo/agent.received", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0640);
-    const bool written = write(fd, line, static_cast<size_t>(length)) == length;
+    if (text < 0)
+        return 1;
+    size_t length = std::min(static_cast<size_t>(head + text), sizeof line - 1);
+    line[length++] = '\n';  // in the place of the terminator
+
+    const int fd = open(demo::kAgentFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0640);
+    const bool written = write(fd, line, length) == static_cast<ssize_t>(length);
     close(fd);
     return written ? 0 : 1;
 }
