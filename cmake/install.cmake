@@ -5,8 +5,11 @@ include(CMakePackageConfigHelpers)
 install(TARGETS korx_basic EXPORT korx_basic-targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 set_target_properties(korx_basic PROPERTIES EXPORT_NAME basic)
+if(NOT TARGET korx_reader)
+    set(without_reader PATTERN "reader.h" EXCLUDE)
+endif()
 install(DIRECTORY include/korx DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-    FILES_MATCHING PATTERN "*.h" PATTERN "reader.h" EXCLUDE)
+    FILES_MATCHING PATTERN "*.h" ${without_reader})
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/korx_basic)
 install(EXPORT korx_basic-targets NAMESPACE korx:: DESTINATION ${package_dir})
