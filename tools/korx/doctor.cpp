@@ -1,0 +1,232 @@
+// korx doctor: one line for each thing looked at. It changes nothing.
+#include "doctor.h"
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "ini_edit.h"
+#include "ini_lines.h"
+#include "output.h"
+#include "paths.h"
+#include "profile.h"
+#include "sources.h"
+#include "space.h"
+
+namespace korx::tool {
+namespace {
+
+// A note is worth knowing but nothing to do about; the last two make the board not well.
+enum class Verdict { kOk, kNote, kWarning, kFault };
+
+constexpr const char* kVerdictNames[] = {"ok", "note", "warning", "fault"};
+constexpr const char* kVerdictColors[] = {"\033[32m", "\033[2m", "\033[33m", "\033[31m"};
+
+// When the log that refuses records is this full of unread ones, somebody should take them.
+constexpr uint64_t kUnreadPercent = 80;
+constexpr uint32_t kDiskPercent = 95;
+
+class Doctor {
+  public:
+    explicit Doctor(const Globals& globals)
+        : globals_(globals),
+          out_(STDOUT_FILENO, "standard output"),
+          color_(WantsColor(STDOUT_FILENO)) {}
+
+    int run() {
+        const Paths paths = ResolvePaths();
+        check_configuration();
+        check_directory("log directory", paths.log, StateOfLogDirectory(paths.log));
+        check_directory("data directory", paths.data, StateOfData(paths.data));
+        check_agent();
+        check_markers();
+        check_logs();
+        check_space(globals_.directory.empty() ? paths.log.path : globals_.directory);
+        if (!globals_.json)
+            out_.write(worst_ >= Verdict::kWarning ? "\nThis board is not well.\n"
+                                                   : "\nThis board is well.\n");
+        out_.flush();
+        return worst_ >= Verdict::kWarning ? kFinding : kWell;
+    }
+
+  private:
+    static LinkState StateOfData(const ConfiguredPath& data) {
+        struct stat st;
+        LinkState state;
+        state.text = StateOfPath(data.path);
+        state.well = stat(data.path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+        return state;
+    }
+
+    void tell(Verdict verdict, const std::string& subject, const std::string& text) {
+        worst_ = std::max(worst_, verdict);
+        const auto index = static_cast<size_t>(verdict);
+        if (globals_.json) {
+            const nlohmann::ordered_json object = {
+                {"verdict", kVerdictNames[index]}, {"subject", subject}, {"text", text}};
+            out_.write(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) +
+                       "\n");
+            return;
+        }
+        std::string name = kVerdictNames[index];
+        name.append(8 - name.size(), ' ');
+        if (color_)
+            name = kVerdictColors[index] + name + "\033[0m";
+        out_.write(name + subject + ": " + text + "\n");
+    }
+
+    void check_configuration() {
+        const std::string subject = "configuration";
+        struct stat st;
+        if (stat(kBaseConfig, &st) < 0) {
+            tell(errno == ENOENT ? Verdict::kNote : Verdict::kFault, subject,
+                 SystemError(kBaseConfig, errno) + "; all paths are defaults");
+            return;
+        }
+        try {
+            const auto findings = CheckProfile(ReadWholeFile(kBaseConfig, kMaxProfile));
+            for (const IniFinding& finding : findings)
+                tell(Verdict::kWarning, subject,
+                     std::string(kBaseConfig) + ":" + std::to_string(finding.line) + ": " +
+                         finding.text);
+            if (findings.empty())
+                tell(Verdict::kOk, subject, std::string(kBaseConfig) + " is read as written");
+        } catch (const Failure& failure) {
+            tell(Verdict::kFault, subject, failure.text);
+        }
+        // The library opens profiles for writing even to read them.
+        if (access(kBaseConfig, W_OK) < 0)
+            tell(Verdict::kWarning, subject,
+                 std::string(kBaseConfig) + " cannot be written by this user (" + strerror(errno) +
+                     "): processes that cannot write it take the default paths");
+        if ((st.st_mode & S_IWOTH) != 0)
+            tell(Verdict::kWarning, subject,
+                 std::string(kBaseConfig) + " can be written by everybody");
+        if (access((std::string(kBaseConfig) + "+").c_str(), F_OK) == 0)
+            tell(Verdict::kNote, subject,
+                 std::string(kBaseConfig) + "+ was left by a change that failed");
+    }
+
+    void check_directory(const std::string& subject, const ConfiguredPath& path,
+                         const LinkState& state) {
+        tell(state.well ? Verdict::kOk : Verdict::kFault, subject,
+             path.path + ", " + state.text + " (" + path.origin + ")");
+        struct stat st;
+        if (!state.well || stat(path.path.c_str(), &st) < 0)
+            return;
+        if ((st.st_mode & S_IWOTH) != 0)
+            tell(Verdict::kWarning, subject, path.path + " can be written by everybody");
+        if (access(path.path.c_str(), W_OK) < 0)
+            tell(Verdict::kNote, subject, "this user cannot write " + path.path);
+    }
+
+    void check_agent() {
+        const std::string subject = "agent library";
+        void* const library = dlopen("libimagent.so", RTLD_LAZY | RTLD_LOCAL);
+        if (library == nullptr) {
+            tell(Verdict::kNote, subject, "libimagent.so is not there; records go to local files");
+            return;
+        }
+        const bool found = dlsym(library, "IM_Agent_ReportLogById") != nullptr;
+        tell(found ? Verdict::kOk : Verdict::kFault, subject,
+             found ? "libimagent.so can be bound"
+                   : "libimagent.so has no function IM_Agent_ReportLogById");
+        (void) dlclose(library);
+    }
+
+    void check_markers() {
+        constexpr char kPool[] = "/dev/shm/korx/PkgPoolReady";
+        constexpr char kSdk[] = "../conf/config/korx_sdk_init.conf";
+        const bool ready = access(kPool, F_OK) == 0;
+        tell(ready ? Verdict::kOk : Verdict::kNote, "package pool",
+             std::string(kPool) + (ready ? " is there" : " is not there: the pool is not ready"));
+        const bool sdk = access(kSdk, F_OK) == 0;
+        tell(Verdict::kNote, "marker",
+             std::string(kSdk) + (sdk ? " is there: processes started from here keep records local"
+                                      : " is not there, seen from the current directory: "
+                                        "processes started from here bind the agent and write no "
+                                        "life-cycle log"));
+    }
+
+    void check_logs() {
+        std::vector<Source> sources;
+        try {
+            sources = AllSources(globals_);
+        } catch (const Failure& failure) {
+            tell(Verdict::kFault, "logs", failure.text);
+            return;
+        }
+        for (const Source& source : sources) {
+            try {
+                check_log(source);
+            } catch (const Failure& failure) {
+                tell(Verdict::kFault, source.file, failure.text);
+            }
+        }
+    }
+
+    void check_log(const Source& source) {
+        const Reader reader = OpenReader(source);
+        if (!reader)
+            return;
+        korx_reader_info info;
+        korx_reader_get_info(reader.get(), &info);
+        korx_damage damage;
+        if (info.damage > 0 && korx_reader_get_damage(reader.get(), 0, &damage) != 0)
+            tell(Verdict::kFault, source.file,
+                 std::to_string(info.damage) + " damages, the first at offset " +
+                     std::to_string(damage.offset) + ": " + damage.text +
+                     " (korx log verify names all)");
+        else
+            tell(Verdict::kOk, source.file,
+                 std::to_string(info.records) + " records, " + std::to_string(info.unread_records) +
+                     " unread");
+        const bool refuses = info.kind == KORX_LOG_SECURITY || info.kind == KORX_LOG_LIFE;
+        if (refuses && info.limit > 0 && info.unread_bytes * 100 >= info.limit * kUnreadPercent)
+            tell(Verdict::kWarning, source.file,
+                 std::to_string(info.unread_bytes * 100 / info.limit) +
+                     "% are unread; a full log refuses records (korx log take " +
+                     korx_log_kind_name(info.kind) + ")");
+        if (info.gap != 0)
+            tell(Verdict::kWarning, source.file,
+                 "records were written over before anybody took them (at least " +
+                     std::to_string(info.gap_lost) + ")");
+        struct stat st;
+        if (stat(source.path.c_str(), &st) == 0 && (st.st_mode & S_IWOTH) != 0)
+            tell(Verdict::kWarning, source.file, source.path + " can be written by everybody");
+    }
+
+    // Only the file system that the logs are on; korx space shows all.
+    void check_space(const std::string& directory) {
+        struct stat log;
+        if (stat(directory.c_str(), &log) < 0)
+            return;
+        for (const Mount& mount : MountedFileSystems()) {
+            struct stat st;
+            if (stat(mount.directory.c_str(), &st) < 0 || st.st_dev != log.st_dev)
+                continue;
+            tell(mount.percent >= kDiskPercent ? Verdict::kWarning : Verdict::kOk, "space",
+                 mount.directory + " is " + std::to_string(mount.percent) + "% full");
+            return;
+        }
+    }
+
+    const Globals& globals_;
+    Output out_;
+    bool color_;
+    Verdict worst_ = Verdict::kOk;
+};
+
+}  // namespace
+
+int RunDoctor(const Globals& globals) {
+    return Doctor(globals).run();
+}
+
+}  // namespace korx::tool

@@ -1,0 +1,245 @@
+// korx log take: hands unread records out and acknowledges what has arrived. The order is print,
+// flush, sync, acknowledge; a failure before the last leaves the log as it was.
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "follow.h"
+#include "log_commands.h"
+#include "output.h"
+#include "progress.h"
+#include "record_print.h"
+#include "signals.h"
+#include "sources.h"
+
+namespace korx::tool {
+namespace {
+
+// Where the records go: a file of our own, or standard output.
+class Destination {
+  public:
+    Destination(const std::string& path, const std::vector<Source>& sources)
+        : path_(path),
+          fd_(path.empty() ? STDOUT_FILENO : open_file(path)),
+          out(fd_, path.empty() ? "standard output" : path) {
+        if (!path.empty())
+            claim(sources);
+    }
+    ~Destination() {
+        if (!path_.empty())
+            close(fd_);
+    }
+
+    // What follows can be taken back until the next begin, where the destination is our own file.
+    void begin() { start_ = is_regular_ ? lseek(fd_, 0, SEEK_END) : 0; }
+    bool take_back() {
+        out.discard();
+        return is_regular_ && ftruncate(fd_, start_) == 0;
+    }
+
+    // Durable, if it is a file.
+    void commit() {
+        out.sync();
+        if (!is_new_)
+            return;
+        const size_t slash = path_.rfind('/');
+        const std::string directory = slash == std::string::npos ? "." : path_.substr(0, slash + 1);
+        const int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        const bool synced = fd >= 0 && fsync(fd) == 0;
+        const int error = errno;
+        if (fd >= 0)
+            close(fd);
+        if (!synced)
+            throw Failure{kOutput, "syncing failed: " + SystemError(directory, error)};
+        is_new_ = false;
+    }
+
+  private:
+    int open_file(const std::string& path) {
+        constexpr int kFlags = O_RDWR | O_APPEND | O_NOCTTY | O_CLOEXEC;
+        int fd = ::open(path.c_str(), kFlags | O_CREAT | O_EXCL, 0640);
+        is_new_ = fd >= 0;
+        if (fd < 0 && errno == EEXIST)
+            fd = ::open(path.c_str(), kFlags);
+        if (fd < 0)
+            throw Failure{kOutput, SystemError(path, errno)};
+        return fd;
+    }
+
+    void claim(const std::vector<Source>& sources) {
+        struct stat st;
+        is_regular_ = fstat(fd_, &st) == 0 && S_ISREG(st.st_mode);
+        for (const Source& source : sources) {
+            struct stat log;
+            if (stat(source.path.c_str(), &log) == 0 && log.st_dev == st.st_dev &&
+                log.st_ino == st.st_ino) {
+                close(fd_);
+                throw Failure{kUsage, path_ + ": is the log itself"};
+            }
+        }
+        if (is_regular_ && flock(fd_, LOCK_EX | LOCK_NB) < 0) {
+            close(fd_);
+            throw Failure{kOutput, path_ + ": another korx writes to it"};
+        }
+    }
+
+    std::string path_;
+    bool is_new_ = false;
+    bool is_regular_ = false;
+    int fd_;
+    off_t start_ = 0;
+
+  public:
+    Output out;
+};
+
+class Take {
+  public:
+    Take(const Globals& globals, const TakeOptions& options)
+        : sources_(FindSources(globals, options.what, "")),
+          reported_(sources_.size()),
+          destination_(options.output, sources_),
+          style_{globals.json, options.output.empty() && WantsColor(STDOUT_FILENO),
+                 sources_.size() > 1} {}
+
+    int run(bool follow) {
+        if (!follow) {
+            for (size_t i = 0; i < sources_.size(); ++i)
+                attempt(i);
+            return status_;
+        }
+        CatchStopSignals();
+        destination_.out.set_interruptible();
+        for (Source& source : sources_)
+            source.may_miss = true;
+        Follower follower(sources_);
+        for (size_t i = 0; i < sources_.size(); ++i)
+            attempt(i);
+        while (true)
+            for (const size_t i : follower.wait(destination_.out.fd()))
+                attempt(i);
+    }
+
+  private:
+    // One log's trouble does not keep the others' records back; a failing output does.
+    void attempt(size_t i) {
+        try {
+            take(i);
+            reported_[i].trouble.clear();
+        } catch (const Failure& failure) {
+            if (failure.status == kOutput) {
+                const bool clean = destination_.take_back();
+                Complain(failure.text + "; " + sources_[i].path + ": nothing acknowledged" +
+                         (clean ? "" : ", part of it may have been written"));
+                throw Failure{kOutput, ""};
+            }
+            tell(i, failure.text);
+            status_ = std::max(status_, failure.status);
+        } catch (const ClosedPipe&) {
+            throw Failure{kOutput,
+                          "the output was closed; " + sources_[i].path + ": nothing acknowledged"};
+        }
+    }
+
+    // Following, the same trouble is met at every write to the log and told once.
+    void tell(size_t i, const std::string& text) {
+        if (reported_[i].trouble != text)
+            Complain(text);
+        reported_[i].trouble = text;
+    }
+
+    void take(size_t i) {
+        constexpr int kAttempts = 5;
+        for (int attempt = 1;; ++attempt) {
+            const Reader reader = OpenReader(sources_[i]);
+            if (!reader)
+                return;
+            std::string damage;
+            if (HeadIsDamaged(reader.get(), &damage))
+                throw Failure{kUnchanged, sources_[i].path + ": " + damage +
+                                              "; nothing taken, because nothing can be "
+                                              "acknowledged (korx log show prints what is there)"};
+            destination_.begin();
+            const bool gap = report_gap(i, reader.get());
+            if (hand_out(i, reader.get()) == 0 && !gap)
+                return;
+            destination_.commit();
+            korx_reader_error error = {};
+            const korx_reader_code code = korx_reader_ack(reader.get(), &error);
+            if (code == KORX_READER_OK)
+                return;
+            if (code == KORX_READER_CURSOR)
+                throw Failure{kFinding, error.text};
+            // Somebody else took them, or the log went over them: what is still there comes again.
+            if (code == KORX_READER_CHANGED && attempt < kAttempts && destination_.take_back())
+                continue;
+            (void) destination_.take_back();
+            throw Failure{kUnchanged, error.text};
+        }
+    }
+
+    uint64_t hand_out(size_t i, korx_reader* reader) {
+        korx_reader_info info;
+        korx_reader_get_info(reader, &info);
+        Progress progress(sources_[i].path);
+        korx_record record;
+        uint64_t count = 0;
+        for (; korx_reader_next_unread(reader, &record) != 0; ++count) {
+            AppendRecord(destination_.out.buffer(), record, sources_[i].file, style_);
+            destination_.out.flush_if_full();
+            progress.step(info.unread_records);
+        }
+        return count;
+    }
+
+    // A gap is told once, and in JSON as a line of its own, so that it reaches whoever keeps them.
+    bool report_gap(size_t i, const korx_reader* reader) {
+        korx_reader_info info;
+        korx_reader_get_info(reader, &info);
+        Reported& reported = reported_[i];
+        if (info.gap == 0) {
+            reported.gap_bytes = UINT64_MAX;
+            return false;
+        }
+        if (reported.gap_bytes == info.gap_bytes && info.unread_records == 0)
+            return false;
+        reported.gap_bytes = info.gap_bytes;
+        Complain(sources_[i].path + ": gap: at least " + std::to_string(info.gap_lost) +
+                 " records (" + std::to_string(info.gap_bytes) +
+                 " bytes) were written over before anybody took them, " +
+                 std::to_string(info.gap_recovered) + " hidden ones were recovered");
+        if (style_.json)
+            AppendGap(destination_.out.buffer(), info, sources_[i].file);
+        return style_.json;
+    }
+
+    struct Reported {
+        std::string trouble;
+        uint64_t gap_bytes = UINT64_MAX;
+    };
+
+    std::vector<Source> sources_;
+    std::vector<Reported> reported_;
+    Destination destination_;
+    Style style_;
+    int status_ = kWell;
+};
+
+}  // namespace
+
+int RunLogTake(const Globals& globals, const TakeOptions& options) {
+    Take take(globals, options);
+    try {
+        return take.run(options.follow);
+    } catch (const Stopped&) {
+        return kWell;
+    } catch (const ClosedPipe&) {
+        // While nothing was waiting to be delivered.
+        return kWell;
+    }
+}
+
+}  // namespace korx::tool

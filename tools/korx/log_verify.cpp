@@ -1,0 +1,76 @@
+// korx log verify: names all that is wrong in the logs.
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "log_commands.h"
+#include "output.h"
+#include "sources.h"
+
+namespace korx::tool {
+namespace {
+
+void ReportDamage(Output& out, const Source& source, const korx_damage& damage, bool json) {
+    if (json) {
+        const nlohmann::ordered_json object = {{"file", source.path},
+                                               {"offset", damage.offset},
+                                               {"length", damage.length},
+                                               {"in_header", damage.in_header != 0},
+                                               {"rule", korx_damage_rule_name(damage.rule)},
+                                               {"text", damage.text}};
+        out.write(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+        return;
+    }
+    // The reader keeps two small files beside the log; an offset may be one of theirs.
+    const char* const place = damage.in_header == 0               ? ""
+                              : damage.rule == KORX_DAMAGE_CURSOR ? " of the cursor"
+                                                                  : " of the header file";
+    out.write(source.path + ": offset " + std::to_string(damage.offset) + place + ": " +
+              korx_damage_rule_name(damage.rule) + ": " + damage.text + "\n");
+}
+
+int VerifyOne(Output& out, const Source& source, bool json) {
+    const Reader reader = OpenReader(source);
+    if (!reader)
+        return kWell;
+    uint64_t listed = 0;
+    korx_damage damage;
+    for (; korx_reader_get_damage(reader.get(), listed, &damage) != 0; ++listed)
+        ReportDamage(out, source, damage, json);
+    korx_reader_info info;
+    korx_reader_get_info(reader.get(), &info);
+    if (!json) {
+        if (info.damage > listed)
+            out.write(source.path + ": and " + std::to_string(info.damage - listed) + " more\n");
+        out.write(
+            source.path + ": " + korx_log_kind_name(info.kind) + ", " +
+            std::to_string(info.records) + " records, " +
+            (info.damage == 0 ? std::string("sound") : std::to_string(info.damage) + " damages") +
+            "\n");
+    }
+    return info.damage == 0 ? kWell : kFinding;
+}
+
+}  // namespace
+
+int RunLogVerify(const Globals& globals, const std::vector<std::string>& what) {
+    Output out(STDOUT_FILENO, "standard output");
+    int status = kWell;
+    for (const std::string& word : what) {
+        for (const Source& source : FindSources(globals, word, "")) {
+            try {
+                status = std::max(status, VerifyOne(out, source, globals.json));
+            } catch (const Failure& failure) {
+                if (failure.status != kInput)
+                    throw;
+                out.flush();
+                Complain(failure.text);
+                status = kInput;
+            }
+        }
+    }
+    out.flush();
+    return status;
+}
+
+}  // namespace korx::tool

@@ -1,0 +1,256 @@
+// korx: the operator's command. This file knows the command line, the others do the work.
+#include <fcntl.h>
+#include <signal.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <new>
+
+#include "common.h"
+#include "doctor.h"
+#include "ini.h"
+#include "log_commands.h"
+#include "paths.h"
+#include "space.h"
+
+namespace korx::tool {
+namespace {
+
+constexpr char kStatuses[] =
+    "Exit status: 0 well; 1 something was found (damage, a missing key, a board that is not well); "
+    "2 usage; 3 something cannot be read; 4 the output failed; 5 not acknowledged or not changed.\n"
+    "More in korx(1).";
+
+// Everything that the command line sets, and what is to be run in the end.
+struct Commands {
+    Globals globals;
+    ShowOptions show;
+    TakeOptions take;
+    std::vector<std::string> verify;
+    IniOptions ini;
+    SpaceOptions space;
+    uint64_t newest = 0;
+    std::function<int()> run;
+};
+
+CLI::App* Add(CLI::App& parent, const char* name, const char* what, const char* examples) {
+    CLI::App* const command = parent.add_subcommand(name, what);
+    command->footer(std::string("Examples:\n") + examples);
+    return command;
+}
+
+void AddGlobals(CLI::App* command, Commands& c, bool with_directory) {
+    command->add_flag("--json", c.globals.json, "One JSON object a line");
+    if (with_directory)
+        command->add_option("--dir", c.globals.directory,
+                            "Directory of the logs instead of the configured one");
+}
+
+void AddShow(CLI::App& log, Commands& c) {
+    CLI::App* const show =
+        Add(log, "show", "Print records, oldest first; logs of one kind are merged by time",
+            "  korx log show diag -n 20             the 20 newest diagnostic records\n"
+            "  korx log show security --since 2h    of the last two hours\n"
+            "  korx log show all -f --level error   errors of all logs, as they come\n"
+            "  korx log show process --process zelk --grep 'timeout|refused'\n"
+            "  korx log show ./KORX_DIAG_LOG --json | jq -r .message");
+    AddGlobals(show, c, true);
+    show->add_option("what", c.show.what,
+                     "text, diag, security, life, start, process, space, all, or a FILE")
+        ->type_name("KIND|FILE")
+        ->required();
+    show->add_option("-n,--lines", c.newest, "Only the N newest of the wanted records")
+        ->type_name("N");
+    show->add_flag("-f,--follow", c.show.follow,
+                   "Go on with what is written from now on; without -n and --since after the 10 "
+                   "newest");
+    FilterOptions& filter = c.show.filter;
+    show->add_option("--since", filter.since,
+                     "Not older: \"2024-03-05 14:07\", 14:07, 90m, "
+                     "yesterday, @SECONDS, RFC 3339")
+        ->type_name("TIME");
+    show->add_option("--until", filter.until, "Not newer")->type_name("TIME");
+    show->add_option("--level", filter.level, "At least debug, info, warning, error or fatal")
+        ->type_name("LEVEL");
+    show->add_option("--grep", filter.grep, "Messages that match an extended regular expression")
+        ->type_name("REGEX");
+    show->add_flag("-i,--ignore-case", filter.ignore_case, "Ignore case in --grep");
+    show->add_option("--section", filter.section, "Start log: FRAME, PATCH, CFL or DBG")
+        ->type_name("NAME");
+    show->add_option("--process", filter.process, "Process logs: only this process")
+        ->type_name("NAME");
+    show->add_flag("--unread", filter.unread, "Only what has not been taken (and leave it so)");
+    show->callback([&c, show] {
+        if (show->count("--lines") > 0)
+            c.show.newest = c.newest;
+        c.run = [&c] { return RunLogShow(c.globals, c.show); };
+    });
+}
+
+void AddLog(CLI::App& app, Commands& c) {
+    CLI::App* const log = Add(app, "log", "Read, follow, verify and empty the logs",
+                              "  korx log list\n"
+                              "  korx log show diag -n 20\n"
+                              "  korx log take security --output /var/spool/security.txt\n"
+                              "  korx log verify");
+    log->require_subcommand(1);
+    CLI::App* const list =
+        Add(*log, "list", "All logs: size, fill, laps, records, unread ones, damage",
+            "  korx log list\n"
+            "  korx log list --json | jq 'select(.unread > 0)'");
+    AddGlobals(list, c, true);
+    list->callback([&c] { c.run = [&c] { return RunLogList(c.globals); }; });
+
+    AddShow(*log, c);
+
+    CLI::App* const take = Add(
+        *log, "take",
+        "Print unread records, and acknowledge them once they are written (and on disk, for a "
+        "file). The logs may then write over them.",
+        "  korx log take security                     to standard output\n"
+        "  korx log take all --json --output F        appended to F, synced, then acknowledged\n"
+        "  korx log take all --follow --json | logger as they come");
+    AddGlobals(take, c, true);
+    take->add_option("what", c.take.what,
+                     "text, diag, security, life, start, process, space, all, or a FILE")
+        ->type_name("KIND|FILE")
+        ->required();
+    take->add_flag("-f,--follow", c.take.follow, "Go on with what is written from now on");
+    take->add_option("-o,--output", c.take.output, "Append to this file")->type_name("FILE");
+    take->callback([&c] { c.run = [&c] { return RunLogTake(c.globals, c.take); }; });
+
+    CLI::App* const verify = Add(*log, "verify", "Name all damage, with file, offset and rule",
+                                 "  korx log verify\n"
+                                 "  korx log verify security ./copy/KORX_START_LOG --json");
+    AddGlobals(verify, c, true);
+    verify->add_option("what", c.verify, "Kinds or files; all logs if there are none")
+        ->type_name("KIND|FILE");
+    verify->callback([&c] {
+        if (c.verify.empty())
+            c.verify = {"all"};
+        c.run = [&c] { return RunLogVerify(c.globals, c.verify); };
+    });
+}
+
+void AddIni(CLI::App& app, Commands& c) {
+    CLI::App* const ini = Add(app, "ini", "Read, change and check profiles",
+                              "  korx ini get /etc/base.d/base.conf PATH LOG_PATH\n"
+                              "  korx ini set ./device.ini NET PORT 8080 --keep-comments\n"
+                              "  korx ini check ./device.ini");
+    ini->require_subcommand(1);
+    const auto add = [&](const char* name, const char* what, const char* examples, int arguments,
+                         int (*function)(const Globals&, const IniOptions&)) {
+        CLI::App* const command = Add(*ini, name, what, examples);
+        AddGlobals(command, c, false);
+        command->add_option("file", c.ini.file, "The profile")->type_name("FILE")->required();
+        if (arguments != 0)
+            command
+                ->add_option("section", c.ini.section, "The section, with or without its brackets")
+                ->type_name("SECTION")
+                ->required(arguments > 0);
+        if (arguments > 1)
+            command->add_option("key", c.ini.key, "The key")->type_name("KEY")->required();
+        if (arguments > 2)
+            command->add_option("value", c.ini.value, "The value")->type_name("VALUE")->required();
+        command->callback(
+            [&c, function] { c.run = [&c, function] { return function(c.globals, c.ini); }; });
+        return command;
+    };
+    add("get", "Print a value, without the quotes around it; status 1 where there is none",
+        "  korx ini get /etc/base.d/base.conf PATH LOG_PATH", 2, RunIniGet)
+        ->add_flag("--raw", c.ini.raw, "As it stands in the file, with its quotes");
+    CLI::App* const set =
+        add("set",
+            "Change a value, or add it, under the locks of the component's processes. The file is "
+            "replaced as a whole and the old one kept as FILE-. Comments do not survive unless "
+            "--keep-comments is given.",
+            "  korx ini set ./device.ini NET PORT 8080\n"
+            "  korx ini set ./device.ini NET PORT 8080 --keep-comments --existing",
+            3, RunIniSet);
+    set->add_flag("--keep-comments", c.ini.keep_comments,
+                  "Change the text in place: comments, blanks and order stay");
+    set->add_flag("--existing", c.ini.existing, "Status 1 if there is no such key, nothing added");
+    add("list", "Print a profile, or one section, as the loader reads it",
+        "  korx ini list ./device.ini\n"
+        "  korx ini list ./device.ini NET --json",
+        -1, RunIniList);
+    add("check", "Name every line that is refused, cut, ignored or read as something else",
+        "  korx ini check ./device.ini && echo fine", 0, RunIniCheck);
+}
+
+void AddBoard(CLI::App& app, Commands& c) {
+    CLI::App* const paths =
+        Add(app, "paths", "The component's paths, where they come from, and their links",
+            "  korx paths");
+    AddGlobals(paths, c, false);
+    paths->callback([&c] { c.run = [&c] { return RunPaths(c.globals); }; });
+
+    CLI::App* const space =
+        Add(app, "space", "Record the usage of the file systems in the space-full log and show it",
+            "  korx space\n"
+            "  korx space --no-record --json");
+    AddGlobals(space, c, false);
+    space->add_flag("!--no-record", c.space.record, "Only show it");
+    space->callback([&c] { c.run = [&c] { return RunSpace(c.globals, c.space); }; });
+
+    CLI::App* const doctor =
+        Add(app, "doctor",
+            "Look at configuration, links, permissions, agent, markers and all logs; status 1 when "
+            "the board is not well",
+            "  korx doctor\n"
+            "  korx doctor --json | jq 'select(.verdict != \"ok\")'");
+    AddGlobals(doctor, c, true);
+    doctor->callback([&c] { c.run = [&c] { return RunDoctor(c.globals); }; });
+}
+
+int Run(int argc, char** argv) {
+    Commands commands;
+    CLI::App app("Reads, follows, verifies and empties the component's logs, and edits profiles.",
+                 "korx");
+    app.footer(std::string("Examples:\n"
+                           "  korx log list\n"
+                           "  korx log show diag -f\n"
+                           "  korx log take all --json --output /var/spool/board.json\n"
+                           "  korx doctor\n\n") +
+               kStatuses);
+    app.set_version_flag("--version", "korx " KORX_VERSION);
+    app.require_subcommand(1);
+    AddLog(app, commands);
+    AddIni(app, commands);
+    AddBoard(app, commands);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kWell : kUsage;
+    }
+    return commands.run();
+}
+
+// A closed standard stream must not be given to the next file that is opened.
+void FillStandardStreams() {
+    for (int fd = open("/dev/null", O_RDWR); fd >= 0 && fd <= STDERR_FILENO;)
+        fd = open("/dev/null", O_RDWR);
+}
+
+}  // namespace
+}  // namespace korx::tool
+
+int main(int argc, char** argv) {
+    using namespace korx::tool;
+    FillStandardStreams();
+    signal(SIGPIPE, SIG_IGN);
+    try {
+        return Run(argc, argv);
+    } catch (const Failure& failure) {
+        if (!failure.text.empty())
+            Complain(failure.text);
+        return failure.status;
+    } catch (const ClosedPipe&) {
+        return kWell;
+    } catch (const std::bad_alloc&) {
+        Complain("out of memory");
+        return kInput;
+    }
+}

@@ -1,0 +1,38 @@
+// Profiles through the library's loader.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "korx/ini.h"
+
+namespace korx::tool {
+
+struct FreeProfile {
+    void operator()(KORX_IniSection* profile) const { KORX_FreeProfile(profile); }
+};
+using Profile = std::unique_ptr<KORX_IniSection, FreeProfile>;
+
+// Opened for reading only, unlike the library's lookups, which need write permission. Null for a
+// file without sections and for one that the loader refuses. Throws Failure when it cannot be
+// opened.
+Profile LoadProfile(const std::string& file);
+
+const KORX_IniKey* FindKey(const KORX_IniSection* profile, const std::string& section,
+                           const std::string& key);
+
+// The value as the library's lookups return it: without the quotes around it. Nothing when the
+// closing quote is missing.
+std::optional<std::string> LookupValue(const KORX_IniKey& key);
+
+// Section names carry their brackets; on the command line they may be left out.
+std::string Bracketed(const std::string& section);
+
+// The library wants every file named with its directory.
+std::string WithDirectory(const std::string& file);
+
+// A whole file, at most limit bytes. Throws Failure.
+std::string ReadWholeFile(const std::string& file, size_t limit);
+
+}  // namespace korx::tool

@@ -1,0 +1,109 @@
+#include "sources.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include "paths.h"
+
+namespace korx::tool {
+namespace {
+
+struct FixedLog {
+    korx_log_kind kind;
+    const char* file;
+};
+
+// In the order in which they are listed.
+constexpr FixedLog kFixedLogs[] = {
+    {KORX_LOG_TEXT, "orx_agent.log"},    {KORX_LOG_TEXT, "orx_app.log"},
+    {KORX_LOG_DIAG, "KORX_DIAG_LOG"},    {KORX_LOG_SECURITY, "korx_safe.log"},
+    {KORX_LOG_LIFE, "korx_life.log"},    {KORX_LOG_START, "KORX_START_LOG"},
+    {KORX_LOG_PROCESS, "QTMON.log"},     {KORX_LOG_PROCESS, "zelk_agent.log"},
+    {KORX_LOG_PROCESS, "ZELK_QR9T.log"}, {KORX_LOG_PROCESS, "zelk.log"},
+    {KORX_LOG_PROCESS, "DXN.log"},       {KORX_LOG_SPACE, "orx_spacefull.log"},
+};
+
+korx_log_kind KindOfWord(const std::string& word) {
+    for (int kind = KORX_LOG_TEXT; kind <= KORX_LOG_SPACE; ++kind)
+        if (word == korx_log_kind_name(static_cast<korx_log_kind>(kind)))
+            return static_cast<korx_log_kind>(kind);
+    return KORX_LOG_AUTO;
+}
+
+std::string BaseName(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+bool Exists(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0;
+}
+
+}  // namespace
+
+std::vector<Source> AllSources(const Globals& globals) {
+    const std::string directory =
+        globals.directory.empty() ? ResolvePaths().log.path : globals.directory;
+    struct stat st;
+    if (stat(directory.c_str(), &st) < 0)
+        throw Failure{kInput, "log directory " + SystemError(directory, errno)};
+    if (!S_ISDIR(st.st_mode))
+        throw Failure{kInput, "log directory " + directory + ": not a directory"};
+    std::vector<Source> sources;
+    for (const FixedLog& log : kFixedLogs)
+        sources.push_back({log.kind, directory + "/" + log.file, log.file, true});
+    return sources;
+}
+
+std::vector<Source> FindSources(const Globals& globals, const std::string& word,
+                                const std::string& process) {
+    const korx_log_kind kind = KindOfWord(word);
+    if (kind == KORX_LOG_AUTO && word != "all") {
+        if (word.find('/') == std::string::npos && !Exists(word))
+            throw Failure{kUsage, "'" + word +
+                                      "' is neither a file nor one of text, diag, security, life, "
+                                      "start, process, space, all"};
+        return {{KORX_LOG_AUTO, word, BaseName(word), false}};
+    }
+    std::vector<Source> found;
+    for (Source& source : AllSources(globals)) {
+        if (kind != KORX_LOG_AUTO && source.kind != kind)
+            continue;
+        if (!process.empty() && source.file != process + ".log")
+            continue;
+        found.push_back(std::move(source));
+    }
+    if (found.empty())
+        throw Failure{kUsage, "no process is called '" + process + "' in " + word + " logs"};
+    return found;
+}
+
+Reader OpenReader(const Source& source, uint32_t flags) {
+    korx_reader_options options = {};
+    options.flags = flags;
+    korx_reader* reader = nullptr;
+    korx_reader_error error = {};
+    const korx_reader_code code =
+        korx_reader_open(source.path.c_str(), source.kind, &options, &reader, &error);
+    if (code == KORX_READER_OPEN && error.system_error == ENOENT && source.may_miss)
+        return nullptr;
+    if (code != KORX_READER_OK)
+        throw Failure{kInput, error.text};
+    return Reader(reader);
+}
+
+bool HeadIsDamaged(const korx_reader* reader, std::string* text) {
+    korx_damage damage;
+    for (size_t i = 0; korx_reader_get_damage(reader, i, &damage) != 0; ++i) {
+        if (damage.rule == KORX_DAMAGE_HEAD_SHORT || damage.rule == KORX_DAMAGE_HEAD_LENGTH ||
+            damage.rule == KORX_DAMAGE_HEAD_ORDER) {
+            *text = "offset " + std::to_string(damage.offset) + ": " + damage.text;
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace korx::tool

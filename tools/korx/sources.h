@@ -1,0 +1,39 @@
+// The logs that a command works on, and readers of them.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common.h"
+#include "korx/reader.h"
+
+namespace korx::tool {
+
+struct Source {
+    korx_log_kind kind = KORX_LOG_AUTO;
+    std::string path;
+    std::string file;       // the path's last component
+    bool may_miss = false;  // named by a kind: it is no error when it is not there
+};
+
+struct CloseReader {
+    void operator()(korx_reader* reader) const { korx_reader_close(reader); }
+};
+using Reader = std::unique_ptr<korx_reader, CloseReader>;
+
+// All logs below the log directory.
+std::vector<Source> AllSources(const Globals& globals);
+
+// What a word on the command line means: "all", a kind, or a file. process: "" or the only process
+// whose log counts. Throws Failure.
+std::vector<Source> FindSources(const Globals& globals, const std::string& word,
+                                const std::string& process);
+
+// Opens a log. Null when it is missing and may be. Throws Failure.
+Reader OpenReader(const Source& source, uint32_t flags = 0);
+
+// Whether a ring's head cannot be trusted, so that nothing can be acknowledged; text says why.
+bool HeadIsDamaged(const korx_reader* reader, std::string* text);
+
+}  // namespace korx::tool

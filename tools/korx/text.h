@@ -1,0 +1,33 @@
+// Texts as they appear in the output: JSON strings, safe terminal text, times, sizes.
+#pragma once
+
+#include <stdint.h>
+#include <time.h>
+
+#include <string>
+#include <string_view>
+
+namespace korx::tool {
+
+// Appends a JSON string with its quotes. Bytes that are not UTF-8 become U+FFFD.
+void AppendJsonString(std::string& out, std::string_view text);
+
+// Appends text for people. Line ends are followed by indent blanks; other control characters, with
+// which a log line could drive a terminal, and bytes that are not UTF-8 become \xNN.
+void AppendPlain(std::string& out, std::string_view text, size_t indent);
+
+void AppendNumber(std::string& out, uint64_t number);
+// Padded with blanks on the left.
+void AppendPadded(std::string& out, uint64_t number, size_t width);
+void AppendHex8(std::string& out, uint32_t number);
+
+// "2024-03-05T14:07:09.004211+01:00", or without zone and with a blank for people.
+void AppendTime(std::string& out, const timespec& time, int32_t utc_offset, bool rfc3339);
+
+// The time now, as AppendTime does for JSON.
+std::string NowRfc3339();
+
+// "262144" as "256.0K", for people.
+std::string HumanSize(uint64_t bytes);
+
+}  // namespace korx::tool

@@ -1,0 +1,180 @@
+#include "when.h"
+
+#include <ctype.h>
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+
+namespace korx::tool {
+namespace {
+
+constexpr int64_t kSecond = 1000000;
+
+// Takes digits from the text; -1 when there are fewer than least or more than most.
+int64_t TakeNumber(const char*& text, int least, int most) {
+    int64_t value = 0;
+    int count = 0;
+    while (isdigit(static_cast<unsigned char>(*text)) && count < most) {
+        value = value * 10 + (*text++ - '0');
+        ++count;
+    }
+    return count < least ? -1 : value;
+}
+
+bool TakeCharacter(const char*& text, char c) {
+    if (*text != c)
+        return false;
+    ++text;
+    return true;
+}
+
+std::optional<int64_t> TakeFraction(const char*& text) {
+    if (!TakeCharacter(text, '.'))
+        return 0;
+    int64_t value = 0;
+    int digits = 0;
+    for (; isdigit(static_cast<unsigned char>(*text)); ++text, ++digits)
+        if (digits < 6)
+            value = value * 10 + (*text - '0');
+    if (digits == 0)
+        return std::nullopt;
+    for (; digits < 6; ++digits)
+        value *= 10;
+    return value;
+}
+
+bool TakeDate(const char*& text, struct tm* date) {
+    const int64_t year = TakeNumber(text, 4, 4);
+    if (year < 0 || !TakeCharacter(text, '-'))
+        return false;
+    const int64_t month = TakeNumber(text, 1, 2);
+    if (month < 1 || month > 12 || !TakeCharacter(text, '-'))
+        return false;
+    const int64_t day = TakeNumber(text, 1, 2);
+    if (day < 1 || day > 31)
+        return false;
+    date->tm_year = static_cast<int>(year - 1900);
+    date->tm_mon = static_cast<int>(month - 1);
+    date->tm_mday = static_cast<int>(day);
+    return true;
+}
+
+bool TakeClock(const char*& text, struct tm* date, int64_t* microseconds) {
+    const int64_t hour = TakeNumber(text, 1, 2);
+    if (hour < 0 || hour > 23 || !TakeCharacter(text, ':'))
+        return false;
+    const int64_t minute = TakeNumber(text, 2, 2);
+    if (minute < 0 || minute > 59)
+        return false;
+    int64_t second = 0;
+    *microseconds = 0;
+    if (TakeCharacter(text, ':')) {
+        second = TakeNumber(text, 2, 2);
+        const auto fraction = TakeFraction(text);
+        if (second < 0 || second > 60 || !fraction)
+            return false;
+        *microseconds = *fraction;
+    }
+    date->tm_hour = static_cast<int>(hour);
+    date->tm_min = static_cast<int>(minute);
+    date->tm_sec = static_cast<int>(second);
+    return true;
+}
+
+// "Z", "+01:00" or "+0100": seconds east.
+bool TakeZone(const char*& text, int64_t* offset) {
+    *offset = 0;
+    if (TakeCharacter(text, 'Z'))
+        return true;
+    const int sign = *text == '-' ? -1 : 1;
+    if (!TakeCharacter(text, '+') && !TakeCharacter(text, '-'))
+        return false;
+    const int64_t hours = TakeNumber(text, 2, 2);
+    (void) TakeCharacter(text, ':');
+    const int64_t minutes = TakeNumber(text, 2, 2);
+    if (hours < 0 || minutes < 0)
+        return false;
+    *offset = sign * (hours * 3600 + minutes * 60);
+    return true;
+}
+
+struct tm LocalDay(int64_t at_us, int days_back) {
+    const time_t seconds = at_us / kSecond;
+    struct tm date = {};
+    localtime_r(&seconds, &date);
+    date.tm_hour = date.tm_min = date.tm_sec = 0;
+    date.tm_mday -= days_back;
+    date.tm_isdst = -1;
+    return date;
+}
+
+std::optional<int64_t> ParseAge(const char* text, int64_t now_us) {
+    (void) TakeCharacter(text, '-');
+    int64_t age = 0;
+    if (*text == '\0')
+        return std::nullopt;
+    while (*text != '\0') {
+        const int64_t count = TakeNumber(text, 1, 9);
+        const char* const units = "smhdw";
+        const char* const unit = *text == '\0' ? nullptr : strchr(units, *text);
+        if (count < 0 || unit == nullptr)
+            return std::nullopt;
+        constexpr int64_t kLengths[] = {1, 60, 3600, 86400, 604800};
+        age += count * kLengths[unit - units];
+        ++text;
+    }
+    return now_us - age * kSecond;
+}
+
+std::optional<int64_t> ParseCalendar(const char* text, int64_t now_us) {
+    struct tm date = LocalDay(now_us, 0);
+    const bool has_date = strchr(text, '-') != nullptr && strchr(text, ':') != text;
+    const char* const colon = strchr(text, ':');
+    int64_t microseconds = 0;
+    int64_t offset = 0;
+    if (colon == nullptr || (has_date && strchr(text, '-') < colon)) {
+        if (!TakeDate(text, &date))
+            return std::nullopt;
+        if (*text == '\0')
+            return mktime(&date) * kSecond;
+        if (!TakeCharacter(text, ' ') && !TakeCharacter(text, 'T'))
+            return std::nullopt;
+    }
+    if (!TakeClock(text, &date, &microseconds))
+        return std::nullopt;
+    if (*text == '\0')
+        return mktime(&date) * kSecond + microseconds;
+    if (!TakeZone(text, &offset) || *text != '\0')
+        return std::nullopt;
+    return (timegm(&date) - offset) * kSecond + microseconds;
+}
+
+}  // namespace
+
+int64_t NowMicroseconds() {
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return int64_t{now.tv_sec} * kSecond + now.tv_nsec / 1000;
+}
+
+std::optional<int64_t> ParseWhen(const std::string& text, int64_t now_us) {
+    if (text == "now")
+        return now_us;
+    if (text == "today" || text == "yesterday") {
+        struct tm date = LocalDay(now_us, text == "today" ? 0 : 1);
+        return mktime(&date) * kSecond;
+    }
+    const char* rest = text.c_str();
+    if (TakeCharacter(rest, '@')) {
+        const int64_t seconds = TakeNumber(rest, 1, 12);
+        const auto fraction = TakeFraction(rest);
+        if (seconds < 0 || !fraction || *rest != '\0')
+            return std::nullopt;
+        return seconds * kSecond + *fraction;
+    }
+    if (const auto age = ParseAge(rest, now_us))
+        return age;
+    return ParseCalendar(rest, now_us);
+}
+
+}  // namespace korx::tool
