@@ -124,6 +124,7 @@ uint32_t ORX_GetAbsolutePathAndFileName(const char* name, char* out, uint32_t si
         return Fail(kFailed,
                     "Get the abolute path and file name of file %s unsuccessfully. RetCode=%d. ",
                     name, 0);
+    out[size - 1] = '\0';
     return kOk;
 }
 
