@@ -75,63 +75,71 @@ TEST_F(ProfileChange, StoresWhatTheLoaderReadsBack) {
 }
 
 TEST_F(ProfileChange, RefusesWithoutTouchingTheFile) {
-    const std::string n64(64, 'n');
-    const std::string v256(256, 'v');
-    const std::string line_end = "[ORX] Section, key or value holds a line end.";
-    const std::string length = "Input para is invalid length of para is invalid.";
-    const std::string refused =
-        "check input para unsuccessfully when korx init set value, retCode:2.";
-    const std::string none = tree.path("none/p"), lock = none + ".lock";
-    const char* const none_c = none.c_str();
+    const auto length_of = KORX_CheckIniValuePara;
+    const auto set_value = KORX_IniSetValue, set_or_add = KORX_IniSetOrAddValue;
+    const std::string n64(64, 'n'), v256(256, 'v'), none = tree.path("none/p");
+    const char *const n = n64.c_str(), *const v = v256.c_str(), *const f = none.c_str();
+    const Lines null = {Err("Input para is invalid.")};
+    const Lines line_end = {Err("[ORX] Section, key or value holds a line end.")};
+    const Lines length = {Err("Input para is invalid length of para is invalid.")};
+    const Lines set_length = {
+        length[0], Err("check input para unsuccessfully when korx init set value, retCode:2.")};
+    const Lines missing = {Err("Can't Read File ./q, errno: 2.")};
+    const auto unresolved = [](const std::string& line) {
+        return Lines{Err("return of realpath is null when get the abolute path, errno=2."),
+                     Err(line)};
+    };
     const struct {
-        std::function<uint32_t()> change;
+        decltype(set_value) call;
+        const char *file, *section, *key, *value;
         uint32_t result;
         Lines lines;
     } rows[] = {
-        {[&] { return set("[C]", "x", "1"); },
+        {set_value,
+         "./p",
+         "[C]",
+         "x",
+         "1",
          4,
          {Err("[ORX] Section [C] is not exist in file ./p.")}},
-        {[&] { return set("[A]", "y", "1"); },
+        {set_value,
+         "./p",
+         "[A]",
+         "y",
+         "1",
          4,
          {Err("[ORX] Key y is not exist in file ./p under [A] section.")}},
-        {[&] { return set("[A]", "x", "1\nz=2"); }, kFailed, {Err(line_end)}},
-        {[&] { return add("[A]", "x", "1\r"); }, kFailed, {Err(line_end)}},
-        {[&] { return add("[A]", "x\n", "1"); }, kFailed, {Err(line_end)}},
-        {[&] { return add("[A]\n[C]", "x", "1"); }, kFailed, {Err(line_end)}},
-        {[&] { return set("[A]", "x", v256); }, kFailed, {Err(length), Err(refused)}},
-        {[&] { return set("[A]", n64, ""); }, kFailed, {Err(length), Err(refused)}},
-        {[&] { return set(n64, "x", ""); }, kFailed, {Err(length), Err(refused)}},
-        {[&] { return KORX_CheckIniValuePara(v256.c_str(), "", "", ""); }, 2, {Err(length)}},
-        {[&] { return KORX_CheckIniValuePara(&v256[1], &n64[1], &n64[1], &v256[1]); }, 0, {}},
-        {[&] { return KORX_IniSetOrAddValue("./p", "[A]", "x", nullptr); },
-         1,
-         {Err("Input para is invalid.")}},
-        {[&] { return KORX_IniSetOrAddValue(nullptr, "[A]", "x", "1"); },
-         1,
-         {Err("Input para is invalid.")}},
-        {[&] { return KORX_IniSetOrAddValue("./q", "[A]", "x", "1"); },
-         kFailed,
-         {Err("Can't Read File ./q, errno: 2.")}},
-        {[&] { return KORX_IniSetValue("./q", "[A]", "x", "1"); },
-         kFailed,
-         {Err("Can't Read File ./q, errno: 2.")}},
-        {[&] { return KORX_IniSetOrAddValue(&v256[4], "[A]", "x", "1"); },
+        {set_value, "./p", "[A]", "x", "1\nz=2", kFailed, line_end},
+        {set_or_add, "./p", "[A]", "x", "1\r", kFailed, line_end},
+        {set_or_add, "./p", "[A]", "x\n", "1", kFailed, line_end},
+        {set_or_add, "./p", "[A]\n[C]", "x", "1", kFailed, line_end},
+        {set_value, "./p", "[A]", "x", v, kFailed, set_length},
+        {set_value, "./p", "[A]", n, "", kFailed, set_length},
+        {set_value, "./p", n, "x", "", kFailed, set_length},
+        {length_of, v, "", "", "", 2, length},
+        {length_of, v + 1, n + 1, n + 1, v + 1, 0, {}},
+        {set_or_add, "./p", "[A]", "x", nullptr, 1, null},
+        {set_or_add, nullptr, "[A]", "x", "1", 1, null},
+        {set_or_add, "./q", "[A]", "x", "1", kFailed, missing},
+        {set_value, "./q", "[A]", "x", "1", kFailed, missing},
+        {set_or_add,
+         v + 4,
+         "[A]",
+         "x",
+         "1",
          kFailed,
          {Err("Print fileIn unsuccessfully, fileIn=" + v256.substr(4) + ".lock.")}},
-        {[&] { return KORX_IniSetOrAddValue(none_c, "[A]", "x", "1"); },
-         kFailed,
-         {Err("return of realpath is null when get the abolute path, errno=2."),
-          Err("get absolutepath " + lock + " unsuccessfully, uiret=268435455.")}},
-        {[&] { return KORX_IniSetValue(none_c, "[A]", "x", "1"); },
-         kFailed,
-         {Err("return of realpath is null when get the abolute path, errno=2."),
-          Err("Get the abolute path of file " + none + " unsuccessfully when init set value.")}},
+        {set_or_add, f, "[A]", "x", "1", kFailed,
+         unresolved("get absolutepath " + none + ".lock unsuccessfully, uiret=268435455.")},
+        {set_value, f, "[A]", "x", "1", kFailed,
+         unresolved("Get the abolute path of file " + none +
+                    " unsuccessfully when init set value.")},
     };
-    int number = 0;
     for (const auto& row : rows) {
+        const auto number = &row - rows;
         syslog.clear();
-        EXPECT_EQ(row.change(), row.result) << "row " << number;
-        EXPECT_EQ(syslog.lines(), row.lines) << "row " << number++;
+        EXPECT_EQ(row.call(row.file, row.section, row.key, row.value), row.result) << number;
+        EXPECT_EQ(syslog.lines(), row.lines) << number;
     }
     EXPECT_EQ(ReadFile("p"), kOld);
     EXPECT_FALSE(Exists("p-"));
