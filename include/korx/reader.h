@@ -29,6 +29,7 @@
  *     lock excludes the process's writers, so no other care is needed;
  *   - read in a forked child: a child's close does not touch its parent's locks;
  *   - read the bytes itself and use korx_reader_open_memory.
+ * The start log's header file is opened by its path all the same; hand its bytes in as well there.
  * The diagnostic text log and the space-full log have no such locks; any process may open them.
  *
  * Functions return KORX_READER_OK or another korx_reader_code and explain a failure in *error,

@@ -132,7 +132,8 @@ class Reading {
             end = line_end(end, limit);
 
         bool damaged = false;
-        const bool terminated = bytes_[end - 1] == '\n';
+        const bool terminated =
+            head_.extent != 0 ? end == at + head_.extent : bytes_[end - 1] == '\n';
         if (end > longest) {
             damaged = true;
             report(KORX_DAMAGE_TOO_LONG, at, end - at, "longer than any record can be");
@@ -245,6 +246,7 @@ class Layout {
     void read_laps(size_t begin, size_t newest_end, size_t until, LapEnd old_end, uint8_t section,
                    bool zero_fill = false) {
         const size_t first = image_.entries.size();
+        const size_t first_damage = image_.damage.size();
         if (newest_end < until)
             read({.begin = newest_end,
                   .end = until,
@@ -254,7 +256,7 @@ class Layout {
                   .cut_tail = old_end != LapEnd::kKnown,
                   .zero_fill = old_end == LapEnd::kUnknown});
         if (old_end == LapEnd::kUnknown)
-            drop_stale_tail(first, until);
+            drop_stale_tail(first, first_damage, until);
         const size_t old_entries_end = image_.entries.size();
         read({.begin = begin, .end = newest_end, .section = section, .zero_fill = zero_fill});
         drop_uncommitted(first, old_entries_end, newest_end, until);
@@ -425,8 +427,10 @@ class Layout {
             const int64_t fall = found[i].time_us - found[i + 1].time_us;
             const size_t line = end_of_first_line(found[i]);
             const bool has_rest = line != found[i + 1].offset;
-            if (fall <= 0 || (!has_rest && !closes && !size_fits) ||
-                (deepest_has_rest && !has_rest))
+            // So close to the end it is rather what is left of the lap before the last.
+            const bool is_stale = newest < found.size() && found[i + 1].offset + kSectionRoom > end;
+            const bool is_likely = has_rest || closes || size_fits;
+            if (fall <= 0 || is_stale || !is_likely || (deepest_has_rest && !has_rest))
                 continue;
             if (fall > deepest || (has_rest && !deepest_has_rest)) {
                 newest = i;
@@ -434,7 +438,10 @@ class Layout {
                 deepest_has_rest = has_rest;
             }
         }
-        return newest == found.size() ? end : end_of_first_line(found[newest]);
+        if (newest < found.size())
+            return end_of_first_line(found[newest]);
+        // The newest lap has reached the end of the file, or what is left before it is no record.
+        return size_fits ? end_of_first_line(last) : end;
     }
 
     size_t end_of_first_line(const Entry& entry) const {
@@ -454,7 +461,7 @@ class Layout {
 
     // What stands behind the old lap's end is left of laps before it: records that are older, the
     // first of them without its beginning. That rest would pass for lines of the message before.
-    void drop_stale_tail(size_t first, size_t until) {
+    void drop_stale_tail(size_t first, size_t first_damage, size_t until) {
         if (first == image_.entries.size())
             return;
         const size_t window = until - std::min<size_t>(until, kSectionRoom);
@@ -467,16 +474,16 @@ class Layout {
                 break;
             }
         }
-        const bool stale_found = last < image_.entries.size();
         image_.entries.truncate(last);
         while (image_.entries.size() > first + 1 &&
                (image_.entries[image_.entries.size() - 1].flags & kHasHead) == 0 &&
                image_.entries[image_.entries.size() - 1].offset >= window)
             image_.entries.truncate(image_.entries.size() - 1);
         Entry& kept = image_.entries[image_.entries.size() - 1];
-        const bool reaches_window = kept.end() > window;
-        if (reaches_window && (stale_found || bytes_[until - 1] != '\0')) {
+        const bool had_rest = image_.withdraw(first_damage, window);
+        if ((kept.flags & kHasHead) != 0 && (kept.end() > window || had_rest)) {
             kept.length = static_cast<uint32_t>(end_of_first_line(kept) - kept.offset);
+            kept.flags = static_cast<uint8_t>(kept.flags & ~KORX_RECORD_DAMAGED);
         }
     }
 
@@ -635,6 +642,17 @@ void LogImage::report(korx_damage_rule rule, uint64_t offset, uint64_t length, c
     entry.length = length;
     (void) strcpy_s(entry.text, sizeof entry.text, text);
     damage.push(entry);
+}
+
+bool LogImage::withdraw(size_t first, uint64_t offset) {
+    korx_damage* const begin = damage.begin() + std::min(first, damage.size());
+    korx_damage* const kept = std::remove_if(begin, damage.end(), [=](const korx_damage& entry) {
+        return entry.in_header == 0 && entry.offset + entry.length > offset;
+    });
+    const auto count = static_cast<size_t>(damage.end() - kept);
+    damage.truncate(damage.size() - count);
+    damage_count -= count;
+    return count != 0;
 }
 
 void LogImage::report_values(korx_damage_rule rule, uint64_t offset, uint64_t length,

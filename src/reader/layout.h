@@ -62,6 +62,8 @@ struct LogImage {
 
     void report(korx_damage_rule rule, uint64_t offset, uint64_t length, const char* text,
                 bool in_header = false);
+    // Takes back what was reported since there were first entries and reaches beyond offset.
+    bool withdraw(size_t first, uint64_t offset);
     [[gnu::format(printf, 5, 6)]] void report_values(korx_damage_rule rule, uint64_t offset,
                                                      uint64_t length, const char* format, ...);
 };

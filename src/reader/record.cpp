@@ -222,6 +222,8 @@ bool ResemblesFields(korx_log_kind kind, const char* text, size_t length) {
     constexpr const char* kStart[] = {"][L:", "]["};
     constexpr const char* kText[] = {" [ProcID:", "] : "};
     const auto* const line_end = static_cast<const char*>(memchr(text, '\n', length));
+    if (line_end == nullptr && length < kHeadRoom)
+        return true;  // the log ends inside the head
     if (line_end != nullptr)
         length = static_cast<size_t>(line_end - text);
     length = std::min(length, kHeadRoom);

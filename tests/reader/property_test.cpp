@@ -46,11 +46,11 @@ class TakeOnce : public ::testing::TestWithParam<Ring> {
     std::string make_record() {
         char head[96];
         const auto micros = serial_ * 7;
-        const int length = snprintf(
-            head, sizeof head,
-            "[2026-11-24 %02u:%02u:%02u.%06u][Index:%#x][AppCid:1][INFO][L:2 M:3][%u]",
-            micros / 3600000000u % 24, micros / 60000000 % 60, micros / 1000000 % 60,
-            micros % 1000000, serial_, serial_);
+        const int length =
+            snprintf(head, sizeof head,
+                     "[2026-11-24 %02u:%02u:%02u.%06u][Index:%#x][AppCid:1][INFO][L:2 M:3][%u]",
+                     micros / 3600000000u % 24, micros / 60000000 % 60, micros / 1000000 % 60,
+                     micros % 1000000, serial_, serial_);
         ++serial_;
         std::string record(head, static_cast<size_t>(length));
         const size_t room = 598 - record.size();
@@ -65,9 +65,9 @@ class TakeOnce : public ::testing::TestWithParam<Ring> {
         const std::string record = make_record();
         const auto length = static_cast<uint32_t>(record.size());
         const Ring ring = GetParam();
-        const uint32_t result =
-            ring.kind == KORX_LOG_DIAG ? DLOG_Buff2File(fd_, record.data(), length, ring.limit)
-                                       : SLOG_Buff2File(fd_, record.data(), length, ring.limit);
+        const uint32_t result = ring.kind == KORX_LOG_DIAG
+                                    ? DLOG_Buff2File(fd_, record.data(), length, ring.limit)
+                                    : SLOG_Buff2File(fd_, record.data(), length, ring.limit);
         if (result == 0)
             accepted_.push_back(record.substr(0, record.size() - 1));
         else
@@ -84,7 +84,8 @@ class TakeOnce : public ::testing::TestWithParam<Ring> {
         korx_reader_get_info(reader, &info);
         ASSERT_EQ(info.damage, 0u) << first_damage(reader);
         gaps_ += info.gap;
-        // One lap more or less looks the same to head and cursor, so a gap's count is a lower bound.
+        // One lap more or less looks the same to head and cursor, so a gap's count is a lower
+        // bound.
         const bool lost = info.gap != 0;
         if (!lost) {
             ASSERT_EQ(info.unread_records, accepted_.size())
@@ -119,8 +120,8 @@ class TakeOnce : public ::testing::TestWithParam<Ring> {
             write();
         const korx_reader_code code = korx_reader_ack(reader, &error);
         // Where the writers take a full lap as read they may run over what was just handed out.
-        const bool overrun = code == KORX_READER_CHANGED &&
-                             (info.gap != 0 || GetParam().kind == KORX_LOG_DIAG);
+        const bool overrun =
+            code == KORX_READER_CHANGED && (info.gap != 0 || GetParam().kind == KORX_LOG_DIAG);
         ASSERT_TRUE(code == KORX_READER_OK || overrun) << error.text;
         if (!first)
             refused_ = overrun;
@@ -166,8 +167,7 @@ TEST_P(TakeOnce, EveryAcceptedRecordIsTakenOnceAndInOrder) {
 INSTANTIATE_TEST_SUITE_P(Rings, TakeOnce,
                          ::testing::Values(Ring{KORX_LOG_SECURITY, 4096},
                                            Ring{KORX_LOG_SECURITY, 1900},
-                                           Ring{KORX_LOG_LIFE, 16384},
-                                           Ring{KORX_LOG_DIAG, 4096}),
+                                           Ring{KORX_LOG_LIFE, 16384}, Ring{KORX_LOG_DIAG, 4096}),
                          [](const auto& instance) {
                              return std::string(korx_log_kind_name(instance.param.kind)) +
                                     std::to_string(instance.param.limit);
