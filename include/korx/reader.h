@@ -33,10 +33,10 @@
  * The diagnostic text log and the space-full log have no such locks; any process may open them.
  *
  * Functions return KORX_READER_OK or another korx_reader_code and explain a failure in *error,
- * which may be null. No input makes them crash or hang: memory stays below about twice the file's
- * size and waiting below the lock time-out. A reader belongs to one thread at a time; different
- * readers may be used by different threads. Times are local times of TZ as it was when the reader
- * was opened. */
+ * which may be null. No input makes them crash or hang: memory stays below about four times the
+ * file's size and waiting below the lock time-out. A reader belongs to one thread at a time;
+ * different readers may be used by different threads. Times are local times of TZ as it was when
+ * the reader was opened. */
 #ifndef KORX_READER_H
 #define KORX_READER_H
 
