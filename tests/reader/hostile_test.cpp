@@ -426,4 +426,68 @@ TEST_F(Files, FollowedByMarkShowWhatIsNew) {
     korx_reader_close(reader);
 }
 
+TEST_F(Files, WhoseCursorCannotBeKeptSayWhatWasAcknowledged) {
+    make_ring();
+    korx_reader_options options = {};
+    options.cursor_path = "missing/cursor";
+    open_and_hand_out(1, &options);
+    EXPECT_EQ(korx_reader_ack(reader, &error), KORX_READER_CURSOR);
+    EXPECT_EQ(error.system_error, ENOENT);
+    EXPECT_EQ(head().uiDumpLen, head().uiLogLen / 3);
+    korx_reader_close(reader);
+
+    WriteFile("zelk.log", "[2026-11-24 12:00:00.000001][INFO][L:1 M:1][1]a\n");
+    ASSERT_EQ(korx_reader_open("zelk.log", KORX_LOG_AUTO, &options, &reader, &error),
+              KORX_READER_OK);
+    korx_record record = {};
+    ASSERT_EQ(korx_reader_next_unread(reader, &record), 1);
+    EXPECT_EQ(korx_reader_ack(reader, &error), KORX_READER_WRITE);
+    ASSERT_EQ(mkdir("missing", 0700), 0);
+    EXPECT_EQ(korx_reader_ack(reader, &error), KORX_READER_OK) << error.text;
+    korx_reader_close(reader);
+}
+
+TEST_F(Files, TakenWhileAnotherProcessWritesLoseNothing) {
+    const std::string path = "/dev/shm/ring";
+    ASSERT_EQ(DLOG_CheckAndCreateFile(path.c_str(), &fd), 0u);
+    constexpr unsigned kRecords = 4000;
+    const pid_t writer = fork();
+    if (writer == 0) {
+        (void) snprintf(g_stSLogInfo.acFileName, 256, "%s", path.c_str());
+        g_stSLogInfo.uiMaxSize = 6000;
+        for (unsigned i = 0; i < kRecords;) {
+            const uint32_t result =
+                KORX_SecurityEventLog(1, 2, 1, 3, i, "event %0*u", i % 60 + 1, i);
+            if (result == 0)
+                ++i;
+            else if (result != 99)
+                _exit(1);
+        }
+        _exit(0);
+    }
+    unsigned next = 0;
+    uint64_t gaps = 0;
+    while (next < kRecords && !HasFailure()) {
+        ASSERT_EQ(korx_reader_open(path.c_str(), KORX_LOG_SECURITY, nullptr, &reader, &error),
+                  KORX_READER_OK)
+            << error.text;
+        korx_reader_info info = {};
+        korx_reader_get_info(reader, &info);
+        gaps += info.gap;
+        ASSERT_EQ(info.damage, 0u);
+        korx_record record = {};
+        while (korx_reader_next_unread(reader, &record) == 1) {
+            ASSERT_TRUE(record.value == next || info.gap != 0) << record.value << ' ' << next;
+            next = record.value + 1;
+        }
+        const korx_reader_code code = korx_reader_ack(reader, &error);
+        ASSERT_TRUE(code == KORX_READER_OK || info.gap != 0) << error.text;
+        korx_reader_close(reader);
+    }
+    int status = 1;
+    (void) waitpid(writer, &status, 0);
+    EXPECT_EQ(status, 0);
+    RecordProperty("gaps", static_cast<int>(gaps));
+}
+
 }  // namespace
