@@ -94,6 +94,7 @@ TEST_F(Links, SafeLinkIsRelativeBelowOneRoot) {
         {d255, n127, root, n127, "", 0, d255 + n127},
         {d255 + "/", "f", root, "new", "kept", kInvalidParam, "kept"},
         {root, "f", root, n127 + "n", "", kInvalidParam, ""},
+        {root, n127 + "n", root, "new", "kept", kInvalidParam, "kept"},
         {e255, n127, "/opt/a/c", "l", "kept", 27, "kept"},
     };
     for (const auto& row : rows) {
@@ -146,6 +147,7 @@ TEST_F(Links, RelativePaths) {
         {"/opt/a/b/c/file", "/opt/a/link", 64, "b/c/file"},
         {"//opt//a/f", "/opt/a///b//l", 64, "../f"},
         {"/opt/ab/f", "/opt/a/l", 64, "../ab/f"},
+        {"/opt/a/f", "/opt/ab/l", 64, "../a/f"},
         {"/opt/f", "/opt/f/l", 64, "../f"},
         {"/opt/a/", "/opt/a/x", 64, ""},
         {"opt/a", "/opt/a/x", 64, ""},
@@ -177,15 +179,15 @@ TEST_F(Links, RelativePaths) {
 
 // What a walk saw, and where it is to turn.
 struct Seen {
-    Names directories, files;
-    std::string skip, stop_in, fail_at;
+    Names directories, files, skip;
+    std::string stop_in, fail_at;
     uint32_t flags = 0;  // as they came: 1 for a cleared and 2 for a set one, files' times 4
 
     static uint32_t Directory(const char*, const char* path, uint32_t* flag, void* context) {
         auto* const seen = static_cast<Seen*>(context);
         seen->directories.insert(path);
         seen->flags |= 1u << *flag;
-        *flag = path != seen->skip;
+        *flag = seen->skip.count(path) == 0;
         return path == seen->fail_at ? 77 : 0;
     }
     static uint32_t File(const char*, const char* path, uint32_t* flag, void* context) {
@@ -228,9 +230,10 @@ TEST_F(Walk, SeesEveryFileAndLinkOnce) {
 
 TEST_F(Walk, TurnsWhereItIsTold) {
     Seen skip, stop;
-    skip.skip = "a";
+    skip.skip = {"a", "b"};
     EXPECT_EQ(skip.walk("r"), 0u);
-    EXPECT_EQ(skip.files, (Names{"1", "b/6", "b/dangling", "to_directory"}));
+    EXPECT_EQ(skip.files, (Names{"1", "to_directory"}));
+    EXPECT_EQ(skip.flags, 2u + 4u) << "set again for the second one";
     stop.stop_in = "b/";
     EXPECT_EQ(stop.walk("r"), 0u);
     EXPECT_EQ(stop.files.size(), 6u) << "one of the two in b, and all others";
