@@ -1,0 +1,67 @@
+# bash completion for korx
+
+_korx() {
+    local kinds="text diag security life start process space all"
+    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
+    local words=() word i
+    COMPREPLY=()
+    # The words before this one that are no options: the command so far.
+    for ((i = 1; i < COMP_CWORD; ++i)); do
+        word=${COMP_WORDS[i]}
+        case $word in
+            -n | --lines | --since | --until | --level | --grep | --section | --process | --dir | \
+                -o | --output) ((++i)) ;;
+            -*) ;;
+            *) words+=("$word") ;;
+        esac
+    done
+
+    case $prev in
+        --level) mapfile -t COMPREPLY < <(compgen -W "debug info warning error fatal" -- "$cur") ;;
+        --section) mapfile -t COMPREPLY < <(compgen -W "FRAME PATCH CFL DBG" -- "$cur") ;;
+        --process)
+            mapfile -t COMPREPLY < <(compgen -W "QTMON zelk_agent ZELK_QR9T zelk DXN" -- "$cur")
+            ;;
+        --since | --until)
+            mapfile -t COMPREPLY < <(compgen -W "today yesterday 1h 15m" -- "$cur")
+            ;;
+        --dir) mapfile -t COMPREPLY < <(compgen -d -- "$cur") ;;
+        -o | --output) mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
+        -n | --lines | --grep) ;;
+        *)
+            local command="${words[0]-} ${words[1]-}" choices=
+            case $command in
+                " ") choices="log ini paths space doctor --help --version" ;;
+                "log ") choices="list show take verify --help" ;;
+                "ini ") choices="get set list check --help" ;;
+                "log list") choices="--json --dir --help" ;;
+                "log show")
+                    choices="--json --dir --lines --follow --since --until --level --grep \
+                        --ignore-case --section --process --unread --help"
+                    [[ ${#words[@]} -gt 2 ]] || choices+=" $kinds"
+                    ;;
+                "log take")
+                    choices="--json --dir --follow --output --help"
+                    [[ ${#words[@]} -gt 2 ]] || choices+=" $kinds"
+                    ;;
+                "log verify") choices="--json --dir --help $kinds" ;;
+                "ini get") choices="--json --raw --help" ;;
+                "ini set") choices="--keep-comments --existing --help" ;;
+                "ini list" | "ini check") choices="--json --help" ;;
+                "space ") choices="--json --no-record --help" ;;
+                "paths ") choices="--json --help" ;;
+                "doctor ") choices="--json --dir --help" ;;
+            esac
+            mapfile -t COMPREPLY < <(compgen -W "$choices" -- "$cur")
+            case $command in
+                "log show" | "log take" | "log verify" | ini\ ?*)
+                    if [[ $cur != -* ]]; then
+                        mapfile -t -O ${#COMPREPLY[@]} COMPREPLY < <(compgen -f -- "$cur")
+                        compopt -o filenames 2>/dev/null
+                    fi
+                    ;;
+            esac
+            ;;
+    esac
+}
+complete -F _korx korx
