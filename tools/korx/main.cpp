@@ -62,6 +62,7 @@ void AddShow(CLI::App& log, Commands& c) {
         ->type_name("KIND|FILE")
         ->required();
     show->add_option("-n,--lines", c.newest, "Only the N newest of the wanted records")
+        ->check(CLI::NonNegativeNumber)
         ->type_name("N");
     show->add_flag("-f,--follow", c.show.follow,
                    "Go on with what is written from now on; without -n and --since after the 10 "
