@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -42,6 +43,65 @@ void ClearInodeFlags(const std::string& path) {
         (void) ioctl(fd, FS_IOC_SETFLAGS, &flags);
     }
     close(fd);
+}
+
+// What lines() sends to /dev/log. No line looks like it: they all begin with their priority.
+constexpr std::string_view kQuestion = "what have you heard?";
+
+sockaddr_un LogAddress() {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    strcpy(address.sun_path, "/dev/log");
+    return address;
+}
+
+void SendAll(int fd, std::string_view data) {
+    while (!data.empty()) {
+        const ssize_t sent = send(fd, data.data(), data.size(), MSG_NOSIGNAL);
+        if (sent < 0 && errno != EINTR)
+            return;
+        data.remove_prefix(sent < 0 ? 0 : static_cast<size_t>(sent));
+    }
+}
+
+// False at the end of the stream.
+bool ReceiveAll(int fd, void* data, size_t size) {
+    char* bytes = static_cast<char*>(data);
+    while (size != 0) {
+        const ssize_t received = recv(fd, bytes, size, 0);
+        if (received == 0 || (received < 0 && errno != EINTR))
+            return false;
+        bytes += received < 0 ? 0 : received;
+        size -= received < 0 ? 0 : static_cast<size_t>(received);
+    }
+    return true;
+}
+
+void AppendSized(std::string* out, std::string_view data) {
+    const size_t size = data.size();
+    out->append(reinterpret_cast<const char*>(&size), sizeof size).append(data);
+}
+
+// The reader: collects datagrams, and hands over all since the last time when asked, until the
+// other end of control is closed.
+[[noreturn]] void Collect(int log, int control) {
+    const Untapped untapped;
+    static char datagram[65536];
+    std::string heard;
+    pollfd events[] = {{log, POLLIN, 0}, {control, POLLIN, 0}};
+    while (poll(events, std::size(events), -1) >= 0 && events[1].revents == 0) {
+        const ssize_t length = recv(log, datagram, sizeof datagram, 0);
+        const std::string_view line(datagram, length < 0 ? 0 : static_cast<size_t>(length));
+        if (line != kQuestion) {
+            AppendSized(&heard, line);
+            continue;
+        }
+        std::string answer;
+        AppendSized(&answer, heard);
+        SendAll(control, answer);
+        heard.clear();
+    }
+    _exit(0);
 }
 
 }  // namespace
@@ -111,42 +171,49 @@ SyslogTap::SyslogTap() : owner_(getpid()) {
         fprintf(stderr, "test support: tests run through scripts/sandbox\n");
         abort();
     }
-    constexpr int kReceiveBytes = 8 << 20;
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    strcpy(address.sun_path, "/dev/log");
+    const sockaddr_un address = LogAddress();
+    const auto* const name = reinterpret_cast<const sockaddr*>(&address);
+    int ends[2];
     (void) unlink(address.sun_path);
-    fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd_ < 0 || bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) < 0)
+    // What is closed again comes last: a test that looks for open descriptors meets no gap.
+    sender_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) < 0)
+        Die("socketpair");
+    const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (bind(log, name, sizeof address) < 0 || connect(sender_, name, sizeof address) < 0)
         Die("/dev/log");
-    (void) setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &kReceiveBytes, sizeof kReceiveBytes);
 
-    // The queue holds a dozen datagrams, then syslog blocks: somebody must read all the time.
-    if (pipe2(stop_, O_CLOEXEC) < 0 || pthread_create(&thread_, nullptr, Run, this) != 0)
-        Die("syslog reader");
+    fflush(nullptr);
+    reader_ = fork();
+    if (reader_ < 0)
+        Die("system log reader");
+    if (reader_ == 0) {
+        close(ends[0]);
+        close(sender_);
+        (void) setsid();  // no signal to the test's group meets it
+        Collect(log, ends[1]);
+    }
+    close(log);
+    close(ends[1]);
+    control_ = ends[0];
 }
 
 SyslogTap::~SyslogTap() {
     const Untapped untapped;
-    if (in_owner()) {
-        close(stop_[1]);
-        pthread_join(thread_, nullptr);
+    if (getpid() == owner_) {
+        // Its end is awaited: while its socket lives, syslog would go on sending to it.
+        (void) shutdown(control_, SHUT_WR);
+        while (waitpid(reader_, nullptr, 0) < 0 && errno == EINTR) {
+        }
         (void) unlink("/dev/log");
-    } else {
-        close(stop_[1]);
     }
-    close(stop_[0]);
-    close(fd_);
+    close(control_);
+    close(sender_);
 }
 
 std::vector<SyslogLine> SyslogTap::lines() {
-    if (!in_owner())
-        return lines_;  // the reader may have held the mutex when this child was forked
-    pthread_mutex_lock(&mutex_);
-    drain();
-    std::vector<SyslogLine> copy = lines_;
-    pthread_mutex_unlock(&mutex_);
-    return copy;
+    fetch();
+    return lines_;
 }
 
 std::vector<std::string> SyslogTap::texts() {
@@ -157,38 +224,26 @@ std::vector<std::string> SyslogTap::texts() {
 }
 
 void SyslogTap::clear() {
-    if (!in_owner()) {
-        lines_.clear();
-        return;
-    }
-    pthread_mutex_lock(&mutex_);
-    drain();
+    fetch();
     lines_.clear();
-    pthread_mutex_unlock(&mutex_);
 }
 
-void* SyslogTap::Run(void* self) {
+// The question goes through /dev/log, so it comes behind all lines that were sent before.
+void SyslogTap::fetch() {
     const Untapped untapped;
-    auto& tap = *static_cast<SyslogTap*>(self);
-    pollfd events[] = {{tap.fd_, POLLIN, 0}, {tap.stop_[0], POLLIN, 0}};
-    while (poll(events, std::size(events), -1) >= 0 || errno == EINTR) {
-        pthread_mutex_lock(&tap.mutex_);
-        tap.drain();
-        pthread_mutex_unlock(&tap.mutex_);
-        if (events[1].revents != 0)
-            break;
-    }
-    return nullptr;
-}
-
-void SyslogTap::drain() {
-    char datagram[65536];
-    for (;;) {
-        const ssize_t length = recv(fd_, datagram, sizeof datagram, MSG_DONTWAIT);
-        if (length >= 0)
-            add({datagram, static_cast<size_t>(length)});
-        else if (errno != EINTR)
-            return;
+    if (getpid() != owner_)
+        return;
+    SendAll(sender_, kQuestion);
+    size_t size = 0;
+    if (!ReceiveAll(control_, &size, sizeof size))
+        Die("the system log reader is gone");
+    std::string heard(size, '\0');
+    if (!ReceiveAll(control_, heard.data(), size))
+        Die("the system log reader is gone");
+    for (std::string_view rest = heard; !rest.empty();) {
+        memcpy(&size, rest.data(), sizeof size);
+        add(rest.substr(sizeof size, size));
+        rest.remove_prefix(sizeof size + size);
     }
 }
 
@@ -202,10 +257,6 @@ void SyslogTap::add(std::string_view datagram) {
     else
         lines_.push_back(
             {LOG_PRI(atoi(datagram.data() + 1)), std::string(datagram.substr(colon + 2))});
-}
-
-bool SyslogTap::in_owner() const {
-    return getpid() == owner_;
 }
 
 }  // namespace korx::test

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/types.h>
 
 #include <iosfwd>
@@ -44,7 +43,11 @@ struct SyslogLine {
 std::ostream& operator<<(std::ostream& out, const SyslogLine& line);
 
 // Stands in for the system log daemon at /dev/log. Lines of forked children arrive too, in the
-// parent's tap: a child's own copy stays as it was at the fork.
+// parent's tap: a child's own copy stays as it was at the fork. For one thread at a time.
+//
+// The socket's queue holds a dozen lines, then syslog blocks: somebody must read all the time. That
+// is a process and not a thread, because a test that forks should have but one thread: the thread
+// sanitizer and qemu do not bear threads in children of a threaded process.
 class SyslogTap {
   public:
     SyslogTap();
@@ -57,16 +60,13 @@ class SyslogTap {
     void clear();
 
   private:
-    static void* Run(void* self);
-    void drain();  // the caller holds mutex_
+    void fetch();
     void add(std::string_view datagram);
-    bool in_owner() const;
 
-    int fd_ = -1;
-    int stop_[2] = {-1, -1};
     pid_t owner_ = 0;
-    pthread_t thread_ = {};
-    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+    pid_t reader_ = 0;
+    int sender_ = -1;   // a client of /dev/log, for the question that lines() asks
+    int control_ = -1;  // here the reader answers
     std::vector<SyslogLine> lines_;
 };
 
