@@ -1,19 +1,17 @@
 // The reader against the real writers: whatever is written and taken in whatever order, each record
 // that a writer accepted is taken once and in order.
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <deque>
 #include <random>
 #include <string>
 
 #include "korx/plog.h"
-#include "korx/reader.h"
+#include "reader/log_reader.h"
 
 namespace {
+
+using korx::test::LogReader;
 
 constexpr uint32_t kDiscarded = 99;
 
@@ -30,17 +28,7 @@ struct Ring {
 
 class TakeOnce : public ::testing::TestWithParam<Ring> {
   protected:
-    void SetUp() override {
-        ASSERT_EQ(mkdtemp(directory_), directory_);
-        path_ = std::string(directory_) + "/ring";
-        ASSERT_EQ(DLOG_CheckAndCreateFile(path_.c_str(), &fd_), 0u);
-    }
-    void TearDown() override {
-        (void) close(fd_);
-        for (const char* name : {"/ring", "/ring.cursor"})
-            (void) unlink((directory_ + std::string(name)).c_str());
-        (void) rmdir(directory_);
-    }
+    void SetUp() override { ASSERT_EQ(DLOG_CheckAndCreateFile(kPath, &fd_), 0u); }
 
     // A record of any length up to the longest, some with line ends in their message.
     std::string make_record() {
@@ -75,14 +63,10 @@ class TakeOnce : public ::testing::TestWithParam<Ring> {
     }
 
     void take() {
-        korx_reader* reader = nullptr;
-        korx_reader_error error = {};
-        ASSERT_EQ(korx_reader_open(path_.c_str(), GetParam().kind, nullptr, &reader, &error),
-                  KORX_READER_OK)
-            << error.text;
-        korx_reader_info info = {};
-        korx_reader_get_info(reader, &info);
-        ASSERT_EQ(info.damage, 0u) << first_damage(reader);
+        LogReader log(kPath, GetParam().kind);
+        ASSERT_EQ(log.code, KORX_READER_OK) << log.error.text;
+        const korx_reader_info& info = log.info;
+        ASSERT_EQ(info.damage, 0u) << first_damage(log.it);
         gaps_ += info.gap;
         // One lap more or less looks the same to head and cursor, so a gap's count is a lower
         // bound.
@@ -93,11 +77,11 @@ class TakeOnce : public ::testing::TestWithParam<Ring> {
                 << " gap " << info.gap;
         }
 
-        korx_record record = {};
+        const korx_record& record = log.record;
         const size_t missing_before = missing_;
         const size_t most = random_() % 3 == 0 ? random_() % 20 : SIZE_MAX;
         bool first = true;
-        for (size_t i = 0; i < most && korx_reader_next_unread(reader, &record) == 1; ++i) {
+        for (size_t i = 0; i < most && log.next_unread() == 1; ++i) {
             const std::string text(record.text, record.length);
             // Only behind a reported gap may records be missing, and only the oldest ones.
             while (lost && first && !accepted_.empty() && accepted_.front() != text) {
@@ -118,14 +102,13 @@ class TakeOnce : public ::testing::TestWithParam<Ring> {
         // Between copy and acknowledgement a writer may come in.
         if (random_() % 8 == 0)
             write();
-        const korx_reader_code code = korx_reader_ack(reader, &error);
+        const korx_reader_code code = log.ack();
         // Where the writers take a full lap as read they may run over what was just handed out.
         const bool overrun =
             code == KORX_READER_CHANGED && (info.gap != 0 || GetParam().kind == KORX_LOG_DIAG);
-        ASSERT_TRUE(code == KORX_READER_OK || overrun) << error.text;
+        ASSERT_TRUE(code == KORX_READER_OK || overrun) << log.error.text;
         if (!first)
             refused_ = overrun;
-        korx_reader_close(reader);
     }
 
     static std::string first_damage(const korx_reader* reader) {
@@ -134,8 +117,7 @@ class TakeOnce : public ::testing::TestWithParam<Ring> {
         return std::string(damage.text) + " at " + std::to_string(damage.offset);
     }
 
-    char directory_[32] = "/dev/shm/korx_reader.XXXXXX";
-    std::string path_;
+    static constexpr char kPath[] = "/dev/shm/ring";
     int fd_ = 0;
     uint32_t serial_ = 1;
     std::mt19937 random_;

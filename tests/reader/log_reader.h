@@ -1,0 +1,52 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "korx/reader.h"
+#include "support/fixture.h"
+
+namespace korx::test {
+
+// A reader of a file or of bytes, and what it said last. For a short time, as readers are.
+struct LogReader {
+    LogReader(const std::string& path, korx_log_kind kind,
+              const korx_reader_options* options = nullptr)
+        : code(korx_reader_open(path.c_str(), kind, options, &it, &error)) {
+        begin();
+        if (code != KORX_READER_OK) {
+            EXPECT_NE(std::string(error.text).find(path), std::string::npos) << error.text;
+        }
+    }
+    LogReader(std::string_view bytes, korx_log_kind kind, const std::string& header) {
+        korx_reader_options options = {};
+        options.name = "zelk";
+        options.header = header.data();
+        options.header_length = header.size();
+        code = korx_reader_open_memory(bytes.data(), bytes.size(), kind, &options, &it, &error);
+        EXPECT_EQ(code, KORX_READER_OK) << error.text;
+        begin();
+    }
+    ~LogReader() { korx_reader_close(it); }
+    LogReader(const LogReader&) = delete;
+    LogReader& operator=(const LogReader&) = delete;
+
+    int next() { return korx_reader_next(it, &record); }
+    int next_unread() { return korx_reader_next_unread(it, &record); }
+    korx_reader_code ack() { return korx_reader_ack(it, &error); }
+
+    korx_reader* it = nullptr;
+    korx_reader_error error = {};
+    korx_reader_code code;
+    korx_reader_info info = {};
+    korx_record record = {};
+
+  private:
+    void begin() {
+        EXPECT_EQ(it == nullptr, code != KORX_READER_OK);
+        if (it != nullptr)
+            korx_reader_get_info(it, &info);
+    }
+};
+
+}  // namespace korx::test
