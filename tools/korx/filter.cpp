@@ -68,11 +68,13 @@ bool Filter::selects_all() const {
 
 bool Filter::matches_expression(const korx_record& record) const {
     const bool has_message = (record.fields & KORX_FIELD_MESSAGE) != 0;
+    const char* const text = has_message ? record.message : record.text;
+    // A copy, because not every regexec leaves what is behind the end alone.
+    const std::string copy(text, has_message ? record.message_length : record.length);
     regmatch_t range;
     range.rm_so = 0;
-    range.rm_eo = static_cast<regoff_t>(has_message ? record.message_length : record.length);
-    return regexec(expression_.get(), has_message ? record.message : record.text, 1, &range,
-                   REG_STARTEND) == 0;
+    range.rm_eo = static_cast<regoff_t>(copy.size());
+    return regexec(expression_.get(), copy.c_str(), 1, &range, REG_STARTEND) == 0;
 }
 
 bool Filter::matches(const korx_record& record) const {
