@@ -19,25 +19,20 @@ std::string After(const std::string& text, Call call) {
 }
 
 TEST(Trim, TakesQuotesBeforeBlanksAtTheEndAndBlanksBeforeQuotesAtTheStart) {
-    struct Row {
-        const char* text;
-        const char* start;
-        const char* end;
-        const char* both;
-    };
-    for (const Row& row : {
-             Row{"", "", "", ""},
-             Row{"abc", "abc", "abc", "abc"},
-             Row{"  \"abc\"", "abc\"", "  \"abc", "abc"},
-             Row{"\"abc\"  ", "abc\"  ", "\"abc\"", "abc\""},
-             Row{"\" a \"", " a \"", "\" a", " a"},
-             Row{"a \" \"\"", "a \" \"\"", "a \"", "a \""},
-             Row{"    ", "", "", ""},
-             Row{"\"\"\"", "", "", ""},
-             Row{"  \"\"", "", "", ""},
-             Row{"\"\"  ", "  ", "\"\"", ""},
-             Row{"\ta\t", "\ta\t", "\ta\t", "\ta\t"},
-         }) {
+    const struct {
+        const char *text, *start, *end, *both;
+    } rows[] = {{"", "", "", ""},
+                {"abc", "abc", "abc", "abc"},
+                {"  \"abc\"", "abc\"", "  \"abc", "abc"},
+                {"\"abc\"  ", "abc\"  ", "\"abc\"", "abc\""},
+                {"\" a \"", " a \"", "\" a", " a"},
+                {"a \" \"\"", "a \" \"\"", "a \"", "a \""},
+                {"    ", "", "", ""},
+                {"\"\"\"", "", "", ""},
+                {"  \"\"", "", "", ""},
+                {"\"\"  ", "  ", "\"\"", ""},
+                {"\ta\t", "\ta\t", "\ta\t", "\ta\t"}};
+    for (const auto& row : rows) {
         const auto run = [&](auto trim) {
             return After(row.text, [&](char* text) { EXPECT_EQ(trim(text), 0u); });
         };
@@ -57,20 +52,14 @@ TEST(Trim, LeavesTheTextWhenMemoryIsShort) {
 }
 
 TEST(Trim, RemovesOneLineEnd) {
-    for (const auto& [text, left] : {
-             std::pair{"", ""},
-             {"\n", "\n"},
-             {"\r\n", "\r"},
-             {"a\n", "a"},
-             {"ab", "ab"},
-             {"ab\r\n", "ab"},
-             {"a\r\n", "a"},
-             {"abc\r", "abc"},
-             {"abc\n", "abc"},
-             {"ab\n\r", "ab\n"},
-             {"ab\r\n\r\n", "ab\r\n"},
-             {"ab\n\n", "ab\n"},
-         })
+    const std::pair<const char*, const char*> rows[] = {
+        {"", ""},           {"\n", "\n"},
+        {"\r\n", "\r"},     {"a\n", "a"},
+        {"ab", "ab"},       {"ab\r\n", "ab"},
+        {"a\r\n", "a"},     {"abc\r", "abc"},
+        {"ab\n\r", "ab\n"}, {"ab\r\n\r\n", "ab\r\n"},
+        {"ab\n\n", "ab\n"}};
+    for (const auto& [text, left] : rows)
         EXPECT_EQ(After(text, [](char* t) { ORX_RemoveLastRn(t, 0); }), left) << text;
     ORX_RemoveLastRn(nullptr, 1);
 }
@@ -78,14 +67,10 @@ TEST(Trim, RemovesOneLineEnd) {
 TEST(Trim, KnowsAllSpace) {
     EXPECT_EQ(ORX_StringTrim(nullptr), 0x0FFFFFFFu);
     EXPECT_EQ(ORX_IsSpaceString(nullptr), 1u);
-    for (const auto& [text, left] : {
-             std::pair{"", ""},
-             {" \t\n\v\f\r", ""},
-             {"\va b\t", "a b"},
-             {"\" a\"", "\" a\""},
-             {"a", "a"},
-             {" \xE9 ", "\xE9"},
-         }) {
+    const std::pair<const char*, const char*> rows[] = {{"", ""},           {" \t\n\v\f\r", ""},
+                                                        {"\va b\t", "a b"}, {"\" a\"", "\" a\""},
+                                                        {"a", "a"},         {" \xE9 ", "\xE9"}};
+    for (const auto& [text, left] : rows) {
         EXPECT_EQ(After(text, [](char* t) { EXPECT_EQ(ORX_StringTrim(t), 0u); }), left);
         EXPECT_EQ(ORX_IsSpaceString(text), *left == '\0' ? 1u : 0u);
     }
