@@ -17,18 +17,22 @@ struct List : ::testing::Test {
             node[i].pData = &names[i];
     }
 
-    // The names from the front; what the way back or the count says otherwise is appended.
+    // The names from the front, which the way back and the count must confirm.
     std::string order() {
         std::string there, back;
         for (KORX_DllNode* n = head.stNode.pstNext; n != &head.stNode; n = n->pstNext)
             there += *static_cast<char*>(n->pData);
         for (KORX_DllNode* n = head.stNode.pstPrev; n != &head.stNode; n = n->pstPrev)
             back.insert(back.begin(), *static_cast<char*>(n->pData));
-        return there == back && there.size() == head.uiCount
-                   ? there
-                   : there + "/" + back + "/" + std::to_string(head.uiCount);
+        EXPECT_EQ(there, back);
+        EXPECT_EQ(there.size(), head.uiCount);
+        return there;
     }
     void append(KORX_DllNode* n) { KORX_DllInsert(&head, head.stNode.pstPrev, n); }
+    void append_all() {
+        for (KORX_DllNode& n : node)
+            append(&n);
+    }
 
     char names[4] = {'a', 'b', 'c', 'd'};
     KORX_DllNode node[4] = {};
@@ -49,8 +53,7 @@ TEST_F(List, LinksAtEveryPlace) {
 }
 
 TEST_F(List, UnlinksOnlyWhatIsLinked) {
-    for (KORX_DllNode& n : node)
-        append(&n);
+    append_all();
     KORX_DllDelete(&head, &node[1]);
     EXPECT_EQ(order(), "acd");
     KORX_DllDelete(&head, &node[1]);
@@ -78,8 +81,7 @@ TEST_F(List, UnlinksOnlyWhatIsLinked) {
 uint32_t calls;
 
 TEST_F(List, FindsTheFirstMatchAndVisitsAll) {
-    for (KORX_DllNode& n : node)
-        append(&n);
+    append_all();
     names[2] = names[1];
     const auto find = [this](char name) {
         calls = 0;
@@ -112,10 +114,9 @@ TEST_F(List, FreesDataThenNodeWhateverTheCount) {
     static std::vector<void*> freed;
     std::vector<void*> expected;
     for (int i = 0; i < 2; ++i) {
-        auto* const n = static_cast<KORX_DllNode*>(malloc(sizeof(KORX_DllNode)));
-        n->pData = malloc(1);
+        auto* const n = static_cast<KORX_DllNode*>(calloc(1, sizeof(KORX_DllNode)));
+        expected.insert(expected.end(), {n->pData = malloc(1), n});
         append(n);
-        expected.insert(expected.end(), {n->pData, n});
     }
     head.uiCount = 0;
     KORX_DllFreeAll(&head, [](void* memory) {

@@ -36,8 +36,7 @@ TEST(Tlv, PacksRecordsOneAfterAnother) {
 
 TEST(Tlv, WritesNothingThatDoesNotFit) {
     struct Row {
-        int16_t left;
-        uint16_t length;
+        int left, length;
         bool fits;
     };
     static char value[0xFFFF], buffer[0x8000];
@@ -47,10 +46,10 @@ TEST(Tlv, WritesNothingThatDoesNotFit) {
           Row{32767, 65535, false}, Row{-1, 0, false}, Row{-32768, 32763, false}}) {
         for (bool with_type : {true, false}) {
             memset(buffer, 'x', sizeof buffer);
-            int16_t left = row.left;
-            const bool done = with_type
-                                  ? ORX_AppendTLV(buffer, &left, 1, row.length, value) != nullptr
-                                  : ORX_SetValue(buffer, &left, row.length, value) == 0;
+            auto left = int16_t(row.left);
+            const auto length = uint16_t(row.length);
+            const bool done = with_type ? ORX_AppendTLV(buffer, &left, 1, length, value) != nullptr
+                                        : ORX_SetValue(buffer, &left, length, value) == 0;
             EXPECT_EQ(done, row.fits) << row.left << " " << row.length;
             EXPECT_EQ(left, row.fits ? row.left - row.length - 4 : row.left);
             EXPECT_EQ(buffer[0] == 'x', !(row.fits && with_type));
@@ -59,16 +58,15 @@ TEST(Tlv, WritesNothingThatDoesNotFit) {
         }
     }
     int16_t left = 10;
-    EXPECT_EQ(ORX_AppendTLV(nullptr, &left, 1, 1, "a"), nullptr);
-    EXPECT_EQ(ORX_AppendTLV(buffer, nullptr, 1, 1, "a"), nullptr);
-    EXPECT_EQ(ORX_SetValue(nullptr, &left, 1, "a"), 0xFFFFFFFFu);
-    EXPECT_EQ(ORX_SetValue(buffer, nullptr, 1, "a"), 0xFFFFFFFFu);
-
     memset(buffer, 'x', 8);  // a value that cannot be copied leaves only its length behind
     EXPECT_EQ(ORX_AppendTLV(buffer, &left, 1, 2, nullptr), nullptr);
     EXPECT_EQ(ORX_SetValue(buffer, &left, 2, nullptr), 0xFFFFFFFFu);
     EXPECT_EQ(std::string(buffer, 5), Bytes({'x', 'x', 2, 0, 'x'}));
     EXPECT_EQ(left, 10);
+    EXPECT_EQ(ORX_AppendTLV(nullptr, &left, 1, 1, "a"), nullptr);
+    EXPECT_EQ(ORX_AppendTLV(buffer, nullptr, 1, 1, "a"), nullptr);
+    EXPECT_EQ(ORX_SetValue(nullptr, &left, 1, "a"), 0xFFFFFFFFu);
+    EXPECT_EQ(ORX_SetValue(buffer, nullptr, 1, "a"), 0xFFFFFFFFu);
 }
 
 TEST(Tlv, ReadsTheFirstRecordOfATypeAndNeverBeyondTheBuffer) {
@@ -98,19 +96,12 @@ TEST(Tlv, ReadsTheFirstRecordOfATypeAndNeverBeyondTheBuffer) {
         uint16_t length = 0xAAAA;
         const void* value = &length;
         char text[8] = "old";
-        EXPECT_EQ(ORX_GetVFromTLV(buffer.get(), size, 5, &length, &value),
-                  row.found < 0 ? 0xFFFFFFFFu : 0u)
+        const bool none = row.found < 0;
+        EXPECT_EQ(ORX_GetVFromTLV(buffer.get(), size, 5, &length, &value), none ? 0xFFFFFFFF : 0);
+        EXPECT_EQ(value, none ? static_cast<void*>(&length) : buffer.get() + row.found) << row.what;
+        EXPECT_EQ(ORX_GetStrByTlvType(5, buffer.get(), size, text, sizeof text), none ? 1u : 0u);
+        EXPECT_EQ(text, none ? "old" : std::string(static_cast<const char*>(value), length))
             << row.what;
-        EXPECT_EQ(ORX_GetStrByTlvType(5, buffer.get(), size, text, sizeof text),
-                  row.found < 0 ? 1u : 0u)
-            << row.what;
-        if (row.found < 0) {
-            EXPECT_STREQ(text, "old");
-            EXPECT_EQ(value, &length);
-            continue;
-        }
-        EXPECT_EQ(value, buffer.get() + row.found) << row.what;
-        EXPECT_EQ(text, std::string(static_cast<const char*>(value), length)) << row.what;
     }
 }
 

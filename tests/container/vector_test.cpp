@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <utility>
+
 #include "korx/container.h"
 #include "support/faults.h"
 
@@ -20,41 +22,34 @@ struct Vector : ::testing::Test {
     int here[4] = {};  // elements that free() would not survive
 };
 
-TEST_F(Vector, AppendsAndDoubles) {
+TEST_F(Vector, FillsTheLowestHole) {
     EXPECT_EQ(v->uiCapacity, 1u);
     EXPECT_EQ(ORX_VEC_VectorEmptySlot(v), 0u);
     for (uint32_t i : {0, 1, 2})
         EXPECT_EQ(append(&here[i]), i);
     EXPECT_EQ(v->uiCapacity, 4u);
     EXPECT_EQ(v->ppSlots[3], nullptr);
-    for (uint32_t i : {0, 1, 2})
+    append(&here[3]);
+    for (uint32_t i : {0, 1, 2, 3})
         EXPECT_EQ(v->ppSlots[i], &here[i]);
-    EXPECT_EQ(ORX_VEC_VectorCount(v), 3u);
-}
-
-TEST_F(Vector, FillsTheLowestHole) {
-    for (int& element : here)
-        append(&element);
-    EXPECT_EQ(ORX_VEC_VectorSetIndex(v, 2, nullptr), 2u);
-    EXPECT_EQ(ORX_VEC_VectorSetIndex(v, 1, nullptr), 1u);
+    for (uint32_t i : {2, 1})
+        EXPECT_EQ(ORX_VEC_VectorSetIndex(v, i, nullptr), i);
     EXPECT_EQ(v->uiUsedSlots, 4u);
     EXPECT_EQ(ORX_VEC_VectorCount(v), 2u);
-    EXPECT_EQ(append(&here[1]), 1u);
-    EXPECT_EQ(append(&here[2]), 2u);
+    for (uint32_t i : {1, 2})
+        EXPECT_EQ(append(&here[i]), i);
     EXPECT_EQ(ORX_VEC_VectorEmptySlot(v), 4u);
 }
 
 TEST_F(Vector, ReachesAnyIndexByDoubling) {
     EXPECT_EQ(ORX_VEC_VectorSetIndex(v, 10, here), 10u);
-    EXPECT_EQ(v->uiCapacity, 16u);
-    EXPECT_EQ(v->uiUsedSlots, 11u);
     EXPECT_EQ(ORX_VEC_VectorCount(v), 1u);
     EXPECT_EQ(ORX_VEC_VectorEmptySlot(v), 0u);
-    EXPECT_EQ(ORX_VEC_VectorEnsure(v, 15), 0u);
-    EXPECT_EQ(v->uiCapacity, 16u);
-    EXPECT_EQ(ORX_VEC_VectorEnsure(v, 16), 0u);
-    EXPECT_EQ(v->uiCapacity, 32u);
-    EXPECT_EQ(v->uiUsedSlots, 11u);
+    for (uint32_t index : {10, 15, 16}) {
+        EXPECT_EQ(ORX_VEC_VectorEnsure(v, index), 0u);
+        EXPECT_EQ(v->uiCapacity, index < 16 ? 16u : 32u);
+        EXPECT_EQ(v->uiUsedSlots, 11u);
+    }
 }
 
 TEST_F(Vector, StaysAsItIsWhenItCannotGrow) {
@@ -80,46 +75,43 @@ TEST_F(Vector, StaysAsItIsWhenItCannotGrow) {
     }
 }
 
-TEST_F(Vector, ClearsEveryAllocatedSlotAndKeepsTheCapacity) {
-    ORX_VEC_VectorSetIndex(v, 1, block());
-    ORX_VEC_VectorEnsure(v, 7);
-    v->ppSlots[7] = block();
-    ORX_VEC_VectorClearAll(v);
-    EXPECT_EQ(v->uiUsedSlots, 0u);
-    EXPECT_EQ(v->uiCapacity, 8u);
-    EXPECT_EQ(v->ppSlots[1], nullptr);
-    EXPECT_EQ(v->ppSlots[7], nullptr);
-}
-
-TEST_F(Vector, FreesAsManySlotsAsThereAreElements) {
+TEST_F(Vector, FreesWhatIsAllocated) {
     ORX_VEC_VectorSetIndex(v, 1, block());
     ORX_VEC_VectorSetIndex(v, 3, here);  // two elements: slots 0 and 1
     ORX_FreeVectorNodes(v);
     EXPECT_EQ(v->ppSlots[1], nullptr);
-    EXPECT_EQ(v->ppSlots[3], here);
+    EXPECT_EQ(std::exchange(v->ppSlots[3], nullptr), here);
     EXPECT_EQ(v->uiUsedSlots, 4u);
+    ORX_VEC_VectorEnsure(v, 7);
+    v->ppSlots[1] = block();
+    v->ppSlots[7] = block();
+    ORX_VEC_VectorClearAll(v);
+    EXPECT_EQ(v->uiUsedSlots, 0u);
+    EXPECT_EQ(v->uiCapacity, 8u);
+    for (uint32_t i : {1, 7})
+        EXPECT_EQ(v->ppSlots[i], nullptr);
 }
 
 TEST_F(Vector, TakesNull) {
     ORX_VEC_VectorFree(nullptr);
+    ORX_VEC_Vector no_slots = {.uiUsedSlots = 3, .uiCapacity = 4, .ppSlots = nullptr};
+    for (ORX_VEC_Vector* none : {static_cast<ORX_VEC_Vector*>(nullptr), &no_slots}) {
+        EXPECT_EQ(ORX_VEC_VectorCount(none), 0u);
+        ORX_FreeVectorNodes(none);
+    }
+    EXPECT_EQ(no_slots.uiUsedSlots, 3u);
     ORX_VEC_VectorClearAll(nullptr);
-    ORX_FreeVectorNodes(nullptr);
+    ORX_VEC_VectorClearAll(&no_slots);
     EXPECT_EQ(ORX_VEC_VectorEnsure(nullptr, 0), 0x0FFFFFFFu);
     EXPECT_EQ(ORX_VEC_VectorEmptySlot(nullptr), kFailedSlot);
     EXPECT_EQ(ORX_VEC_VectorSet(nullptr, here), kFailedSlot);
     EXPECT_EQ(ORX_VEC_VectorSetIndex(nullptr, 0, here), kFailedSlot);
-    EXPECT_EQ(ORX_VEC_VectorCount(nullptr), 0u);
-    ORX_VEC_Vector no_slots = {.uiUsedSlots = 3, .uiCapacity = 4, .ppSlots = nullptr};
-    EXPECT_EQ(ORX_VEC_VectorCount(&no_slots), 0u);
-    ORX_FreeVectorNodes(&no_slots);
-    EXPECT_EQ(no_slots.uiUsedSlots, 3u);
-    ORX_VEC_VectorClearAll(&no_slots);
     EXPECT_EQ(no_slots.uiUsedSlots, 0u);
 
     char bytes[4] = {'a', 'b', 'c', 'd'};
     EXPECT_EQ(ORX_VEC_Bzero(nullptr, 1), 0x0FFFFFFFu);
-    EXPECT_EQ(ORX_VEC_Bzero(bytes, 0), 0u);
-    EXPECT_EQ(ORX_VEC_Bzero(bytes + 1, 2), 0u);
+    for (uint32_t count : {0, 2})
+        EXPECT_EQ(ORX_VEC_Bzero(bytes + 1, count), 0u);
     EXPECT_EQ(std::string(bytes, 4), std::string("a\0\0d", 4));
 }
 
@@ -142,8 +134,7 @@ TEST(Stack, GivesBackInReverse) {
     EXPECT_EQ(ORX_IsStackEmpty(stack), 0u);
     for (int i : {2, 1, 0}) {
         EXPECT_EQ(ORX_GetStackTopElement(stack, &out), 0u);
-        EXPECT_EQ(out, pushed[i]);
-        out = &out;
+        EXPECT_EQ(std::exchange(out, &out), pushed[i]);
         EXPECT_EQ(ORX_PopStack(stack, &out), 0u);
         EXPECT_EQ(out, pushed[i]);
     }
