@@ -1,12 +1,18 @@
-// What the tests of files, protection, resolution and links share.
+// What the tests of this room share.
 #pragma once
 
+#include <errno.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <functional>
+
 #include "korx/fs.h"
+#include "support/faults.h"
 #include "support/fixture.h"
+#include "support/processes.h"
 
 namespace korx::test {
 
@@ -19,10 +25,8 @@ struct FsTest : RoomTest {
     std::string logged() {
         std::string all;
         for (const SyslogLine& line : syslog.lines())
-            all += (line.priority == 3   ? "E "
-                    : line.priority == 4 ? "W "
-                                         : "I ") +
-                   line.text.substr(line.text.rfind("[0] ", 0) == 0 ? 4 : 0);
+            all += "???EW?I"[line.priority] +
+                   (" " + line.text.substr(line.text.starts_with("[0] ") ? 4 : 0));
         syslog.clear();
         return all;
     }

@@ -1,24 +1,17 @@
-#include <errno.h>
-#include <fcntl.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <regex>
 
-#include "korx/fs.h"
+#include "fs/fs_test.h"
 #include "korx/log.h"
 #include "korx/path.h"
-#include "support/faults.h"
-#include "support/fixture.h"
-#include "support/processes.h"
 
 namespace korx::test {
 namespace {
 
 constexpr char kStamp[] = R"(\[20\d{6}-\d\d:\d\d:\d\d\.\d{6}\])";
 
-struct SpaceFull : RoomTest {
+struct SpaceFull : FsTest {
     SpaceFull() {
         MakeDirs(tree.path("logs"));
         g_stPtnPath = {};
@@ -27,11 +20,11 @@ struct SpaceFull : RoomTest {
     std::string log() { return ReadFile("logs/orx_spacefull.log"); }
 };
 
-std::string Record(const std::string& name, const std::string& value) {
-    const auto padded = [](const std::string& text, size_t width) {
-        return std::string(width > text.size() ? width - text.size() : 0, ' ') + text;
-    };
-    return padded(name, 100) + padded(value, 10) + "\r\n";
+std::string Record(const std::string& name, const char* value) {
+    std::string text(200, ' ');
+    const int length = snprintf(text.data(), text.size(), "%100s%10s\r\n", name.c_str(), value);
+    text.resize(size_t(length));
+    return text;
 }
 
 bool Matches(const std::string& text, const std::string& before, const std::string& record) {
@@ -72,11 +65,9 @@ TEST_F(SpaceFull, WritesToStandardOutputWhenThereIsNoLog) {
 TEST_F(SpaceFull, ReportsAMissingDirectory) {
     rmdir("logs");
     ORX_SpaceFull("/var", 1);
-    const std::vector<std::string> texts = syslog.texts();
-    ASSERT_FALSE(texts.empty());
-    EXPECT_EQ(texts.back(), "[0] Get the abolute path and file name of file " +
-                                tree.path("logs/orx_spacefull.log") +
-                                " unsuccessfully when space is full.\n");
+    EXPECT_TRUE(logged().ends_with("E Get the abolute path and file name of file " +
+                                   tree.path("logs/orx_spacefull.log") +
+                                   " unsuccessfully when space is full.\n"));
 }
 
 TEST_F(SpaceFull, RecordsTheUsageOfEachFileSystem) {
