@@ -1,15 +1,12 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <string.h>
-#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include "korx/plog.h"
 #include "support/faults.h"
-#include "support/fixture.h"
-#include "support/processes.h"
+#include "support/records.h"
 
 namespace korx::test {
 namespace {
@@ -19,7 +16,7 @@ constexpr uint32_t kAll = 0xFFFFFFFF;
 struct LogFile : RoomTest {
     LogFile() {
         MakeDirs(tree.path("logs"));
-        WriteFile("/etc/base.d/base.conf", "[PATH]\nLOG_PATH=" + tree.path("logs") + "\n");
+        SetLogPath(tree.path("logs"));
     }
 };
 
@@ -43,9 +40,7 @@ TEST_F(LogFile, SetsUpOnceAndBindsNoAgentThatIsNotThere) {
     EXPECT_EQ(g_acSTLogFileHeadName, tree.path("logs/.korxloghdr"));
     EXPECT_EQ(KORX_IsImLibInited(), 0u);
     EXPECT_EQ(KORX_ReportLogByImLib(1, "x"), kAll);
-    const auto texts = syslog.texts();
-    EXPECT_NE(std::find(texts.begin(), texts.end(), "Load libimagent.so unsuccessfully."),
-              texts.end());
+    EXPECT_EQ(std::ranges::count(syslog.texts(), "Load libimagent.so unsuccessfully."), 1);
     syslog.clear();
     LOG_FileInit();
     EXPECT_EQ(syslog.texts()[0], "LOG FileInit, already init successfully.");
@@ -78,13 +73,13 @@ TEST_F(LogFile, HandsTextsToTheAgentWithAndWithoutTheSlot) {
     ORX_LOG_SetSlotId(3);
     EXPECT_EQ(KORX_ReportLogByImLib(5, "done"), 77u);
     EXPECT_STREQ(received, "9 5 done[SlotId=3]");
-    const std::string long_text(1023, 't');
+    const std::string text(1023, 't');
     syslog.clear();
-    EXPECT_EQ(KORX_ReportLogByImLib(5, long_text.c_str()), kAll);
+    EXPECT_EQ(KORX_ReportLogByImLib(5, text.c_str()), kAll);
     EXPECT_EQ(syslog.texts()[0],
-              "Print logContent unsuccessfully. pcLogBuf=" + long_text + ", slotId=3");
-    EXPECT_EQ(KORX_ReportDiagLogByImLib(6, long_text.c_str()), 77u);
-    EXPECT_EQ(received, "9 6 " + long_text);
+              "Print logContent unsuccessfully. pcLogBuf=" + text + ", slotId=3");
+    EXPECT_EQ(KORX_ReportDiagLogByImLib(6, text.c_str()), 77u);
+    EXPECT_EQ(received, "9 6 " + text);
 }
 
 TEST_F(LogFile, OpensLogsAboveTheStandardStreamsAndClosedOnExec) {

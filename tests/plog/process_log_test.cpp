@@ -1,15 +1,11 @@
 #include <errno.h>
-#include <string.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <regex>
 #include <set>
-#include <thread>
 
 #include "korx/plog.h"
 #include "support/faults.h"
-#include "support/fixture.h"
+#include "support/records.h"
 
 namespace korx::test {
 namespace {
@@ -17,9 +13,7 @@ namespace {
 constexpr uint32_t kAll = 0xFFFFFFFF;
 
 struct ProcessLog : RoomTest {
-    ProcessLog() {
-        WriteFile("/etc/base.d/base.conf", "[PATH]\nLOG_PATH=" + tree.path("logs") + "\n");
-    }
+    ProcessLog() { SetLogPath(tree.path("logs")); }
 };
 
 TEST_F(ProcessLog, WritesBothForms) {
@@ -46,7 +40,7 @@ TEST_F(ProcessLog, RefusesUnknownAndUnregisteredProcesses) {
 }
 
 TEST_F(ProcessLog, UsesARelativeNameWithoutALogDirectory) {
-    WriteFile("/etc/base.d/base.conf", "[PATH]\nLOG_PATH=/..\n");
+    SetLogPath("/..");
     KORX_PLogInit(0, "zelk", 9);
     EXPECT_STREQ(g_stPLogInfo[3].acFileName, "../../common/log/zelk.log");
 }
@@ -82,31 +76,20 @@ TEST_F(ProcessLog, WritesOnWhereLockOrCutFails) {
     const Fault lock("fcntl", 1, ENOLCK, Fault::kAll);
     syslog.clear();
     EXPECT_EQ(PLOG_LogFile("zelk", "third"), 0u);
-    const auto texts = syslog.texts();
-    EXPECT_EQ(std::count(texts.begin(), texts.end(), "DLOG lock file unsuccessfully."), 2);
+    EXPECT_EQ(std::ranges::count(syslog.texts(), "DLOG lock file unsuccessfully."), 2);
 }
 
 TEST_F(ProcessLog, KeepsTheLinesOfAllThreads) {
     KORX_PLogInit(0, "QTMON", 0);
     constexpr int kThreads = 6, kLines = 60;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([t] {
-            for (int i = 0; i < kLines; ++i)
-                EXPECT_EQ(KORX_PLog(1, 0, 0, "<%d.%d>", t, i), 0u);
-        });
-    for (auto& thread : threads)
-        thread.join();
-    const std::string text = ReadFile("logs/QTMON.log");
-    const std::regex line(R"(\[[\d :.-]{26}\]\[INFO\]\[L:0 M:0\]\[0\]<(\d+\.\d+)>\n)");
-    std::set<std::string> found;
-    size_t matched = 0;
-    for (std::sregex_iterator it(text.begin(), text.end(), line), end; it != end; ++it) {
-        found.insert((*it)[1]);
-        matched += it->length();
-    }
+    RunThreads(kThreads, [](int thread) {
+        for (int i = 0; i < kLines; ++i)
+            EXPECT_EQ(KORX_PLog(1, 0, 0, "<%d.%d>", thread, i), 0u);
+    });
+    const auto found = Matches(ReadFile("logs/QTMON.log"),
+                               R"(\[[\d :.-]{26}\]\[INFO\]\[L:0 M:0\]\[0\]<(\d+\.\d+)>\n)");
     EXPECT_EQ(found.size(), size_t{kThreads * kLines});
-    EXPECT_EQ(matched, text.size());
+    EXPECT_EQ(std::set(found.begin(), found.end()).size(), found.size());
 }
 
 }  // namespace

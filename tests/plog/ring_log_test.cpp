@@ -1,23 +1,18 @@
 // The three ring logs against a model of their arithmetic, and between processes.
 #include <errno.h>
 #include <fcntl.h>
-#include <signal.h>
-#include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <map>
 #include <random>
-#include <regex>
-#include <thread>
 
 #include "korx/plog.h"
 #include "support/faults.h"
-#include "support/fixture.h"
 #include "support/processes.h"
+#include "support/records.h"
 
 namespace korx::test {
 namespace {
@@ -26,21 +21,8 @@ constexpr uint32_t kHead = sizeof(LOG_HEAD_S);
 constexpr uint32_t kAll = 0xFFFFFFFF;
 constexpr char kSdkConf[] = "../conf/config/korx_sdk_init.conf";
 
-LOG_HEAD_S HeadOf(const std::string& file) {
-    LOG_HEAD_S head = {};
-    const std::string bytes = ReadFile(file);
-    memcpy(&head, bytes.data(), std::min(bytes.size(), sizeof head));
-    return head;
-}
-
-std::string HeadBytes(const LOG_HEAD_S& head) {
-    return {reinterpret_cast<const char*>(&head), sizeof head};
-}
-
-void ExpectHead(const LOG_HEAD_S& head, uint32_t length, uint32_t dump, uint32_t total) {
-    EXPECT_EQ(head.uiLogLen, length);
-    EXPECT_EQ(head.uiDumpLen, dump);
-    EXPECT_EQ(head.uiTotalLen, total);
+LOG_HEAD_S Head(const std::string& file) {
+    return HeadOf<LOG_HEAD_S>(file);
 }
 
 struct RingLogs : RoomTest {
@@ -58,8 +40,16 @@ struct RingLogs : RoomTest {
         WriteFile(kSdkConf, "");
     }
     void seed(const LOG_INFO_S& info, const LOG_HEAD_S& head) {
-        WriteFile(info.acFileName, HeadBytes(head));
+        WriteFile(info.acFileName, BytesOf(head));
     }
+    // The three logs, which differ in names and codes only.
+    const struct Log {
+        LOG_INFO_S* info;
+        int* fd;
+        decltype(&DLOG_LogFile) write;
+    } logs[3] = {{&g_stDLogInfo, &g_iDLogFileFd, DLOG_LogFile},
+                 {&g_stSLogInfo, &g_iSLogFileFd, SLOG_LogFile},
+                 {&g_stLifeLogInfo, &g_lifeLogFileFd, LLOG_LogFile}};
 };
 
 // What a record of n bytes does to a ring, worked out from the bytes a file may hold.
@@ -117,7 +107,7 @@ TEST_F(RingLogs, AgreeWithTheModelByteForByte) {
                     ASSERT_EQ(pwrite(fd, &model.head, sizeof model.head, 0), ssize_t{kHead});
                 }
                 if (i % 8 == 0) {
-                    ASSERT_EQ(ReadFile("ring"), HeadBytes(model.head) + model.data) << i;
+                    ASSERT_EQ(ReadFile("ring"), BytesOf(model.head) + model.data) << i;
                 }
             }
             close(fd);
@@ -159,7 +149,8 @@ TEST_F(RingLogs, WriteTheirRecordForm) {
     for (const auto& [file, form] : rows) {
         const std::string bytes = ReadFile(file);
         EXPECT_TRUE(std::regex_match(bytes.substr(kHead), std::regex(stamp + form))) << bytes;
-        ExpectHead(HeadOf(file), static_cast<uint32_t>(bytes.size() - kHead), 0, 0);
+        const auto length = static_cast<uint32_t>(bytes.size() - kHead);
+        EXPECT_EQ(bytes.substr(0, kHead), BytesOf(LOG_HEAD_S{length, 0, 0}));
         EXPECT_EQ(Mode(file), 0640u);
     }
     EXPECT_TRUE(syslog.lines().empty());
@@ -179,7 +170,7 @@ TEST_F(RingLogs, RefuseWhatDoesNotFitOrIsNotForThem) {
                                         "[LOG_ERR] LifeCycleLog, format string failed.\n"}));
 
     EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "%s", std::string(600, 'm').c_str()), kAll);
-    EXPECT_EQ(HeadOf(g_stDLogInfo.acFileName).uiLogLen, 0u);
+    EXPECT_EQ(Head(g_stDLogInfo.acFileName).uiLogLen, 0u);
     EXPECT_EQ(KORX_LifeCycleLog(0, 0, 0, 0, 0, "nowhere"), 0u);
     EXPECT_FALSE(Exists(g_stLifeLogInfo.acFileName));
 
@@ -207,52 +198,36 @@ TEST_F(RingLogs, WrapACorruptHeadInsteadOfMakingAHugeFile) {
     struct stat st;
     ASSERT_EQ(stat(g_stDLogInfo.acFileName, &st), 0);
     EXPECT_EQ(st.st_size, 262144);
-    EXPECT_EQ(HeadOf(g_stDLogInfo.acFileName).uiDumpLen, 7u);
+    EXPECT_EQ(Head(g_stDLogInfo.acFileName).uiDumpLen, 7u);
 }
 
 TEST_F(RingLogs, ReturnAndReportEachFailureWithTheOldHead) {
     local_mode();
+    const std::string text(100, 't');
+    const LOG_HEAD_S kNearlyFull = {131000, 5000, 0};
     struct Row {
         const char* call;
         unsigned nth;
-        uint32_t diag, security, life;
+        uint32_t life;       // the life cycle log has its own code for a lock
         const char* report;  // behind the log's tag
     };
-    const LOG_HEAD_S kNearlyFull = {131000, 5000, 0};
-    for (const Row& row :
-         {Row{"fcntl", 1, kAll, kAll, 7, "lock file unsuccessfully"},
-          Row{"ftruncate", 1, kAll, kAll, kAll, "ftruncate unsuccessfully, err:28."},
-          Row{"lseek", 2, kAll, kAll, kAll, "lseek unsuccessfully, err:28."},
-          Row{"write", 1, kAll, kAll, kAll, "log write unsuccessfully, err:28."}}) {
-        for (LOG_INFO_S* info : {&g_stDLogInfo, &g_stSLogInfo, &g_stLifeLogInfo}) {
-            info->uiMaxSize = 131072;
-            seed(*info, kNearlyFull);
-        }
-        for (int* fd : {&g_iDLogFileFd, &g_iSLogFileFd, &g_lifeLogFileFd}) {
-            const LOG_INFO_S& info = fd == &g_iDLogFileFd   ? g_stDLogInfo
-                                     : fd == &g_iSLogFileFd ? g_stSLogInfo
-                                                            : g_stLifeLogInfo;
-            if (*fd > 0)
-                close(*fd);
-            *fd = 0;
-            ASSERT_EQ(DLOG_CheckAndCreateFile(info.acFileName, fd), 0u);
+    for (const Row& row : {Row{"fcntl", 1, 7, "lock file unsuccessfully"},
+                           Row{"ftruncate", 1, kAll, "ftruncate unsuccessfully, err:28."},
+                           Row{"lseek", 2, kAll, "lseek unsuccessfully, err:28."},
+                           Row{"write", 1, kAll, "log write unsuccessfully, err:28."}}) {
+        for (const Log& log : logs) {
+            log.info->uiMaxSize = 131072;
+            seed(*log.info, kNearlyFull);
+            ASSERT_EQ(DLOG_CheckAndCreateFile(log.info->acFileName, log.fd), 0u);
             syslog.clear();
             const Fault fault(row.call, row.nth, ENOSPC);
-            const std::string text(100, 't');
-            const uint32_t result = fd == &g_iDLogFileFd   ? DLOG_LogFile("%s", text.c_str())
-                                    : fd == &g_iSLogFileFd ? SLOG_LogFile("%s", text.c_str())
-                                                           : LLOG_LogFile("%s", text.c_str());
-            EXPECT_EQ(result, fd == &g_iDLogFileFd   ? row.diag
-                              : fd == &g_iSLogFileFd ? row.security
-                                                     : row.life)
-                << row.call;
+            const bool is_life = log.info == &g_stLifeLogInfo;
+            EXPECT_EQ(log.write("%s", text.c_str()), is_life ? row.life : kAll) << row.call;
             EXPECT_EQ(fault.hits(), 1u) << row.call;
-            ExpectHead(HeadOf(info.acFileName), 131000, 5000, 0);
-            ASSERT_FALSE(syslog.texts().empty()) << row.call;
-            bool reported = false;
-            for (const auto& text_line : syslog.texts())
-                reported |= text_line.find(row.report) != std::string::npos;
-            EXPECT_TRUE(reported) << row.call;
+            EXPECT_EQ(ReadFile(log.info->acFileName).substr(0, kHead), BytesOf(kNearlyFull));
+            EXPECT_TRUE(std::ranges::any_of(syslog.texts(), [&](const std::string& line) {
+                return line.find(row.report) != std::string::npos;
+            })) << row.call;
         }
     }
 }
@@ -266,7 +241,7 @@ TEST_F(RingLogs, NoticeVanishedAndReplacedFiles) {
     EXPECT_TRUE(ReadFile(g_stDLogInfo.acFileName).ends_with("]two\n"));
 
     // Somebody else's ring now stands there: its records stay, and ours goes behind them.
-    WriteFile("other", HeadBytes({5, 0, 0}) + "kept\n");
+    WriteFile("other", BytesOf(LOG_HEAD_S{5, 0, 0}) + "kept\n");
     ASSERT_EQ(rename("other", g_stDLogInfo.acFileName), 0);
     ASSERT_EQ(KORX_DLog(0, 0, 0, 0, 0, "three"), 0u);
     const std::string bytes = ReadFile(g_stDLogInfo.acFileName);
@@ -329,67 +304,44 @@ std::string Take(const char* file) {
 
 TEST_F(RingLogs, LoseNothingAcceptedBetweenProcessesThreadsAndAReader) {
     constexpr int kProcesses = 3, kThreads = 2, kEvents = 400;
-    std::string taken;
     volatile bool* const done = static_cast<bool*>(
         mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    const pid_t reader_parent = getpid();
-    std::thread writers([&] {
-        EXPECT_EQ(
-            RunChildren(
-                kProcesses,
-                [&](int process) {
-                    std::vector<std::thread> threads;
-                    std::atomic<int> failures = 0;
-                    for (int t = 0; t < kThreads; ++t)
-                        threads.emplace_back([&, t] {
-                            for (int i = 0; i < kEvents; ++i) {
-                                uint32_t result;
-                                while ((result = KORX_SecurityEventLog(
-                                            0, 1, 1, 0, 0, "<%d.%d.%d>%s", process, t, i,
-                                            std::string(100, '.').c_str())) == 99)
-                                    usleep(1000);
-                                failures += result != 0;
-                                usleep(1000);  // a lap takes far longer than the reader's round
-                            }
-                        });
-                    for (auto& thread : threads)
-                        thread.join();
-                    return failures == 0 ? 0 : 1;
-                }),
-            0);
-        *done = true;
-    });
-    ASSERT_EQ(getpid(), reader_parent);
-    // Another process does the reading: this one's close must not drop anybody's lock.
-    int pipe_fds[2];
-    ASSERT_EQ(pipe(pipe_fds), 0);
+    const auto write_events = [&](int process) {
+        std::atomic<int> failures = 0;
+        RunThreads(kThreads, [&](int thread) {
+            const std::string dots(100, '.');
+            for (int i = 0; i < kEvents; ++i) {
+                uint32_t result;
+                while ((result = KORX_SecurityEventLog(0, 1, 1, 0, 0, "<%d.%d.%d>%s", process,
+                                                       thread, i, dots.c_str())) == 99)
+                    usleep(1000);
+                failures += result != 0;
+                usleep(1000);  // a lap takes far longer than the reader's round
+            }
+        });
+        return failures == 0 ? 0 : 1;
+    };
+    // The reading is another process's: its closes must not drop a writer's lock.
     const pid_t reader = fork();
     if (reader == 0) {
-        close(pipe_fds[0]);
+        std::string taken;
         for (bool last = false; !last; usleep(500)) {
             last = *done;
-            const std::string part = Take(g_stSLogInfo.acFileName);
-            if (write(pipe_fds[1], part.data(), part.size()) < 0)
-                _exit(1);
+            taken += Take(g_stSLogInfo.acFileName);
         }
+        WriteFile("taken", taken);
         _exit(0);
     }
-    close(pipe_fds[1]);
-    char buffer[65536];
-    for (ssize_t n; (n = read(pipe_fds[0], buffer, sizeof buffer)) > 0;)
-        taken.append(buffer, static_cast<size_t>(n));
-    writers.join();
+    EXPECT_EQ(RunChildren(kProcesses, write_events), 0);
+    *done = true;
     waitpid(reader, nullptr, 0);
 
-    const std::regex record(
-        R"(\[[\d :.-]{26}\]\[Index:0x1\]\[AppCid:0\]\[INFO\]\[L:0 M:0\]\[0\]<(\d)\.(\d)\.(\d+)>\.{100}\n)");
     std::map<std::string, int> next;
-    size_t matched = 0;
-    for (std::sregex_iterator it(taken.begin(), taken.end(), record), end; it != end; ++it) {
-        matched += it->length();
-        EXPECT_EQ(std::stoi((*it)[3]), next[it->str(1) + it->str(2)]++);
-    }
-    EXPECT_EQ(matched, taken.size());
+    for (
+        const std::string& event : Matches(
+            ReadFile("taken"),
+            R"(\[[\d :.-]{26}\]\[Index:0x1\]\[AppCid:0\]\[INFO\]\[L:0 M:0\]\[0\]<(\d\.\d\.\d+)>\.{100}\n)"))
+        EXPECT_EQ(event.substr(4), std::to_string(next[event.substr(0, 3)]++));
     EXPECT_EQ(next.size(), size_t{kProcesses * kThreads});
     for (const auto& [writer, count] : next)
         EXPECT_EQ(count, kEvents) << writer;
@@ -411,10 +363,9 @@ TEST_F(RingLogs, StayWholeWhenWritersAreKilledAndRecordsDiscarded) {
     }
     // Whatever was cut off, the heads lead to whole records only.
     EXPECT_EQ(KORX_DLog(0, 1, 1, 0, 0, "last"), 0u);
-    const LOG_HEAD_S head = HeadOf(g_stDLogInfo.acFileName);
+    const LOG_HEAD_S head = Head(g_stDLogInfo.acFileName);
     const std::string text = ReadFile(g_stDLogInfo.acFileName).substr(kHead, head.uiLogLen);
-    const std::regex records(R"((\[[\d :.-]{26}\]\[Index:[^\n]*\n)*)");
-    EXPECT_TRUE(std::regex_match(text, records)) << text;
+    Matches(text, R"(\[[\d :.-]{26}\]\[Index:[^\n]*\n)");
 }
 
 }  // namespace
