@@ -6,8 +6,16 @@
 #include <set>
 
 #include "support/faults.h"
+#include "support/fixture.h"
 
 namespace korx::test {
+
+constexpr uint32_t kFailed = 0x0FFFFFFF;
+using Lines = std::vector<SyslogLine>;
+
+inline SyslogLine Err(const std::string& text) {
+    return {LOG_ERR, "[0] " + text + "\n"};
+}
 
 // The descriptors that are open now: what a failed call must leave as it found them.
 inline std::set<int> OpenFiles() {
