@@ -226,6 +226,9 @@ TEST_F(LogTake, AcknowledgesNothingThatWasNotDelivered) {
     EXPECT_NE(closed.err.find("nothing acknowledged"), std::string::npos) << closed.err;
     EXPECT_EQ(Unread("security"), 900u);
 
+    EXPECT_EQ(WEXITSTATUS(system((std::string(KORX_TOOL) + " log take security >&-").c_str())), 4);
+    EXPECT_EQ(Unread("security"), 900u);
+
     const Result itself = Korx({"log", "take", "security", "--output", log("korx_safe.log")});
     EXPECT_EQ(itself.status, 2);
     EXPECT_EQ(Unread("security"), 900u);
@@ -354,11 +357,18 @@ TEST_F(LogTake, LosesNothingWhenKilledAgainAndAgain) {
                 continue;
         _exit(0);
     }
+    // Some are killed before they have taken anything, some in the middle, some later.
+    timespec before, after;
+    clock_gettime(CLOCK_MONOTONIC, &before);
+    EXPECT_EQ(Korx({"log", "take", "security", "--json", "--output", "taken"}).status, 0);
+    clock_gettime(CLOCK_MONOTONIC, &after);
+    const auto one = static_cast<unsigned>((after.tv_sec - before.tv_sec) * 1000000 +
+                                           (after.tv_nsec - before.tv_nsec) / 1000);
     std::mt19937 random(1);
     int status = 0;
     while (waitpid(writer, &status, WNOHANG) == 0) {
         Command taker({"log", "take", "security", "-f", "--json", "--output", "taken"});
-        usleep(1000 + random() % 15000);
+        usleep(random() % (4 * one));
     }
     EXPECT_EQ(Korx({"log", "take", "security", "--json", "--output", "taken"}).status, 0);
     std::set<std::string> taken;

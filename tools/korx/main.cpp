@@ -229,10 +229,15 @@ int Run(int argc, char** argv) {
     return commands.run();
 }
 
-// A closed standard stream must not be given to the next file that is opened.
+// A closed standard stream must not be given to the next file that is opened. For reading only:
+// what is written to a closed standard output must fail, not vanish.
 void FillStandardStreams() {
-    for (int fd = open("/dev/null", O_RDWR); fd >= 0 && fd <= STDERR_FILENO;)
-        fd = open("/dev/null", O_RDWR);
+    for (int fd = open("/dev/null", O_RDONLY); fd >= 0; fd = open("/dev/null", O_RDONLY)) {
+        if (fd > STDERR_FILENO) {
+            close(fd);
+            return;
+        }
+    }
 }
 
 }  // namespace
