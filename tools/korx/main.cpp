@@ -224,6 +224,11 @@ int Run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
+        const auto unknown = app.remaining(true);
+        if (error.get_exit_code() != 0 && !unknown.empty()) {
+            Complain("'" + unknown.front() + "' is not understood here; try --help");
+            return kUsage;
+        }
         return app.exit(error) == 0 ? kWell : kUsage;
     }
     return commands.run();
