@@ -1,24 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <string.h>
-#include <memory>
 #include <string>
+#include <vector>
 
 #include "korx/container.h"
 
 namespace korx::test {
 namespace {
 
-// A copy on the heap without a byte to spare, so that a read beyond it shows.
-std::unique_ptr<char[]> Exactly(const std::string& bytes) {
-    std::unique_ptr<char[]> copy(new char[bytes.size()]);
-    bytes.copy(copy.get(), bytes.size());
-    return copy;
-}
-
-std::string Bytes(std::initializer_list<int> bytes) {
-    return {bytes.begin(), bytes.end()};
-}
+using namespace std::literals;
 
 TEST(Tlv, PacksRecordsOneAfterAnother) {
     char buffer[16] = {};
@@ -30,8 +21,7 @@ TEST(Tlv, PacksRecordsOneAfterAnother) {
     EXPECT_EQ(left, 4);
     EXPECT_EQ(ORX_AppendTLV(next, &left, 9, 0, ""), buffer + 15);
     EXPECT_EQ(left, 0);
-    EXPECT_EQ(std::string(buffer, 16),
-              Bytes({7, 0, 3, 0, 'a', 'b', 'c', 0xFE, 0xFF, 0, 0, 9, 0, 0, 0, 0}));
+    EXPECT_EQ(std::string(buffer, 16), "\7\0\3\0abc\xFE\xFF\0\0\11\0\0\0\0"s);
 }
 
 TEST(Tlv, WritesNothingThatDoesNotFit) {
@@ -61,7 +51,7 @@ TEST(Tlv, WritesNothingThatDoesNotFit) {
     memset(buffer, 'x', 8);  // a value that cannot be copied leaves only its length behind
     EXPECT_EQ(ORX_AppendTLV(buffer, &left, 1, 2, nullptr), nullptr);
     EXPECT_EQ(ORX_SetValue(buffer, &left, 2, nullptr), 0xFFFFFFFFu);
-    EXPECT_EQ(std::string(buffer, 5), Bytes({'x', 'x', 2, 0, 'x'}));
+    EXPECT_EQ(std::string(buffer, 5), "xx\2\0x"s);
     EXPECT_EQ(left, 10);
     EXPECT_EQ(ORX_AppendTLV(nullptr, &left, 1, 1, "a"), nullptr);
     EXPECT_EQ(ORX_AppendTLV(buffer, nullptr, 1, 1, "a"), nullptr);
@@ -75,53 +65,49 @@ TEST(Tlv, ReadsTheFirstRecordOfATypeAndNeverBeyondTheBuffer) {
         std::string bytes;
         int found;  // offset of the value, -1 for none
     };
-    const Row rows[] = {
-        {"the only one", Bytes({5, 0, 1, 0, 'a'}), 4},
-        {"the second, at an odd address", Bytes({4, 0, 1, 0, 'a', 5, 0, 1, 0, 'b'}), 9},
-        {"two of the type", Bytes({5, 0, 1, 0, 'a', 5, 0, 1, 0, 'b'}), 4},
-        {"an empty value at the end", Bytes({4, 0, 0, 0, 5, 0, 0, 0}), 8},
-        {"the type's high byte", Bytes({5, 1, 1, 0, 'a'}), -1},
-        {"none", Bytes({4, 0, 1, 0, 'a', 6, 0, 1, 0, 'b'}), -1},
-        {"less than a head behind it", Bytes({4, 0, 1, 0, 'a', 5, 0, 0}), -1},
-        {"less than a head at all", Bytes({5, 0, 0}), -1},
-        {"a match that is cut short", Bytes({5, 0, 2, 0, 'a'}), -1},
-        {"a match that is far too long", Bytes({5, 0, 0xFF, 0xFF, 'a', 5, 0, 0, 0}), -1},
-        {"a step over the end", Bytes({4, 0, 9, 0, 5, 0, 0, 0}), -1},
-        {"a step of 65535", Bytes({4, 0, 0xFF, 0xFF, 5, 0, 0, 0}), -1},
-        {"nothing", "", -1},
-    };
-    for (const Row& row : rows) {
-        const auto buffer = Exactly(row.bytes);
+    for (const Row& row :
+         {Row{"the only one", "\5\0\1\0a"s, 4}, Row{"two of the type", "\5\0\1\0a\5\0\1\0b"s, 4},
+          Row{"the second, at an odd address", "\4\0\1\0a\5\0\1\0b"s, 9},
+          Row{"an empty value at the end", "\4\0\0\0\5\0\0\0"s, 8}, Row{"nothing", "", -1},
+          Row{"the type's high byte", "\5\1\1\0a"s, -1}, Row{"none", "\4\0\1\0a\6\0\1\0b"s, -1},
+          Row{"less than a head behind it", "\4\0\1\0a\5\0\0"s, -1},
+          Row{"less than a head at all", "\5\0\0"s, -1},
+          Row{"a match that is cut short", "\5\0\2\0a"s, -1},
+          Row{"a match that is far too long", "\5\0\xFF\xFF\1\5\0\0\0"s, -1},
+          Row{"a step over the end", "\4\0\11\0\5\0\0\0"s, -1},
+          Row{"a step of 65535", "\4\0\xFF\xFF\5\0\0\0"s, -1}}) {
+        // Not a byte to spare, so that a read beyond it shows.
+        const std::vector<char> buffer(row.bytes.begin(), row.bytes.end());
         const auto size = static_cast<int16_t>(row.bytes.size());
         uint16_t length = 0xAAAA;
         const void* value = &length;
         char text[8] = "old";
         const bool none = row.found < 0;
-        EXPECT_EQ(ORX_GetVFromTLV(buffer.get(), size, 5, &length, &value), none ? 0xFFFFFFFF : 0);
-        EXPECT_EQ(value, none ? static_cast<void*>(&length) : buffer.get() + row.found) << row.what;
-        EXPECT_EQ(ORX_GetStrByTlvType(5, buffer.get(), size, text, sizeof text), none ? 1u : 0u);
+        EXPECT_EQ(ORX_GetVFromTLV(buffer.data(), size, 5, &length, &value), none ? 0xFFFFFFFF : 0);
+        EXPECT_EQ(value, none ? static_cast<void*>(&length) : buffer.data() + row.found)
+            << row.what;
+        EXPECT_EQ(ORX_GetStrByTlvType(5, buffer.data(), size, text, sizeof text), none ? 1u : 0u);
         EXPECT_EQ(text, none ? "old" : std::string(static_cast<const char*>(value), length))
             << row.what;
     }
 }
 
 TEST(Tlv, RefusesATextWithoutRoomForItsEnd) {
-    const auto record = Exactly(Bytes({5, 0, 3, 0, 'a', 'b', 'c'}));
+    const char record[] = "\5\0\3\0abc";
     char text[5] = "xxxx";
-    EXPECT_EQ(ORX_GetStrByTlvType(5, record.get(), 7, text, 3), 1u);
-    EXPECT_EQ(ORX_GetStrByTlvType(5, record.get(), 7, text, 0), 1u);
+    for (uint32_t size : {3, 0})
+        EXPECT_EQ(ORX_GetStrByTlvType(5, record, 7, text, size), 1u);
     EXPECT_STREQ(text, "xxxx");
-    EXPECT_EQ(ORX_GetStrByTlvType(5, record.get(), 7, text, 4), 0u);
+    EXPECT_EQ(ORX_GetStrByTlvType(5, record, 7, text, 4), 0u);
     EXPECT_STREQ(text, "abc");
 
     uint16_t length;
     const void* value;
-    EXPECT_EQ(ORX_GetStrByTlvType(5, record.get(), 7, nullptr, 9), 1u);
+    EXPECT_EQ(ORX_GetStrByTlvType(5, record, 7, nullptr, 9), 1u);
     EXPECT_EQ(ORX_GetStrByTlvType(5, nullptr, 7, text, 5), 1u);
-    EXPECT_EQ(ORX_GetStrByTlvType(5, record.get(), -1, text, 5), 1u);
-    EXPECT_EQ(ORX_GetVFromTLV(nullptr, 7, 5, &length, &value), 0xFFFFFFFFu);
-    EXPECT_EQ(ORX_GetVFromTLV(record.get(), 7, 5, nullptr, &value), 0xFFFFFFFFu);
-    EXPECT_EQ(ORX_GetVFromTLV(record.get(), 7, 5, &length, nullptr), 0xFFFFFFFFu);
+    EXPECT_EQ(ORX_GetStrByTlvType(5, record, -1, text, 5), 1u);
+    EXPECT_EQ(ORX_GetVFromTLV(record, 7, 5, nullptr, &value), 0xFFFFFFFFu);
+    EXPECT_EQ(ORX_GetVFromTLV(record, 7, 5, &length, nullptr), 0xFFFFFFFFu);
 }
 
 }  // namespace
