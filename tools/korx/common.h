@@ -19,7 +19,8 @@ enum Status : int {
 // Ends the command: main prints the text behind "korx: " and exits with the status.
 struct Failure {
     int status;
-    std::string text;  // empty: nothing to say
+    std::string text;   // empty: nothing to say
+    bool busy = false;  // a writer held the log for too long: worth another try
 };
 
 // The reader at the other end of standard output has gone.

@@ -173,13 +173,23 @@ class Show {
         out_.flush_if_full();
     }
 
-    void show_news(Shown& log) {
-        try {
-            log.reader = OpenReader(log.source);
-        } catch (const Failure& failure) {
-            Complain(failure.text);
-            return;
+    // Null when it cannot be had. Opening a busy log waits by itself.
+    Reader open_again(const Shown& log) {
+        while (true) {
+            try {
+                return OpenReader(log.source);
+            } catch (const Failure& failure) {
+                Complain(failure.text);
+                if (!failure.busy)
+                    return nullptr;
+            }
+            if (StopRequested())
+                throw Stopped{};
         }
+    }
+
+    void show_news(Shown& log) {
+        log.reader = open_again(log);
         if (!log.reader)
             return;
         if (korx_reader_seek_mark(log.reader.get(), &log.mark) == 0)

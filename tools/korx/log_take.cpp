@@ -117,18 +117,27 @@ class Take {
             source.may_miss = true;
         Follower follower(sources_);
         for (size_t i = 0; i < sources_.size(); ++i)
-            attempt(i);
+            attempt_until_free(i);
         while (true)
             for (const size_t i : follower.wait(destination_.out.fd()))
-                attempt(i);
+                attempt_until_free(i);
     }
 
   private:
+    // A writer that gives the lock back without writing makes no event. Opening waits by itself.
+    void attempt_until_free(size_t i) {
+        while (attempt(i))
+            if (StopRequested())
+                throw Stopped{};
+    }
+
     // One log's trouble does not keep the others' records back; a failing output does.
-    void attempt(size_t i) {
+    // True: it was busy.
+    bool attempt(size_t i) {
         try {
             take(i);
             reported_[i].trouble.clear();
+            return false;
         } catch (const Failure& failure) {
             if (failure.status == kOutput) {
                 const bool clean = destination_.take_back();
@@ -138,6 +147,7 @@ class Take {
             }
             tell(i, failure.text);
             status_ = std::max(status_, failure.status);
+            return failure.busy;
         } catch (const ClosedPipe&) {
             throw Failure{kOutput,
                           "the output was closed; " + sources_[i].path + ": nothing acknowledged"};

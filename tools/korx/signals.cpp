@@ -22,6 +22,10 @@ void CatchStopSignals() {
     sigaction(SIGTERM, &action, nullptr);
 }
 
+bool StopRequested() {
+    return stopped != 0;
+}
+
 Wake PollOrStop(pollfd* waiting, unsigned count) {
     // The signals come through inside ppoll only, so that none is missed just before it.
     sigset_t blocked;

@@ -90,7 +90,7 @@ Reader OpenReader(const Source& source, uint32_t flags) {
     if (code == KORX_READER_OPEN && error.system_error == ENOENT && source.may_miss)
         return nullptr;
     if (code != KORX_READER_OK)
-        throw Failure{kInput, error.text};
+        throw Failure{kInput, error.text, code == KORX_READER_LOCKED};
     return Reader(reader);
 }
 
