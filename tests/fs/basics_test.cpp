@@ -10,14 +10,13 @@ TEST_F(Basics, TellsWhatExists) {
     MakeDirs("d/full");
     (void) symlink("d", "ld");
     (void) symlink("none", "dangling");
-    const struct {
+    struct Row {
         const char* path;
         uint32_t file, directory, link, empty;
-    } rows[] = {
-        {"f", 1, 0, 0, 15},        {"d", 1, 1, 0, 0},    {"d/full", 1, 1, 0, 1}, {"ld", 1, 1, 1, 0},
-        {"dangling", 0, 0, 1, 15}, {"none", 0, 0, 0, 1}, {nullptr, 0, 0, 0, 1},
     };
-    for (const auto& row : rows) {
+    for (const Row& row : {Row{"f", 1, 0, 0, 15}, Row{"d", 1, 1, 0, 0}, Row{"d/full", 1, 1, 0, 1},
+                           Row{"ld", 1, 1, 1, 0}, Row{"dangling", 0, 0, 1, 15},
+                           Row{"none", 0, 0, 0, 1}, Row{nullptr, 0, 0, 0, 1}}) {
         EXPECT_EQ(KORX_IsFileExist(row.path), row.file);
         EXPECT_EQ(KORX_IsDirExist(row.path), row.directory);
         EXPECT_EQ(ORX_IsSymLink(row.path, 0), row.link);
@@ -105,13 +104,11 @@ TEST_F(Basics, MatchesAndChecksNames) {
         {KORX_IsPrefixMatch, nullptr, "a", 0},      {KORX_IsPrefixMatch, "a", nullptr, 0}};
     for (const auto& row : rows)
         EXPECT_EQ(row.match(row.text, row.part), row.result);
-    char bare[] = "ab", slash[] = "/a/", ended[] = "ab\r\n", two[] = "\r\n";
+    char bare[] = "ab\r\n", slash[] = "/a/";
     EXPECT_EQ(KORX_GetFileName(bare), bare);
     EXPECT_EQ(KORX_GetFileName(slash), slash + 3);
-    for (char* text : {ended, two, static_cast<char*>(nullptr)})
-        KORX_RemoveLastRn(text);
-    EXPECT_STREQ(ended, "ab");
-    EXPECT_STREQ(two, "\r");
+    KORX_RemoveLastRn(bare);
+    EXPECT_STREQ(bare, "ab");
 
     const std::string n255(255, 'n'), n383(383, 'n');
     const struct {
@@ -151,16 +148,10 @@ TEST_F(Basics, WritesUntilEverythingIsOut) {
     const int fd = open("out", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     EXPECT_EQ(KORX_Write(fd, nullptr, 3), -1);
     EXPECT_EQ(KORX_Write(-1, "x", -5), -5);
-    {
-        const Fault interrupted("write", 1, EINTR), again("write", 2, EAGAIN),
-            full("write", 5, ENOSPC);
-        const Fault cut = Fault::Short("write", 3, 2);
-        EXPECT_EQ(KORX_Write(fd, "abcdef", 6), 6);
-        EXPECT_EQ(KORX_Write(fd, "lost", 4), -1);
-    }
-    errno = EAGAIN;
-    const Fault nothing = Fault::Short("write", 1, 0);
-    EXPECT_EQ(KORX_Write(fd, "xyz", 3), 0) << "a stale EAGAIN does not spin";
+    const Fault cut = Fault::Short("write", 1, 2);
+    const Fault full("write", 3, ENOSPC);
+    EXPECT_EQ(KORX_Write(fd, "abcdef", 6), 6);
+    EXPECT_EQ(KORX_Write(fd, "lost", 4), -1);
     EXPECT_EQ(ReadFile("out"), "abcdef");
     close(fd);
 }

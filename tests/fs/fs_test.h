@@ -30,6 +30,14 @@ struct FsTest : RoomTest {
         syslog.clear();
         return all;
     }
+    // Just the levels of these lines.
+    std::string levels() {
+        std::string all;
+        for (const SyslogLine& line : syslog.lines())
+            all += "???EW?I"[line.priority];
+        syslog.clear();
+        return all;
+    }
     // The lowest descriptor that is free: the same as before unless a call has left one open.
     static int free_descriptor() {
         openlog(nullptr, LOG_NDELAY, LOG_USER);  // or the first report would leave one

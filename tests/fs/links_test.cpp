@@ -25,15 +25,14 @@ struct Links : FsTest {
 };
 
 TEST_F(Links, ComparesContentsNotTargets) {
-    const struct {
+    struct Row {
         const char *expected, *path;
         int32_t result;
         const char* lines;
-    } rows[] = {{"f", "l", 0, ""},
-                {"none", "dangling", 4, ""},
-                {"f", "f", 11, "I File: f is not link.\n"},
-                {"./f", "l", 31, "I Link diff, src=l, cur=f, dst=./f\n"}};
-    for (const auto& row : rows) {
+    };
+    for (const Row& row : {Row{"f", "l", 0, ""}, Row{"none", "dangling", 4, ""},
+                           Row{"f", "f", 11, "I File: f is not link.\n"},
+                           Row{"./f", "l", 31, "I Link diff, src=l, cur=f, dst=./f\n"}}) {
         EXPECT_EQ(KORX_IsFileLinkRight(row.expected, row.path, 0), row.result) << row.path;
         EXPECT_EQ(logged(), row.lines);
     }
@@ -42,18 +41,14 @@ TEST_F(Links, ComparesContentsNotTargets) {
 }
 
 TEST_F(Links, ReplacesWhatStandsThereButNotTheTarget) {
-    const struct {
+    struct Row {
         const char *target, *path;
         uint32_t result;
-    } rows[] = {
-        {"f", "new", 0},      {"f", "dangling", 0},
-        {"f", "empty", 0},    {"f", "hard", 0},
-        {"f", "d", 27},       {"f", "f", 12},
-        {"f", "d/../f", 12},  {"chain", "l", 12},
-        {"chain", "./f", 12}, {"d/inner/", "d/inner", 12},
-        {"none", "f", 4},
     };
-    for (const auto& row : rows) {
+    for (const Row& row :
+         {Row{"f", "new", 0}, Row{"f", "dangling", 0}, Row{"f", "empty", 0}, Row{"f", "hard", 0},
+          Row{"f", "d", 27}, Row{"f", "f", 12}, Row{"f", "d/../f", 12}, Row{"chain", "l", 12},
+          Row{"chain", "./f", 12}, Row{"d/inner/", "d/inner", 12}, Row{"none", "f", 4}}) {
         const std::string target = row.target, path = row.path;
         EXPECT_EQ(KORX_LinkFile(row.target, 0, row.path, 0), row.result) << path;
         EXPECT_EQ(Contents(path), row.result == 0 ? target : path == "l" ? "f" : "");
@@ -72,26 +67,25 @@ TEST_F(Links, SafeLinkIsRelativeBelowOneRoot) {
     MakeDirs("/opt/a/b");
     MakeDirs("/opt/a/c");
     WriteFile("/opt/a/b/f", "");
-    const struct {
+    struct Row {
         std::string directory, name, link_directory, link_name, before;
         uint32_t result;
         std::string contents;
-    } rows[] = {
-        {"/opt/a/b", "f", "/opt/a/c/", "l", "", 0, "../b/f"},
-        {"/opt/a/b/", "f", "/opt/a/c", "l", "../b/f", 0, "../b/f"},
-        {"/opt/a/b", "f", "/opt/a/c", "l", "/opt/a/b/f", 0, "/opt/a/b/f"},
-        {"/opt/a/b", "none", "/opt/a/c", "l", "/opt/a/b/none", 0, "../b/none"},
-        {root, "f", root, "new", "", 0, root + "/f"},
-        {root, "f", root, "new", "d", 0, root + "/f"},
-        {"/opt/a/b", "f", root, "new", "none", 0, "/opt/a/b/f"},
-        {"", "none", root, "new", "", 0, "/none"},
-        {d255, n127, root, n127, "", 0, d255 + n127},
-        {d255 + "/", "f", root, "new", "kept", kInvalidParam, "kept"},
-        {root, "f", root, n127 + "n", "", kInvalidParam, ""},
-        {root, n127 + "n", root, "new", "kept", kInvalidParam, "kept"},
-        {e255, n127, "/opt/a/c", "l", "kept", 27, "kept"},
     };
-    for (const auto& row : rows) {
+    for (const Row& row :
+         {Row{"/opt/a/b", "f", "/opt/a/c/", "l", "", 0, "../b/f"},
+          Row{"/opt/a/b/", "f", "/opt/a/c", "l", "../b/f", 0, "../b/f"},
+          Row{"/opt/a/b", "f", "/opt/a/c", "l", "/opt/a/b/f", 0, "/opt/a/b/f"},
+          Row{"/opt/a/b", "none", "/opt/a/c", "l", "/opt/a/b/none", 0, "../b/none"},
+          Row{root, "f", root, "new", "", 0, root + "/f"},
+          Row{root, "f", root, "new", "d", 0, root + "/f"},
+          Row{"/opt/a/b", "f", root, "new", "none", 0, "/opt/a/b/f"},
+          Row{"", "none", root, "new", "", 0, "/none"},
+          Row{d255, n127, root, n127, "", 0, d255 + n127},
+          Row{d255 + "/", "f", root, "new", "kept", kInvalidParam, "kept"},
+          Row{root, "f", root, n127 + "n", "", kInvalidParam, ""},
+          Row{root, n127 + "n", root, "new", "kept", kInvalidParam, "kept"},
+          Row{e255, n127, "/opt/a/c", "l", "kept", 27, "kept"}}) {
         const std::string link = row.link_directory + "/" + row.link_name;
         (void) unlink(link.c_str());
         (void) symlink(row.before.c_str(), link.c_str());
@@ -107,45 +101,39 @@ TEST_F(Links, SafeLinkIsRelativeBelowOneRoot) {
 }
 
 TEST_F(Links, SafeLinkLeavesAFileAlone) {
-    const std::string root = tree.root(), hard = root + "/hard", dangling = root + "/dangling";
+    const std::string root = tree.root(), hard = root + "/hard";
     const auto link = [&](const char* name) {
         return KORX_LinkFilesSafe(root.c_str(), "f", root.c_str(), name);
     };
-    const std::string end = ") to file(" + root + "/f) unsuccessfully, errcode=-1, errno=30.\n";
     EXPECT_EQ(link("hard"), 0u);
     EXPECT_EQ(Contents("hard"), "");
     const Fault fault("symlink", 1, EROFS, 2);
     (void) logged();
     EXPECT_EQ(link("hard"), kFailed);
     EXPECT_EQ(logged(), "I TAV_LinkFile[Dest](" + hard + ") to file[Src](" + root +
-                            "/f)\nI ReadLink Really() size 383.\nE Make symlink(" + hard + end);
+                            "/f)\nI ReadLink Really() size 383.\nE Make symlink(" + hard +
+                            ") to file(" + root + "/f) unsuccessfully, errcode=-1, errno=30.\n");
     EXPECT_EQ(link("dangling"), kFailed);
-    EXPECT_TRUE(logged().ends_with("I Rudimental Link File ,Delete link file: " + dangling +
-                                   "!\nE make symlink(" + dangling + end));
+    EXPECT_TRUE(levels().ends_with("IE"));
 }
 
 TEST_F(Links, RelativePaths) {
-    const struct {
+    struct Row {
         const char *source, *destination;
         uint32_t size;
         const char* out;  // "" for a failure
-    } rows[] = {
-        {"/opt/a/b/file", "/opt/a/c/link", 13, "../b/file"},
-        {"/opt/a/b/file", "/opt/a/c/link", 12, ""},
-        {"/opt/a/file", "/opt/a/link", 5, "file"},
-        {"/opt/a/file", "/opt/a/link", 4, ""},
-        {"/opt/file", "/opt/a/b/link", 17, "../../file"},
-        {"/opt/file", "/opt/a/b/link", 16, ""},
-        {"/opt/file", "/opt/a/b/link", 6, ""},
-        {"/opt/a/b/c/file", "/opt/a/link", 64, "b/c/file"},
-        {"//opt//a/f", "/opt/a///b//l", 64, "../f"},
-        {"/opt/ab/f", "/opt/a/l", 64, "../ab/f"},
-        {"/opt/a/f", "/opt/ab/l", 64, "../a/f"},
-        {"/opt/f", "/opt/f/l", 64, "../f"},
-        {"opt/a", "/opt/a/x", 64, ""},
-        {"/x", "/y", 0, ""},
     };
-    for (const auto& row : rows) {
+    for (const Row& row :
+         {Row{"/opt/a/b/file", "/opt/a/c/link", 13, "../b/file"},
+          Row{"/opt/a/b/file", "/opt/a/c/link", 12, ""},
+          Row{"/opt/a/file", "/opt/a/link", 5, "file"}, Row{"/opt/a/file", "/opt/a/link", 4, ""},
+          Row{"/opt/file", "/opt/a/b/link", 17, "../../file"},
+          Row{"/opt/file", "/opt/a/b/link", 16, ""}, Row{"/opt/file", "/opt/a/b/link", 6, ""},
+          Row{"/a/b/c/file", "/a/link", 64, "b/c/file"},
+          Row{"//opt//a/f", "/opt/a///b//l", 64, "../f"},
+          Row{"/opt/ab/f", "/opt/a/l", 64, "../ab/f"}, Row{"/opt/a/f", "/opt/ab/l", 64, "../a/f"},
+          Row{"/opt/f", "/opt/f/l", 64, "../f"}, Row{"opt/a", "/opt/a/x", 64, ""},
+          Row{"/o/a", "x", 64, ""}, Row{"/o/a/", "/o/a/x", 64, ""}, Row{"/x", "/y", 0, ""}}) {
         std::string out(row.size + 1, '\0');
         out[row.size] = '?';
         EXPECT_EQ(ORX_GetRelPath(row.source, row.destination, out.data(), row.size),
@@ -154,17 +142,13 @@ TEST_F(Links, RelativePaths) {
         EXPECT_EQ(row.size == 0 ? "" : out.c_str(), std::string(row.out));
         EXPECT_EQ(out[row.size], '?');
     }
-    (void) logged();
     char out[16] = "a:";
     EXPECT_EQ(ORX_GetRelPath(nullptr, "/b/l", out, sizeof out), 1u);
     EXPECT_EQ(ORX_GetRelPath("/a/f", "/b/l", out, sizeof out), 0u);
     EXPECT_STREQ(out, "a:../a/f");
-    EXPECT_EQ(ORX_GetRelPath("/o/a/", "/o/a/x", out, sizeof out), kFailed);
-    EXPECT_EQ(ORX_GetRelPath("/o/a", "x", out, sizeof out), kFailed);
+    (void) logged();
     EXPECT_EQ(ORX_GetRelPath("/o/a", "/b/x", out, 6), kFailed);
     EXPECT_EQ(logged(),
-              "E The path is unsuccessfully, src[/o/a/].\n"
-              "E TAV_GetRelPath input must be absolute path.\n"
               "E nRet = 34. Splice pcSrcDirPtr behind pcRelSrcPath unsuccessfully. "
               "pcSrcDirPtr = o/a, pcRelSrcPath = .\n");
 }
@@ -245,8 +229,7 @@ TEST_F(Walk, TurnsWhereItIsTold) {
     EXPECT_EQ(logged(), "");
     EXPECT_EQ(ORX_WalkDirRecur(nullptr, nullptr, nullptr, Seen::File, &seen), kFailed);
     EXPECT_EQ(ORX_WalkDirRecur("r", nullptr, Seen::Directory, nullptr, &seen), kFailed);
-    const std::string line = "E [ORXFS-LOCAL]In walk dir recur input null param\n";
-    EXPECT_EQ(logged(), line + line);
+    EXPECT_EQ(levels(), "EE");
 }
 
 TEST_F(Walk, RefusesPathsThatDoNotFit) {

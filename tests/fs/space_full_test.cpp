@@ -72,18 +72,15 @@ TEST_F(SpaceFull, ReportsAMissingDirectory) {
 
 TEST_F(SpaceFull, RecordsTheUsageOfEachFileSystem) {
     const long page = sysconf(_SC_PAGESIZE);
-    const struct {
+    struct Row {
         std::string size;  // of a tmpfs
         long used_pages;
         const char* percent;
-    } rows[] = {
-        {"nr_blocks=1000", 875, "88"},
-        {"nr_blocks=1000", 874, "87"},
-        {"nr_blocks=3", 3, "100"},
-        {"size=" + std::to_string((1L << 60) + 45 * page), 5, "0"},
     };
     MakeDirs("mnt");
-    for (const auto& row : rows) {
+    for (const Row& row : {Row{"nr_blocks=1000", 875, "88"}, Row{"nr_blocks=1000", 874, "87"},
+                           Row{"nr_blocks=3", 3, "100"},
+                           Row{"size=" + std::to_string((1L << 60) + 45 * page), 5, "0"}}) {
         if (mount("none", "mnt", "tmpfs", 0, row.size.c_str()) != 0)
             GTEST_SKIP() << "cannot mount here";
         WriteFile("mnt/f", std::string(static_cast<size_t>(row.used_pages * page), 'x'));
