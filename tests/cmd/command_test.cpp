@@ -33,28 +33,25 @@ struct Command : RoomTest {
 
 TEST_F(Command, DecodesWaitStatus) {
     const std::string ended = "Child process terminate by signal, signal number = ";
-    const struct {
+    struct Row {
         int32_t status;
         uint32_t result;
         std::string line;
-    } rows[] = {{0, 0, ""},
-                {0x0300, 3, ""},
-                {0x1FF00, 255, ""},
-                {9, kAllBits, ended + "9."},
-                {0x86, kAllBits, ended + "6."},
-                {0x7E, kAllBits, ended + "126."},
-                {0x137F, kAllBits, "Child process stopped, signal number = 19."},
-                {0xFFFF, kAllBits, "Child process unusual termination, exit status = 0."}};
-    for (const auto& row : rows) {
+    };
+    for (const Row& row :
+         {Row{0, 0, ""}, Row{0x0300, 3, ""}, Row{0x1FF00, 255, ""}, Row{9, kAllBits, ended + "9."},
+          Row{0x86, kAllBits, ended + "6."}, Row{0x7E, kAllBits, ended + "126."},
+          Row{0x137F, kAllBits, "Child process stopped, signal number = 19."},
+          Row{0xFFFF, kAllBits, "Child process unusual termination, exit status = 0."}}) {
         EXPECT_EQ(KORX_GetExitStatus(row.status), row.result) << row.status;
         EXPECT_EQ(logged(), row.line.empty() ? Lines{} : Lines{row.line}) << row.status;
     }
 }
 
 TEST_F(Command, ForbidsShellsByBaseName) {
-    for (const char* program : {"", "sh", "/bin/bash", "./tcsh", "a/sash", "ksh", "//zsh"})
-        EXPECT_EQ(ORX_IsCommandForbidden(program), 1u) << program;
-    EXPECT_EQ(ORX_IsCommandForbidden(nullptr), 1u);
+    for (const char* program : {"", "sh", "/bin/bash", "./tcsh", "a/sash", "ksh", "//zsh",
+                                static_cast<const char*>(nullptr)})
+        EXPECT_EQ(ORX_IsCommandForbidden(program), 1u);
     for (const char* program : {"shell", "/usr/bin/sh2", "SH", "bash/", "dash", "-sh"})
         EXPECT_EQ(ORX_IsCommandForbidden(program), 0u) << program;
 }
@@ -104,12 +101,11 @@ TEST_F(Command, SplitsIntoOneBlock) {
 
 TEST_F(Command, RefusesWhatTheBlockCannotHold) {
     const std::string full(1807, 't'), blanks(2048, ' ');
-    const std::pair<std::string, std::string> rows[] = {{"", "pcCommand = "},
-                                                        {blanks, "pcCommand = " + blanks},
-                                                        {full + "t", "pcToken = " + full + "t"},
-                                                        {full + " x", "pcToken = x"}};
+    using Row = std::pair<std::string, std::string>;
     char** argv = nullptr;
-    for (const auto& [line, refused] : rows) {
+    for (const auto& [line, refused] :
+         {Row{"", "pcCommand = "}, Row{blanks, "pcCommand = " + blanks},
+          Row{full + "t", "pcToken = " + full + "t"}, Row{full + " x", "pcToken = x"}}) {
         EXPECT_EQ(ORX_CommandConstructArgv(line.c_str(), " ", &argv), kAllBits);
         // Long lines are not for the system log's datagrams.
         const Lines lines = logged();
@@ -128,18 +124,16 @@ TEST_F(Command, RefusesWhatTheBlockCannotHold) {
 }
 
 TEST_F(Command, RunsAndReports) {
-    const struct {
+    struct Row {
         const char* line;
         uint32_t result;
         Lines reasons;
-    } rows[] = {
-        {"touch,made", 0, {}},
-        {"false", 1, {}},
-        {"no/such/program", 127, {"QRN system execvp command unsuccessfully, errno=2."}},
-        {"/bin/sh,-c,true", kAllBits, {"Forbidden command : /bin/sh."}},
-        {",,", kAllBits, {"Forbidden command : ."}},
     };
-    for (const auto& row : rows) {
+    for (const Row& row :
+         {Row{"touch,made", 0, {}}, Row{"false", 1, {}},
+          Row{"no/such/program", 127, {"QRN system execvp command unsuccessfully, errno=2."}},
+          Row{"/bin/sh,-c,true", kAllBits, {"Forbidden command : /bin/sh."}},
+          Row{",,", kAllBits, {"Forbidden command : ."}}}) {
         Lines expected = row.reasons;
         if (row.result != 0)
             expected.push_back(std::string("Command can't execvp, cmd=") + row.line +
@@ -258,22 +252,22 @@ std::atomic<int> handled_in_child;
 pid_t runner;
 
 TEST_F(Command, RunsNoHandlerOfTheParentInTheChild) {
-    EXPECT_EQ(RunChild([] {
-                  setpgid(0, 0);
-                  runner = getpid();
-                  signal(SIGUSR1, [](int) { handled_in_child += getpid() != runner; });
-                  std::atomic<bool> done = false;
-                  std::thread storm([&] {
-                      while (!done)
-                          kill(0, SIGUSR1);
-                  });
-                  for (int run = 0; run < 200; ++run)
-                      (void) KORX_Execvp("no/such/program", " ");
-                  done = true;
-                  storm.join();
-                  return handled_in_child.load();
-              }),
-              0);
+    const auto run = [] {
+        setpgid(0, 0);
+        runner = getpid();
+        signal(SIGUSR1, [](int) { handled_in_child += getpid() != runner; });
+        std::atomic<bool> done = false;
+        std::thread storm([&] {
+            while (!done)
+                kill(0, SIGUSR1);
+        });
+        for (int i = 0; i < 200; ++i)
+            (void) KORX_Execvp("no/such/program", " ");
+        done = true;
+        storm.join();
+        return handled_in_child.load();
+    };
+    EXPECT_EQ(RunChild(run), 0);
 }
 
 }  // namespace
