@@ -41,15 +41,11 @@ TEST_F(Semaphore, StartsFreeAndIsSharedAsItIs) {
     EXPECT_EQ(control(GETVAL), 1);
 
     EXPECT_EQ(KORX_MutexSemaP(id), 0u);
-    EXPECT_EQ(RunChild([this] {
-                  uint32_t same_key = 0, same_id = 0;
-                  EXPECT_EQ(KORX_MutexSemaGetKey(tree.root().c_str(), 0x107, &same_key), 0u);
-                  EXPECT_EQ(same_key, key);
-                  EXPECT_EQ(KORX_MutexSemaCreate(same_key, &same_id), 0u);
-                  EXPECT_EQ(same_id, id);
-                  return 0;
-              }),
-              0);
+    uint32_t same_key = 0, same_id = 0;
+    EXPECT_EQ(KORX_MutexSemaGetKey(tree.root().c_str(), 0x107, &same_key), 0u);
+    EXPECT_EQ(same_key, key);
+    EXPECT_EQ(KORX_MutexSemaCreate(same_key, &same_id), 0u);
+    EXPECT_EQ(same_id, id);
     EXPECT_EQ(control(GETVAL), 0);
     EXPECT_EQ(KORX_MutexSemaV(id), 0u);
     EXPECT_EQ(control(GETVAL), 1);
@@ -63,18 +59,17 @@ TEST_F(Semaphore, ExcludesProcessesAndOutlivesAHolder) {
     auto* const count = static_cast<volatile int*>(
         mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     constexpr int kProcesses = 4, kRounds = 200;
-    EXPECT_EQ(RunChildren(kProcesses,
-                          [&] {
-                              for (int i = 0; i < kRounds; ++i) {
-                                  EXPECT_EQ(KORX_MutexSemaP(id), 0u);
-                                  const int before = *count;
-                                  sched_yield();
-                                  *count = before + 1;
-                                  EXPECT_EQ(KORX_MutexSemaV(id), 0u);
-                              }
-                              return 0;
-                          }),
-              0);
+    const auto increment = [&] {
+        for (int i = 0; i < kRounds; ++i) {
+            EXPECT_EQ(KORX_MutexSemaP(id), 0u);
+            const int before = *count;
+            sched_yield();
+            *count = before + 1;
+            EXPECT_EQ(KORX_MutexSemaV(id), 0u);
+        }
+        return 0;
+    };
+    EXPECT_EQ(RunChildren(kProcesses, increment), 0);
     EXPECT_EQ(*count, kProcesses * kRounds);
 }
 
