@@ -22,12 +22,11 @@ TEST_F(Strings, AnswerTheSmallQuestions) {
         const char *text, *other;
         uint32_t starts, equal;
     };
-    const Row rows[] = {
-        {"abc", "ab", 1, 0},        {"abc", "", 1, 0},         {"ab", "ab", 1, 1},
-        {"ab", "abc", 0, 0},        {"abc", "b", 0, 0},        {"ab", "aB", 0, 0},
-        {nullptr, "a", 0, 0},       {"a", nullptr, 0, 0},      {nullptr, nullptr, 0, 0},
-        {&p128[0], &p127[0], 1, 0}, {&p127[0], &p128[0], 0, 0}};
-    for (const Row& row : rows) {
+    for (const Row& row :
+         {Row{"abc", "ab", 1, 0}, Row{"abc", "", 1, 0}, Row{"ab", "ab", 1, 1},
+          Row{"ab", "abc", 0, 0}, Row{"abc", "b", 0, 0}, Row{"ab", "aB", 0, 0},
+          Row{nullptr, "a", 0, 0}, Row{"a", nullptr, 0, 0}, Row{nullptr, nullptr, 0, 0},
+          Row{&p128[0], &p127[0], 1, 0}, Row{&p127[0], &p128[0], 0, 0}}) {
         EXPECT_EQ(ORX_StrIsStartWith(row.text, row.other), row.starts);
         EXPECT_EQ(ORX_IsStringEqual(row.text, row.other), row.equal);
     }

@@ -19,20 +19,16 @@ std::string After(const std::string& text, Call call) {
 }
 
 TEST(Trim, TakesQuotesBeforeBlanksAtTheEndAndBlanksBeforeQuotesAtTheStart) {
-    const struct {
+    struct Row {
         const char *text, *start, *end, *both;
-    } rows[] = {{"", "", "", ""},
-                {"abc", "abc", "abc", "abc"},
-                {"  \"abc\"", "abc\"", "  \"abc", "abc"},
-                {"\"abc\"  ", "abc\"  ", "\"abc\"", "abc\""},
-                {"\" a \"", " a \"", "\" a", " a"},
-                {"a \" \"\"", "a \" \"\"", "a \"", "a \""},
-                {"    ", "", "", ""},
-                {"\"\"\"", "", "", ""},
-                {"  \"\"", "", "", ""},
-                {"\"\"  ", "  ", "\"\"", ""},
-                {"\ta\t", "\ta\t", "\ta\t", "\ta\t"}};
-    for (const auto& row : rows) {
+    };
+    for (const Row& row :
+         {Row{"", "", "", ""}, Row{"abc", "abc", "abc", "abc"},
+          Row{"  \"abc\"", "abc\"", "  \"abc", "abc"},
+          Row{"\"abc\"  ", "abc\"  ", "\"abc\"", "abc\""}, Row{"\" a \"", " a \"", "\" a", " a"},
+          Row{"a \" \"\"", "a \" \"\"", "a \"", "a \""}, Row{"    ", "", "", ""},
+          Row{"\"\"\"", "", "", ""}, Row{"  \"\"", "", "", ""}, Row{"\"\"  ", "  ", "\"\"", ""},
+          Row{"\ta\t", "\ta\t", "\ta\t", "\ta\t"}}) {
         const auto run = [&](auto trim) {
             return After(row.text, [&](char* text) { EXPECT_EQ(trim(text), 0u); });
         };
@@ -52,14 +48,11 @@ TEST(Trim, LeavesTheTextWhenMemoryIsShort) {
 }
 
 TEST(Trim, RemovesOneLineEnd) {
-    const std::pair<const char*, const char*> rows[] = {
-        {"", ""},           {"\n", "\n"},
-        {"\r\n", "\r"},     {"a\n", "a"},
-        {"ab", "ab"},       {"ab\r\n", "ab"},
-        {"a\r\n", "a"},     {"abc\r", "abc"},
-        {"ab\n\r", "ab\n"}, {"ab\r\n\r\n", "ab\r\n"},
-        {"ab\n\n", "ab\n"}};
-    for (const auto& [text, left] : rows)
+    using Row = std::pair<const char*, const char*>;
+    for (const auto& [text, left] :
+         {Row{"", ""}, Row{"\n", "\n"}, Row{"\r\n", "\r"}, Row{"a\n", "a"}, Row{"ab", "ab"},
+          Row{"ab\r\n", "ab"}, Row{"a\r\n", "a"}, Row{"abc\r", "abc"}, Row{"ab\n\r", "ab\n"},
+          Row{"ab\r\n\r\n", "ab\r\n"}, Row{"ab\n\n", "ab\n"}})
         EXPECT_EQ(After(text, [](char* t) { ORX_RemoveLastRn(t, 0); }), left) << text;
     ORX_RemoveLastRn(nullptr, 1);
 }
