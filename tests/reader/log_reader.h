@@ -1,5 +1,7 @@
 #pragma once
 
+#include <stdlib.h>
+
 #include <string>
 #include <string_view>
 
@@ -7,6 +9,12 @@
 #include "support/fixture.h"
 
 namespace korx::test {
+
+// KORX_TEST_SEED chooses another course of a test by chance, KORX_TEST_STEPS a longer one.
+inline unsigned FromEnvironment(const char* name, unsigned usual) {
+    const char* const text = getenv(name);
+    return text == nullptr ? usual : static_cast<unsigned>(strtoul(text, nullptr, 0));
+}
 
 // A reader of a file or of bytes, and what it said last. For a short time, as readers are.
 struct LogReader {
