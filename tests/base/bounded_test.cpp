@@ -17,17 +17,21 @@ struct Guarded {
 };
 
 TEST(Bounded, CopiesWholeTextsOrNone) {
-    struct Row {
+    const struct {
         size_t size;
         const char* source;
         size_t count;
         int code;
         const char* text;
-    };
-    for (const Row& row : {Row{8, "1234567", 100, 0, "1234567"},
-                           Row{8, "12345678", 7, 0, "1234567"}, Row{8, "12345678", 8, ERANGE, ""},
-                           Row{8, "", 0, 0, ""}, Row{1, "", 5, 0, ""}, Row{1, "1", 1, ERANGE, ""},
-                           Row{8, nullptr, 1, EINVAL, ""}, Row{0, "1", 1, EINVAL, "old"}}) {
+    } rows[] = {{8, "1234567", 100, 0, "1234567"},
+                {8, "12345678", 7, 0, "1234567"},
+                {8, "12345678", 8, ERANGE, ""},
+                {8, "", 0, 0, ""},
+                {1, "", 5, 0, ""},
+                {1, "1", 1, ERANGE, ""},
+                {8, nullptr, 1, EINVAL, ""},
+                {0, "1", 1, EINVAL, "old"}};
+    for (const auto& row : rows) {
         Guarded out;
         EXPECT_EQ(strncpy_s(out.bytes, row.size, row.source, row.count), row.code);
         EXPECT_STREQ(out.bytes, row.text);
@@ -51,12 +55,13 @@ TEST(Bounded, AppendsWholeTextsOrNone) {
 
 TEST(Bounded, FormatsWholeTextsOrNone) {
     Guarded out;
-    EXPECT_EQ(snprintf_s(out.bytes, 8, 7, "%d", 1234567), 7);
     EXPECT_EQ(snprintf_s(out.bytes, 8, 3, "%d", 1234), -1);
     EXPECT_STREQ(out.bytes, "");
     EXPECT_EQ(snprintf_s(out.bytes, 8, 100, "%d", 12345678), -1);
     EXPECT_STREQ(out.bytes, "");
-    EXPECT_EQ(sprintf_s(out.bytes, 8, "%s", "1234567"), 7);
+    EXPECT_EQ(sprintf_s(out.bytes, 8, "%s", "12345678"), -1);
+    EXPECT_STREQ(out.bytes, "");
+    EXPECT_EQ(snprintf_s(out.bytes, 8, 7, "%d", 1234567), 7);
     EXPECT_EQ(snprintf_s(out.bytes, 0, 7, "x"), -1);
     EXPECT_EQ(snprintf_s(nullptr, 8, 7, "x"), -1);
     EXPECT_STREQ(out.bytes, "1234567");

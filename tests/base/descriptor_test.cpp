@@ -1,10 +1,7 @@
+// What base does with a descriptor: locks, whole writes, owners.
 #include "base/lock.h"
-
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/time.h>
-
 #include "base/unique.h"
+#include "base/write_all.h"
 #include "support/faults.h"
 #include "support/fixture.h"
 #include "support/processes.h"
@@ -34,53 +31,25 @@ TEST_F(Lock, ExcludesOtherProcessesUntilItsScopeEnds) {
         EXPECT_FALSE(is_free());
     }
     EXPECT_TRUE(is_free());
-}
 
-// Why nobody else may open and close a locked file in the same process.
-TEST_F(Lock, IsDroppedByAnyCloseOfTheFile) {
-    const UniqueFd fd = open_file();
+    // Why nobody else may open and close a locked file in the same process.
     RecordLock lock(fd.get());
     ASSERT_TRUE(lock.acquire());
     open_file().reset();
     EXPECT_TRUE(is_free());
 }
 
-TEST_F(Lock, WaitsOnThroughSignals) {
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    EXPECT_EQ(RunChildren(2,
-                          [&](int child) {
-                              char byte = 0;
-                              const UniqueFd fd = open_file();
-                              RecordLock lock(fd.get());
-                              if (child == 0) {
-                                  if (!lock.acquire() || write(ready[1], &byte, 1) != 1)
-                                      return 1;
-                                  usleep(200000);
-                                  return 0;
-                              }
-                              if (read(ready[0], &byte, 1) != 1)
-                                  return 2;
-                              struct sigaction action = {};
-                              action.sa_handler = [](int) {};
-                              sigaction(SIGALRM, &action, nullptr);
-                              const struct itimerval every = {{0, 20000}, {0, 20000}};
-                              setitimer(ITIMER_REAL, &every, nullptr);
-                              return lock.acquire() ? 0 : 3;
-                          }),
-              0);
-}
-
 // The kernel sees rings of waiting processes where threads wait for different files.
-TEST_F(Lock, WaitingOutlastsAFalseDeadlock) {
+TEST_F(Lock, WaitingOutlastsSignalsAndFalseDeadlocks) {
     const UniqueFd fd = open_file();
-    const Fault deadlock{"fcntl", 1, EDEADLK, 3};
-    RecordLock lock(fd.get());
-    EXPECT_TRUE(lock.acquire());
-    EXPECT_EQ(deadlock.calls(), 4u);
-    EXPECT_TRUE(lock.release());
-
-    const Fault again{"fcntl", 1, EDEADLK};
+    for (const int error : {EINTR, EDEADLK}) {
+        const Fault fault{"fcntl", 1, error, 3};
+        RecordLock lock(fd.get());
+        EXPECT_TRUE(lock.acquire());
+        EXPECT_EQ(fault.calls(), 4u);
+        EXPECT_TRUE(lock.release());
+    }
+    const Fault deadlock{"fcntl", 1, EDEADLK};
     EXPECT_LT(SetRecordLock(fd.get(), F_SETLKW, F_WRLCK, 0, SEEK_SET, 0, OnDeadlock::kFail), 0);
     const Fault interrupted{"fcntl", 1, EINTR};
     EXPECT_LT(SetRecordLock(fd.get(), F_SETLK, F_WRLCK, 0, SEEK_SET, 0, OnDeadlock::kRepeat), 0);
@@ -129,6 +98,44 @@ TEST_F(Lock, FlockIsGivenBackWhileAChildStillHoldsTheFile) {
     const UniqueFd other = open_file();
     EXPECT_EQ(flock(other.get(), LOCK_EX | LOCK_NB), 0);
     close(hold[1]);
+}
+
+struct WriteAllTest : RoomTest {
+    const UniqueFd fd{open("file", O_CREAT | O_RDWR | O_CLOEXEC, 0600)};
+};
+
+TEST_F(WriteAllTest, GoesOnAfterShortAndInterruptedWrites) {
+    const Fault interrupted{"write", 1, EINTR};
+    const Fault would_block{"write", 2, EAGAIN};
+    const Fault cut = Fault::Short("write", 3, 2);
+    EXPECT_EQ(WriteAll(fd.get(), "12345", 5), 5);
+    EXPECT_EQ(cut.calls(), 4u);
+    EXPECT_EQ(ReadFile("file"), "12345");
+}
+
+TEST_F(WriteAllTest, HandsBackTheFailingWrite) {
+    const Fault cut = Fault::Short("write", 1, 2);
+    const Fault full{"write", 2, ENOSPC};
+    EXPECT_EQ(WriteAll(fd.get(), "12345", 5), -1);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(ReadFile("file"), "12");
+}
+
+// A write of 0 bytes leaves errno alone: what an earlier call left there must not count as EAGAIN.
+TEST_F(WriteAllTest, EndsWhenNothingIsTaken) {
+    const Fault nothing = Fault::Short("write", 1, 0, Fault::kAll);
+    errno = EAGAIN;
+    EXPECT_EQ(WriteAll(fd.get(), "12345", 5), 0);
+    EXPECT_EQ(nothing.calls(), 1u);
+}
+
+// The error being handled is reported after its owners have let go.
+TEST_F(WriteAllTest, OwnersKeepErrno) {
+    const Fault fault{"close", 1, EIO};
+    errno = ENOSPC;
+    { const UniqueFd owned(dup(fd.get())); }
+    EXPECT_EQ(fault.hits(), 1u);
+    EXPECT_EQ(errno, ENOSPC);
 }
 
 }  // namespace
