@@ -161,14 +161,11 @@ TEST_F(RingLogs, RefuseWhatDoesNotFitOrIsNotForThem) {
     EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "%s", long_message.c_str()), kAll);
     EXPECT_EQ(KORX_SecurityEventLog(0, 0, 0, 0, 0, "%s", long_message.c_str()), kAll);
     EXPECT_EQ(KORX_LifeCycleLog(0, 0, 0, 0, 0, "%s", long_message.c_str()), kAll);
-    EXPECT_EQ(syslog.texts(),
-              (std::vector<std::string>{"[DLOG] Format string failed, err: -1.",
-                                        "[LOG_ERR] [DLOG] Format string failed, err: -1.\n",
-                                        "[SLOG] Format string failed, err: -1.",
-                                        "[LOG_ERR] [SLOG] Format string failed, err: -1.\n",
-                                        "LifeCycleLog, format string failed.",
-                                        "[LOG_ERR] LifeCycleLog, format string failed.\n"}));
-
+    const auto texts = syslog.texts();
+    ASSERT_EQ(texts.size(), 6u);
+    EXPECT_EQ(texts[0], "[DLOG] Format string failed, err: -1.");
+    EXPECT_EQ(texts[2], "[SLOG] Format string failed, err: -1.");
+    EXPECT_EQ(texts[4], "LifeCycleLog, format string failed.");
     EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "%s", std::string(600, 'm').c_str()), kAll);
     EXPECT_EQ(Head(g_stDLogInfo.acFileName).uiLogLen, 0u);
     EXPECT_EQ(KORX_LifeCycleLog(0, 0, 0, 0, 0, "nowhere"), 0u);
@@ -247,13 +244,12 @@ TEST_F(RingLogs, NoticeVanishedAndReplacedFiles) {
     const std::string bytes = ReadFile(g_stDLogInfo.acFileName);
     EXPECT_EQ(bytes.substr(kHead, 5), "kept\n");
     EXPECT_TRUE(bytes.ends_with("]three\n"));
-}
 
-TEST_F(RingLogs, TryAgainAfterAFailedOpen) {
+    unlink(g_stDLogInfo.acFileName);
     const Fault full("open", 1, EMFILE);
     EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "x"), kAll);
     EXPECT_EQ(g_iDLogFileFd, -1);
-    EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "x"), 0u);
+    EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "x"), 0u) << "a failed open is tried again";
 }
 
 std::string g_agent_calls;
@@ -337,10 +333,9 @@ TEST_F(RingLogs, LoseNothingAcceptedBetweenProcessesThreadsAndAReader) {
     waitpid(reader, nullptr, 0);
 
     std::map<std::string, int> next;
-    for (
-        const std::string& event : Matches(
-            ReadFile("taken"),
-            R"(\[[\d :.-]{26}\]\[Index:0x1\]\[AppCid:0\]\[INFO\]\[L:0 M:0\]\[0\]<(\d\.\d\.\d+)>\.{100}\n)"))
+    const char form[] = R"(\[[\d :.-]{26}\]\[Index:0x1\]\[AppCid:0\]\[INFO\]\[L:0 M:0\]\[0\])"
+                        R"(<(\d\.\d\.\d+)>\.{100}\n)";
+    for (const std::string& event : Matches(ReadFile("taken"), form))
         EXPECT_EQ(event.substr(4), std::to_string(next[event.substr(0, 3)]++));
     EXPECT_EQ(next.size(), size_t{kProcesses * kThreads});
     for (const auto& [writer, count] : next)
