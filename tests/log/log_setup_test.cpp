@@ -1,13 +1,10 @@
 #include <signal.h>
-#include <string.h>
-#include <sys/stat.h>
 #include <syslog.h>
-#include <unistd.h>
 
 #include "korx/log.h"
 #include "korx/plog.h"
-#include "support/fixture.h"
 #include "support/processes.h"
+#include "support/records.h"
 
 namespace korx::test {
 namespace {
@@ -17,7 +14,7 @@ constexpr int kCrashStatus = 5;  // the low byte of the dump's exit status
 struct LogSetup : RoomTest {
     LogSetup() {
         MakeDirs(tree.path("logs"));
-        WriteFile("/etc/base.d/base.conf", "[PATH]\nLOG_PATH=" + tree.path("logs") + "\n");
+        SetLogPath(tree.path("logs"));
     }
 };
 
@@ -33,15 +30,12 @@ TEST_F(LogSetup, PutsAgentAndApplicationRecordsInForce) {
     EXPECT_EQ(g_stLogInfo.uiLogLevel, 3u);
     EXPECT_STREQ(g_stLogInfo.acLogFileName, "orx_app.log");
 
-    const ORX_LogInfo before = g_stLogInfo;
+    const std::string before = BytesOf(g_stLogInfo), name(64, 'p');
     syslog.clear();
-    EXPECT_NE(KORX_OrxLogInit(80100, std::string(64, 'p').c_str()), 0u);
-    EXPECT_EQ(memcmp(&before, &g_stLogInfo, sizeof before), 0);
-    ASSERT_EQ(syslog.lines().size(), 1u);
-    EXPECT_EQ(syslog.lines()[0].text,
-              "cpy procName unsuccessfully when orx log init, errCode:34, "
-              "procName:" +
-                  std::string(64, 'p'));
+    EXPECT_NE(KORX_OrxLogInit(80100, name.c_str()), 0u);
+    EXPECT_EQ(BytesOf(g_stLogInfo), before);
+    const std::string line = "cpy procName unsuccessfully when orx log init, errCode:34, procName:";
+    EXPECT_EQ(syslog.texts(), std::vector{line + name});
 }
 
 TEST_F(LogSetup, ReservesTheSpaceFullLogAnew) {
@@ -97,11 +91,11 @@ TEST_F(LogSetup, EndsADumpThatHangs) {
     ASSERT_EQ(KORX_OrxLogInit(80101, "zelk"), 0u);
     LOG_FileInit();
     g_KorxImAgentReportLogByIdFunc = nullptr;
-    EXPECT_EQ(CrashStatus([] {
-                  pthread_mutex_lock(&g_unDLogMutex);
-                  raise(SIGUSR1);
-              }),
-              kCrashStatus);
+    const auto crash = [] {
+        pthread_mutex_lock(&g_unDLogMutex);
+        raise(SIGUSR1);
+    };
+    EXPECT_EQ(CrashStatus(crash), kCrashStatus);
 }
 
 }  // namespace
