@@ -119,8 +119,7 @@ TEST_F(RingLogs, AgreeWithTheModelByteForByte) {
 TEST_F(RingLogs, RefuseExactlyWhatWouldOverwriteUnreadRecords) {
     struct Row {
         LOG_HEAD_S head;
-        uint32_t length;
-        uint32_t refused;
+        uint32_t length, refused;
     };
     constexpr uint32_t kLimit = 131072;
     for (const Row& row : {Row{{4950, 5000, 0}, 50, 0}, Row{{4950, 5000, 0}, 51, 1},
@@ -139,16 +138,15 @@ TEST_F(RingLogs, WriteTheirRecordForm) {
     EXPECT_EQ(KORX_SecurityEventLog(1, 0, 2, 3, 4, "login"), 0u);
     EXPECT_EQ(KORX_LifeCycleLog(1, 16, 3, 3, 4, "up"), 0u);
     const std::string stamp = R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6}\])";
-    const std::pair<const char*, const char*> rows[] = {
-        {g_stDLogInfo.acFileName,
-         R"(\[Index:0x37741004\]\[AppCid:1\]\[FATAL\]\[L:80100 M:3\]\[4\]started 5\n)"},
-        {g_stSLogInfo.acFileName,
-         R"(\[Index:0\]\[AppCid:1\]\[WARNING\]\[L:80100 M:3\]\[4\]login\n)"},
-        {g_stLifeLogInfo.acFileName,
-         R"(\[Index:0x10\]\[AppCid:1\]\[ERROR\]\[L:80100 M:3\]\[4\]up\n)"}};
-    for (const auto& [file, form] : rows) {
+    const char* const forms[] = {
+        R"(\[Index:0x37741004\]\[AppCid:1\]\[FATAL\]\[L:80100 M:3\]\[4\]started 5\n)",
+        R"(\[Index:0\]\[AppCid:1\]\[WARNING\]\[L:80100 M:3\]\[4\]login\n)",
+        R"(\[Index:0x10\]\[AppCid:1\]\[ERROR\]\[L:80100 M:3\]\[4\]up\n)"};
+    for (const Log& log : logs) {
+        const char* const file = log.info->acFileName;
         const std::string bytes = ReadFile(file);
-        EXPECT_TRUE(std::regex_match(bytes.substr(kHead), std::regex(stamp + form))) << bytes;
+        EXPECT_TRUE(std::regex_match(bytes.substr(kHead), std::regex(stamp + forms[&log - logs])))
+            << bytes;
         const auto length = static_cast<uint32_t>(bytes.size() - kHead);
         EXPECT_EQ(bytes.substr(0, kHead), BytesOf(LOG_HEAD_S{length, 0, 0}));
         EXPECT_EQ(Mode(file), 0640u);
@@ -183,18 +181,17 @@ TEST_F(RingLogs, LeaveALossInTheDiagnosticRecordLog) {
     const std::string before = ReadFile(g_stSLogInfo.acFileName);
     EXPECT_EQ(KORX_SecurityEventLog(0, 0, 0, 0, 0, "lost"), 99u);
     EXPECT_EQ(ReadFile(g_stSLogInfo.acFileName), before);
-    EXPECT_TRUE(ReadFile(g_stDLogInfo.acFileName)
-                    .ends_with("][Index:0x37741004][AppCid:0][WARNING][L:80100 M:0][0]New log will "
-                               "wrap undumped log, discard and ret:99.\n"));
-    EXPECT_EQ(syslog.texts()[0], "New log will wrap undumped log, discard and ret:99.");
+    const std::string loss = "New log will wrap undumped log, discard and ret:99.";
+    EXPECT_TRUE(
+        ReadFile(g_stDLogInfo.acFileName)
+            .ends_with("][Index:0x37741004][AppCid:0][WARNING][L:80100 M:0][0]" + loss + "\n"));
+    EXPECT_EQ(syslog.texts()[0], loss);
 }
 
 TEST_F(RingLogs, WrapACorruptHeadInsteadOfMakingAHugeFile) {
     seed(g_stDLogInfo, {kAll - 5, 7, 0});
     EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "x"), 0u);
-    struct stat st;
-    ASSERT_EQ(stat(g_stDLogInfo.acFileName, &st), 0);
-    EXPECT_EQ(st.st_size, 262144);
+    EXPECT_EQ(ReadFile(g_stDLogInfo.acFileName).size(), 262144u);
     EXPECT_EQ(Head(g_stDLogInfo.acFileName).uiDumpLen, 7u);
 }
 
