@@ -136,8 +136,7 @@ TEST_F(Copy, UsesTheTemporaryNameWhereItFits) {
         EXPECT_EQ(Safe("./from", row.destination), kFailed);
         EXPECT_TRUE(logged().ends_with(
             "E [ORXFS-LOCAL] Copy File unsuccessfully! src: ./from, dst: " + row.destination +
-            (row.temporary ? ".orxtmp" : "") + ", return 268435455\n"))
-            << row.destination.size();
+            (row.temporary ? ".orxtmp" : "") + ", return 268435455\n"));
     }
     WriteFile(n128, "old");
     for (const std::string& over : {"./" + n128, directory(257) + "to"}) {
