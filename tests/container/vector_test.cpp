@@ -59,8 +59,8 @@ TEST_F(Vector, StaysAsItIsWhenItCannotGrow) {
         Fault fault{"malloc", 1, ENOMEM};
         EXPECT_EQ(append(here), kFailedSlot);
     }
-    EXPECT_EQ(ORX_VEC_VectorSetIndex(v, 1u << 31, here), kFailedSlot);
-    EXPECT_EQ(ORX_VEC_VectorSetIndex(v, 0xFFFFFFFF, here), kFailedSlot);
+    for (uint32_t index : {1u << 31, 0xFFFFFFFF})
+        EXPECT_EQ(ORX_VEC_VectorSetIndex(v, index, here), kFailedSlot);
     EXPECT_EQ(v->ppSlots, slots);
     EXPECT_EQ(v->uiCapacity, 1u);
     EXPECT_EQ(v->uiUsedSlots, 1u);
