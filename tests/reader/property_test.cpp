@@ -1,6 +1,5 @@
 // The reader against the real writers: whatever is written and taken in whatever order, each record
 // that a writer accepted is taken once and in order.
-#include <stdlib.h>
 
 #include <deque>
 #include <random>
