@@ -1,5 +1,4 @@
 #include <errno.h>
-#include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
