@@ -117,7 +117,6 @@ TEST_F(LogFile, ReopensAVanishedOrReplacedFileAtItsEnd) {
     EXPECT_EQ(LOG_CheckAndCreateFile(file.c_str(), &fd), 0u);
     EXPECT_EQ(lseek(fd, 0, SEEK_CUR), 7);
     EXPECT_EQ(LOG_CheckAndCreateFile(nullptr, &fd), 1u);
-    close(fd);
 }
 
 TEST_F(LogFile, WaitsForALockThroughSignalsAndFalseDeadlocks) {
@@ -131,7 +130,6 @@ TEST_F(LogFile, WaitsForALockThroughSignalsAndFalseDeadlocks) {
     const Fault fault("fcntl", 1, EINTR);
     EXPECT_EQ(DBG_LockReg(fd, F_SETLK, F_UNLCK, 0, SEEK_SET, 0), 7u);
     EXPECT_EQ(DBG_LockReg(-1, F_SETLKW, F_WRLCK, 0, SEEK_SET, 0), 7u);
-    close(fd);
 }
 
 uint32_t Assemble(char* buffer, int size, uint32_t* length, const char* format, ...) {
@@ -164,7 +162,6 @@ TEST_F(LogFile, CutsAndRestartsPlainLogs) {
     EXPECT_EQ(ReadFile("big").substr(0, 6), "newerb");
     EXPECT_EQ(LOG_CheckAndTruncate(-1, 10), kAll);
     EXPECT_EQ(LOG_Write(fd, 3, nullptr), -1);
-    close(fd);
 }
 
 TEST_F(LogFile, KnowsItsProcesses) {
