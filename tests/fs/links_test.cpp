@@ -67,25 +67,23 @@ TEST_F(Links, SafeLinkIsRelativeBelowOneRoot) {
     MakeDirs("/opt/a/b");
     MakeDirs("/opt/a/c");
     WriteFile("/opt/a/b/f", "");
+    const std::string b = "/opt/a/b", c = "/opt/a/c";
     struct Row {
-        std::string directory, name, link_directory, link_name, before;
-        uint32_t result;
-        std::string contents;
+        std::string directory, name, link_directory, link_name, before, contents;
+        uint32_t result = 0;
     };
     for (const Row& row :
-         {Row{"/opt/a/b", "f", "/opt/a/c/", "l", "", 0, "../b/f"},
-          Row{"/opt/a/b/", "f", "/opt/a/c", "l", "../b/f", 0, "../b/f"},
-          Row{"/opt/a/b", "f", "/opt/a/c", "l", "/opt/a/b/f", 0, "/opt/a/b/f"},
-          Row{"/opt/a/b", "none", "/opt/a/c", "l", "/opt/a/b/none", 0, "../b/none"},
-          Row{root, "f", root, "new", "", 0, root + "/f"},
-          Row{root, "f", root, "new", "d", 0, root + "/f"},
-          Row{"/opt/a/b", "f", root, "new", "none", 0, "/opt/a/b/f"},
-          Row{"", "none", root, "new", "", 0, "/none"},
-          Row{d255, n127, root, n127, "", 0, d255 + n127},
-          Row{d255 + "/", "f", root, "new", "kept", kInvalidParam, "kept"},
-          Row{root, "f", root, n127 + "n", "", kInvalidParam, ""},
-          Row{root, n127 + "n", root, "new", "kept", kInvalidParam, "kept"},
-          Row{e255, n127, "/opt/a/c", "l", "kept", 27, "kept"}}) {
+         {Row{b, "f", c + "/", "l", "", "../b/f"}, Row{b + "/", "f", c, "l", "../b/f", "../b/f"},
+          Row{b, "f", c, "l", "/opt/a/b/f", "/opt/a/b/f"},
+          Row{b, "none", c, "l", "/opt/a/b/none", "../b/none"},
+          Row{root, "f", root, "new", "", root + "/f"},
+          Row{root, "f", root, "new", "d", root + "/f"},
+          Row{b, "f", root, "new", "none", "/opt/a/b/f"}, Row{"", "none", root, "new", "", "/none"},
+          Row{d255, n127, root, n127, "", d255 + n127},
+          Row{d255 + "/", "f", root, "new", "kept", "kept", kInvalidParam},
+          Row{root, "f", root, n127 + "n", "", "", kInvalidParam},
+          Row{root, n127 + "n", root, "new", "kept", "kept", kInvalidParam},
+          Row{e255, n127, c, "l", "kept", "kept", 27}}) {
         const std::string link = row.link_directory + "/" + row.link_name;
         (void) unlink(link.c_str());
         (void) symlink(row.before.c_str(), link.c_str());
