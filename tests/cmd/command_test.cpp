@@ -176,8 +176,8 @@ TEST_F(Command, GivesTheChildACleanStart) {
     EXPECT_NE(status.find("SigIgn:\t0000000000001000\n"), std::string::npos) << status;
     EXPECT_EQ(KORX_Execvp("find /proc/self/fd -fprint descriptors", " "), 0u);
     const std::string descriptors = ReadFile("descriptors");
-    for (const char* fd : {"/fd/1\n", "/fd/10\n", "/fd/500\n", "/fd/1023\n"})
-        EXPECT_EQ(descriptors.find(fd) == std::string::npos, fd != std::string("/fd/1\n")) << fd;
+    for (const std::string fd : {"/fd/1\n", "/fd/10\n", "/fd/500\n", "/fd/1023\n"})
+        EXPECT_EQ(descriptors.find(fd) == std::string::npos, fd != "/fd/1\n") << fd;
     pthread_sigmask(SIG_UNBLOCK, &mask, &after);
     EXPECT_TRUE(sigismember(&after, SIGUSR2));
     EXPECT_FALSE(sigismember(&after, SIGINT));
