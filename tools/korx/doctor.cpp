@@ -180,7 +180,7 @@ class Doctor {
         korx_damage damage;
         if (info.damage > 0 && korx_reader_get_damage(reader.get(), 0, &damage) != 0)
             tell(Verdict::kFault, source.file,
-                 std::to_string(info.damage) + " damages, the first at offset " +
+                 std::to_string(info.damage) + " damaged places, the first at offset " +
                      std::to_string(damage.offset) + ": " + damage.text +
                      " (korx log verify names all)");
         else

@@ -42,11 +42,11 @@ int VerifyOne(Output& out, const Source& source, bool json) {
     if (!json) {
         if (info.damage > listed)
             out.write(source.path + ": and " + std::to_string(info.damage - listed) + " more\n");
-        out.write(
-            source.path + ": " + korx_log_kind_name(info.kind) + ", " +
-            std::to_string(info.records) + " records, " +
-            (info.damage == 0 ? std::string("sound") : std::to_string(info.damage) + " damages") +
-            "\n");
+        out.write(source.path + ": " + korx_log_kind_name(info.kind) + ", " +
+                  std::to_string(info.records) + " records, " +
+                  (info.damage == 0 ? std::string("sound")
+                                    : std::to_string(info.damage) + " damaged places") +
+                  "\n");
     }
     return info.damage == 0 ? kWell : kFinding;
 }
