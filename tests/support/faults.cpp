@@ -8,151 +8,92 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <iterator>
 #include <mutex>
 
 namespace korx::test {
 namespace {
 
-struct Range {
-    uintptr_t begin;
-    uintptr_t end;
-
-    bool contains(const void* address) const {
-        const auto value = reinterpret_cast<uintptr_t>(address);
-        return begin <= value && value < end;
-    }
-};
-
-// The code whose calls count: this program and libkorx_basic. [1] stays empty without the library.
-Range g_ranges[2];
-
-int AddRange(dl_phdr_info* info, size_t, void* first_call) {
-    bool& is_program = *static_cast<bool*>(first_call);  // the program itself always comes first
-    const bool is_library = strstr(info->dlpi_name, "libkorx_basic.so") != nullptr;
-    if (is_program || is_library) {
-        Range range = {UINTPTR_MAX, 0};
-        for (int i = 0; i < info->dlpi_phnum; ++i) {
-            const ElfW(Phdr)& segment = info->dlpi_phdr[i];
-            const uintptr_t begin = info->dlpi_addr + segment.p_vaddr;
-            if (segment.p_type != PT_LOAD)
-                continue;
-            range.begin = begin < range.begin ? begin : range.begin;
-            range.end = begin + segment.p_memsz > range.end ? begin + segment.p_memsz : range.end;
-        }
-        g_ranges[is_program ? 0 : 1] = range;
-    }
-    is_program = false;
-    return 0;
+// The file that the address is in: "" for the program itself, null for none.
+const char* ModuleOf(const void* address) {
+    dl_find_object module;
+    if (_dl_find_object(const_cast<void*>(address), &module) != 0)
+        return nullptr;
+    return module.dlfo_link_map->l_name;
 }
 
-void FindRanges() {
-    bool first_call = true;
-    dl_iterate_phdr(AddRange, &first_call);
+bool IsProgram(const char* module) {
+    return module != nullptr && *module == '\0';
 }
 
-bool IsCounted(const void* caller) {
-    return g_ranges[0].contains(caller) || g_ranges[1].contains(caller);
+bool IsCounted(const char* module) {
+    return IsProgram(module) ||
+           (module != nullptr && strstr(module, "libkorx_basic.so") != nullptr);
+}
+
+[[noreturn]] void Die(const char* what, const char* name) {
+    fprintf(stderr, "Fault of \"%s\": %s\n", name, what);
+    abort();
 }
 
 [[gnu::tls_model("initial-exec")]] thread_local unsigned untapped_depth = 0;
 std::mutex g_arming;
+constinit std::atomic<Fault*> g_armed[16] = {};
+constinit std::atomic<unsigned> g_count{0};
 
 }  // namespace
 
-class FaultTable {
-  public:
-    static constexpr size_t kSlots = 16;
-
-    static void Arm(Fault* fault) {
-        const std::lock_guard lock(g_arming);
-        for (auto& slot : slots_) {
-            if (slot == nullptr) {
-                slot = fault;
-                ++armed_;
-                return;
-            }
-        }
-        fprintf(stderr, "Fault: more than %zu at a time\n", kSlots);
-        abort();
-    }
-
-    static void Disarm(Fault* fault) {
-        const std::lock_guard lock(g_arming);
-        for (auto& slot : slots_) {
-            if (slot == fault) {
-                slot = nullptr;
-                --armed_;
-            }
-        }
-    }
-
-    // What becomes of a call: true makes it fail, with errno set.
-    static bool Decide(const char* name, const void* caller, size_t* bytes) {
-        if (armed_ == 0 || untapped_depth != 0 || !IsCounted(caller))
-            return false;
-        int error = 0;
-        for (auto& slot : slots_) {
-            Fault* const fault = slot;
-            if (fault != nullptr && Matches(fault->name_, name) && Strikes(fault))
-                Apply(*fault, bytes, &error);
-        }
-        if (error != 0)
-            errno = error;
-        return error != 0;
-    }
-
-  private:
-    static bool Matches(const char* wanted, const char* name) {
-        if (strcmp(wanted, "*") == 0)
-            return strcmp(name, "malloc") != 0;
-        return strcmp(wanted, name) == 0;
-    }
-
-    static bool Strikes(Fault* fault) {
-        const unsigned call = ++fault->calls_;
-        const bool strikes = call >= fault->nth_ &&
-                             (fault->count_ < 0 || call - fault->nth_ < unsigned(fault->count_));
-        fault->hits_ += strikes;
-        return strikes;
-    }
-
-    static void Apply(const Fault& fault, size_t* bytes, int* error) {
-        switch (fault.action_) {
-            case Fault::Action::kFail:
-                *error = fault.error_;
-                break;
-            case Fault::Action::kKill:
-                _exit(Fault::kKilled);
-            case Fault::Action::kShorten:
-                if (bytes != nullptr && *bytes > fault.bytes_)
-                    *bytes = fault.bytes_;
-                break;
-            case Fault::Action::kCount:
-                break;
-        }
-    }
-
-    static constinit std::atomic<Fault*> slots_[kSlots];
-    static constinit std::atomic<unsigned> armed_;
-};
-
-constinit std::atomic<Fault*> FaultTable::slots_[kSlots] = {};
-constinit std::atomic<unsigned> FaultTable::armed_{0};
-
 Fault::Fault(const char* name, unsigned nth, Action action, int error, size_t bytes, int count)
     : name_(name), nth_(nth), action_(action), error_(error), bytes_(bytes), count_(count) {
-    FindRanges();
     // A tap is a function that this program defines in place of libc; any other name would make a
     // test that waits for a failure that never comes.
-    if (strcmp(name, "*") != 0 && !g_ranges[0].contains(dlsym(RTLD_DEFAULT, name))) {
-        fprintf(stderr, "Fault: there is no tap for \"%s\" in tests/support/taps.c\n", name);
-        abort();
-    }
-    FaultTable::Arm(this);
+    if (strcmp(name, "*") != 0 && !IsProgram(ModuleOf(dlsym(RTLD_DEFAULT, name))))
+        Die("there is no tap for it in tests/support/taps.c", name);
+    const std::lock_guard lock(g_arming);
+    auto* const slot = std::find(std::begin(g_armed), std::end(g_armed), nullptr);
+    if (slot == std::end(g_armed))
+        Die("too many at a time", name);
+    *slot = this;
+    ++g_count;
 }
 
 Fault::~Fault() {
-    FaultTable::Disarm(this);
+    const std::lock_guard lock(g_arming);
+    *std::find(std::begin(g_armed), std::end(g_armed), this) = nullptr;
+    --g_count;
+}
+
+bool Fault::Decide(const char* name, const void* caller, size_t* bytes) {
+    if (g_count == 0 || untapped_depth != 0 || !IsCounted(ModuleOf(caller)))
+        return false;
+    int error = 0;
+    for (const auto& armed : g_armed) {
+        Fault* const fault = armed;
+        if (fault != nullptr && fault->Strikes(name))
+            fault->Apply(bytes, &error);
+    }
+    if (error != 0)
+        errno = error;
+    return error != 0;
+}
+
+bool Fault::Strikes(const char* name) {
+    if (strcmp(name_, "*") == 0 ? strcmp(name, "malloc") == 0 : strcmp(name_, name) != 0)
+        return false;
+    const unsigned call = ++calls_;
+    const bool strikes = call >= nth_ && (count_ < 0 || call - nth_ < unsigned(count_));
+    hits_ += strikes;
+    return strikes;
+}
+
+void Fault::Apply(size_t* bytes, int* error) const {
+    if (action_ == Action::kKill)
+        _exit(kKilled);
+    if (action_ == Action::kFail)
+        *error = error_;
+    if (action_ == Action::kShorten && bytes != nullptr)
+        *bytes = std::min(*bytes, bytes_);
 }
 
 Untapped::Untapped() {
@@ -166,5 +107,5 @@ Untapped::~Untapped() {
 }  // namespace korx::test
 
 extern "C" int KorxTap(const char* name, const void* caller, size_t* bytes) {
-    return korx::test::FaultTable::Decide(name, caller, bytes) ? 1 : 0;
+    return korx::test::Fault::Decide(name, caller, bytes) ? 1 : 0;
 }

@@ -42,12 +42,16 @@ class Fault {
     unsigned calls() const { return calls_; }
     unsigned hits() const { return hits_; }
 
+    // What becomes of a call: true makes it fail, with errno set.
+    static bool Decide(const char* name, const void* caller, size_t* bytes);
+
   protected:
     enum class Action { kFail, kKill, kShorten, kCount };
     Fault(const char* name, unsigned nth, Action action, int error, size_t bytes, int count);
 
   private:
-    friend class FaultTable;
+    bool Strikes(const char* name);
+    void Apply(size_t* bytes, int* error) const;
 
     const char* const name_;
     const unsigned nth_;

@@ -65,7 +65,9 @@ class SyslogTap {
 
     pid_t owner_ = 0;
     pid_t reader_ = 0;
-    int sender_ = -1;   // a client of /dev/log, for the question that lines() asks
+    int sender_ = -1;  // a client of /dev/log, for the question that lines() asks
+    int heard_ = -1;   // the file that the reader fills
+    off_t fetched_ = 0;
     int control_ = -1;  // here the reader answers
     std::vector<SyslogLine> lines_;
 };

@@ -22,8 +22,7 @@ namespace {
 int Await(pid_t child) {
     const Untapped untapped;
     int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
+    (void) TEMP_FAILURE_RETRY(waitpid(child, &status, 0));
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 

@@ -1,7 +1,6 @@
 /* The libc calls that tests can make fail. Each is defined here under its own name, asks the armed
  * faults, and goes on to the definition that would have been called (libc's or a sanitizer's).
- * The 64-bit and fortified names of a call count as the call. Nothing here may depend on
- * constructors: malloc is called before any of them. */
+ * Nothing here may depend on constructors: malloc is called before any of them. */
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -24,8 +23,6 @@
 /* True when the call is to fail, with errno set; may lower *bytes. Else errno is kept. */
 int KorxTap(const char* name, const void* caller, size_t* bytes);
 
-#define FAILS(name, bytes) KorxTap(#name, __builtin_return_address(0), bytes)
-
 static void* Next(const char* symbol) {
     const int saved = errno;
     void* const next = dlsym(RTLD_NEXT, symbol);
@@ -33,92 +30,65 @@ static void* Next(const char* symbol) {
     return next;
 }
 
-/* symbol counts as name; limit is the byte count that a fault may lower, or null. */
-#define TAP_AS(name, limit, result, symbol, failure, parameters, arguments) \
-    result symbol parameters;                                               \
-    result symbol parameters {                                              \
-        static result(*next) parameters;                                    \
-        if (!next)                                                          \
-            next = Next(#symbol);                                           \
-        return FAILS(name, limit) ? failure : next arguments;               \
+#define FIND_NEXT(result, name, parameters) \
+    static result(*next) parameters;        \
+    if (!next)                              \
+    next = Next(#name)
+#define FAILS(name, bytes) KorxTap(#name, __builtin_return_address(0), bytes)
+
+/* limit is the byte count that a fault may lower, or null. */
+#define TAP_LIMIT(limit, result, name, failure, parameters, arguments) \
+    result name parameters {                                           \
+        FIND_NEXT(result, name, parameters);                           \
+        return FAILS(name, limit) ? failure : next arguments;          \
     }
-#define TAP(result, name, failure, parameters, arguments) \
-    TAP_AS(name, NULL, result, name, failure, parameters, arguments)
+#define TAP(...) TAP_LIMIT(NULL, __VA_ARGS__)
 
 /* A call with an optional last argument; reading it when there is none is harmless. */
-#define TAP_VARIADIC(name, symbol, type, last, parameters, arguments) \
-    int symbol parameters {                                           \
-        static int(*next) parameters;                                 \
-        va_list rest;                                                 \
-        va_start(rest, last);                                         \
-        type argument = va_arg(rest, type);                           \
-        va_end(rest);                                                 \
-        if (!next)                                                    \
-            next = Next(#symbol);                                     \
-        return FAILS(name, NULL) ? -1 : next arguments;               \
+#define TAP_VARIADIC(name, type, last, parameters, arguments) \
+    int name parameters {                                     \
+        va_list rest;                                         \
+        va_start(rest, last);                                 \
+        type argument = va_arg(rest, type);                   \
+        va_end(rest);                                         \
+        FIND_NEXT(int, name, parameters);                     \
+        return FAILS(name, NULL) ? -1 : next arguments;       \
     }
 
 /* A call that releases its argument even when it fails. */
 #define TAP_RELEASE(name, failure, parameters, arguments) \
     int name parameters {                                 \
-        static int(*next) parameters;                     \
-        if (!next)                                        \
-            next = Next(#name);                           \
+        FIND_NEXT(int, name, parameters);                 \
         const int fails = FAILS(name, NULL);              \
         const int error = errno;                          \
         const int result = next arguments;                \
-        if (!fails)                                       \
-            return result;                                \
-        errno = error;                                    \
-        return failure;                                   \
+        errno = fails ? error : errno;                    \
+        return fails ? failure : result;                  \
     }
 
 /* Opening */
-#define OPEN_PARAMETERS (const char* path, int flags, ...)
-#define OPENAT_PARAMETERS (int dir, const char* path, int flags, ...)
-TAP_VARIADIC(open, open, mode_t, flags, OPEN_PARAMETERS, (path, flags, argument))
-TAP_VARIADIC(open, open64, mode_t, flags, OPEN_PARAMETERS, (path, flags, argument))
-TAP_VARIADIC(openat, openat, mode_t, flags, OPENAT_PARAMETERS, (dir, path, flags, argument))
-TAP_VARIADIC(openat, openat64, mode_t, flags, OPENAT_PARAMETERS, (dir, path, flags, argument))
-TAP_AS(open, NULL, int, __open_2, -1, (const char* path, int flags), (path, flags))
-TAP_AS(open, NULL, int, __open64_2, -1, (const char* path, int flags), (path, flags))
-TAP_AS(openat, NULL, int, __openat_2, -1, (int dir, const char* path, int flags),
-       (dir, path, flags))
-TAP_AS(openat, NULL, int, __openat64_2, -1, (int dir, const char* path, int flags),
-       (dir, path, flags))
+TAP_VARIADIC(open, mode_t, flags, (const char* path, int flags, ...), (path, flags, argument))
+TAP_VARIADIC(openat, mode_t, flags, (int dir, const char* path, int flags, ...),
+             (dir, path, flags, argument))
 TAP_RELEASE(close, -1, (int fd), (fd))
 
 /* Descriptors */
-TAP_AS(read, &count, ssize_t, read, -1, (int fd, void* data, size_t count), (fd, data, count))
-TAP_AS(read, &count, ssize_t, __read_chk, -1, (int fd, void* data, size_t count, size_t room),
-       (fd, data, count, room))
-TAP_AS(write, &count, ssize_t, write, -1, (int fd, const void* data, size_t count),
-       (fd, data, count))
+TAP_LIMIT(&count, ssize_t, read, -1, (int fd, void* data, size_t count), (fd, data, count))
+TAP_LIMIT(&count, ssize_t, write, -1, (int fd, const void* data, size_t count), (fd, data, count))
 TAP(off_t, lseek, -1, (int fd, off_t offset, int whence), (fd, offset, whence))
-TAP_AS(lseek, NULL, off64_t, lseek64, -1, (int fd, off64_t offset, int whence),
-       (fd, offset, whence))
 TAP(int, ftruncate, -1, (int fd, off_t length), (fd, length))
-TAP_AS(ftruncate, NULL, int, ftruncate64, -1, (int fd, off64_t length), (fd, length))
 TAP(int, fsync, -1, (int fd), (fd))
-TAP(int, fdatasync, -1, (int fd), (fd))
 TAP(int, flock, -1, (int fd, int operation), (fd, operation))
 TAP(int, fchmod, -1, (int fd, mode_t mode), (fd, mode))
 TAP(int, fchown, -1, (int fd, uid_t owner, gid_t group), (fd, owner, group))
 TAP(int, fstat, -1, (int fd, struct stat* st), (fd, st))
-TAP_AS(fstat, NULL, int, fstat64, -1, (int fd, struct stat64* st), (fd, st))
-TAP(int, dup, -1, (int fd), (fd))
-TAP_VARIADIC(fcntl, fcntl, void*, command, (int fd, int command, ...), (fd, command, argument))
-TAP_VARIADIC(fcntl, fcntl64, void*, command, (int fd, int command, ...), (fd, command, argument))
-TAP_VARIADIC(ioctl, ioctl, void*, request, (int fd, unsigned long request, ...),
-             (fd, request, argument))
+TAP_VARIADIC(fcntl, void*, command, (int fd, int command, ...), (fd, command, argument))
+TAP_VARIADIC(ioctl, void*, request, (int fd, unsigned long request, ...), (fd, request, argument))
 
 /* Names */
 TAP(int, stat, -1, (const char* path, struct stat* st), (path, st))
-TAP_AS(stat, NULL, int, stat64, -1, (const char* path, struct stat64* st), (path, st))
 TAP(int, lstat, -1, (const char* path, struct stat* st), (path, st))
-TAP_AS(lstat, NULL, int, lstat64, -1, (const char* path, struct stat64* st), (path, st))
 TAP(int, access, -1, (const char* path, int mode), (path, mode))
-TAP(int, chmod, -1, (const char* path, mode_t mode), (path, mode))
 TAP(int, rename, -1, (const char* from, const char* to), (from, to))
 TAP(int, link, -1, (const char* from, const char* to), (from, to))
 TAP(int, symlink, -1, (const char* target, const char* path), (target, path))
@@ -129,19 +99,14 @@ TAP(int, remove, -1, (const char* path), (path))
 TAP(int, mkdir, -1, (const char* path, mode_t mode), (path, mode))
 TAP(int, rmdir, -1, (const char* path), (path))
 TAP(int, statfs, -1, (const char* path, struct statfs* st), (path, st))
-TAP_AS(statfs, NULL, int, statfs64, -1, (const char* path, struct statfs64* st), (path, st))
 TAP(char*, realpath, NULL, (const char* path, char* resolved), (path, resolved))
-TAP_AS(realpath, NULL, char*, __realpath_chk, NULL, (const char* path, char* resolved, size_t room),
-       (path, resolved, room))
 TAP(char*, getcwd, NULL, (char* data, size_t count), (data, count))
 TAP(DIR*, opendir, NULL, (const char* path), (path))
 TAP(DIR*, fdopendir, NULL, (int fd), (fd))
 TAP(struct dirent*, readdir, NULL, (DIR * dir), (dir))
-TAP_AS(readdir, NULL, struct dirent64*, readdir64, NULL, (DIR * dir), (dir))
 
 /* Streams */
 TAP(FILE*, fopen, NULL, (const char* path, const char* mode), (path, mode))
-TAP_AS(fopen, NULL, FILE*, fopen64, NULL, (const char* path, const char* mode), (path, mode))
 TAP(FILE*, fdopen, NULL, (int fd, const char* mode), (fd, mode))
 TAP_RELEASE(fclose, EOF, (FILE * file), (file))
 TAP(int, fflush, EOF, (FILE * file), (file))
@@ -149,8 +114,6 @@ TAP(int, fseek, -1, (FILE * file, long offset, int whence), (file, offset, whenc
 TAP(long, ftell, -1, (FILE * file), (file))
 TAP(char*, fgets, NULL, (char* text, int size, FILE* file), (text, size, file))
 TAP(int, fputs, EOF, (const char* text, FILE* file), (text, file))
-TAP(size_t, fread, 0, (void* data, size_t size, size_t count, FILE* file),
-    (data, size, count, file))
 TAP(size_t, fwrite, 0, (const void* data, size_t size, size_t count, FILE* file),
     (data, size, count, file))
 
@@ -158,7 +121,6 @@ TAP(size_t, fwrite, 0, (const void* data, size_t size, size_t count, FILE* file)
 TAP(void*, malloc, NULL, (size_t size), (size))
 TAP(pid_t, wait4, -1, (pid_t pid, int* status, int options, struct rusage* usage),
     (pid, status, options, usage))
-TAP(pid_t, waitpid, -1, (pid_t pid, int* status, int options), (pid, status, options))
 TAP(int, getpwnam_r, errno,
     (const char* name, struct passwd* entry, char* data, size_t size, struct passwd** result),
     (name, entry, data, size, result))
@@ -168,7 +130,7 @@ TAP(int, getgrnam_r, errno,
 TAP(key_t, ftok, -1, (const char* path, int id), (path, id))
 TAP(int, semget, -1, (key_t key, int count, int flags), (key, count, flags))
 TAP(int, semop, -1, (int id, struct sembuf* operations, size_t count), (id, operations, count))
-TAP_VARIADIC(semctl, semctl, void*, command, (int id, int number, int command, ...),
+TAP_VARIADIC(semctl, void*, command, (int id, int number, int command, ...),
              (id, number, command, argument))
 
 /* A function that returns twice cannot be wrapped: the child would return from the wrapper and
@@ -181,34 +143,16 @@ void* KorxTapVfork(const void* caller) {
     return KorxTap("vfork", caller, NULL) ? NULL : next;
 }
 
+#define VFORK(type, code) \
+    __asm__(".globl vfork\n.type vfork, " type "\nvfork:\n" code "ret\n.size vfork, .-vfork\n")
 #if defined(__x86_64__)
-__asm__(
-    ".globl vfork\n"
-    ".type vfork, @function\n"
-    "vfork:\n"
-    "    movq (%rsp), %rdi\n"
-    "    subq $8, %rsp\n"
-    "    call KorxTapVfork\n"
-    "    addq $8, %rsp\n"
-    "    testq %rax, %rax\n"
-    "    jz 1f\n"
-    "    jmp *%rax\n"
-    "1:  movl $-1, %eax\n"
-    "    ret\n"
-    ".size vfork, .-vfork\n");
+VFORK("@function",
+      "movq (%rsp), %rdi\n subq $8, %rsp\n call KorxTapVfork\n addq $8, %rsp\n"
+      "testq %rax, %rax\n jz 1f\n jmp *%rax\n"
+      "1: movl $-1, %eax\n");
 #elif defined(__aarch64__)
-__asm__(
-    ".globl vfork\n"
-    ".type vfork, %function\n"
-    "vfork:\n"
-    "    stp x29, x30, [sp, -16]!\n"
-    "    mov x0, x30\n"
-    "    bl KorxTapVfork\n"
-    "    ldp x29, x30, [sp], 16\n"
-    "    cbz x0, 1f\n"
-    "    mov x16, x0\n"
-    "    br x16\n"
-    "1:  mov w0, -1\n"
-    "    ret\n"
-    ".size vfork, .-vfork\n");
+VFORK("%function",
+      "stp x29, x30, [sp, -16]!\n mov x0, x30\n bl KorxTapVfork\n ldp x29, x30, [sp], 16\n"
+      "cbz x0, 1f\n mov x16, x0\n br x16\n"
+      "1: mov w0, -1\n");
 #endif
