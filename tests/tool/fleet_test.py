@@ -4,11 +4,12 @@ collector in the middle and looks for every record at it. Runs in scripts/sandbo
 
 Arguments: korx, libkorx_basic, examples/fleet.
 """
+import contextlib
 import ctypes
 import json
 import os
 import pathlib
-import signal
+import shutil
 import socket
 import subprocess
 import sys
@@ -49,12 +50,9 @@ def write_records(first, count):
 
 def arrived(records):
     found = {"diag": set(), "security": set()}
-    if records.exists():
-        for line in records.read_bytes().splitlines():
-            try:
-                record = json.loads(line)
-            except ValueError:
-                continue  # the line that the kill cut short; it comes again
+    for line in records.read_bytes().splitlines() if records.exists() else []:
+        with contextlib.suppress(ValueError):  # the line that the kill cut short comes again
+            record = json.loads(line)
             if record.get("message", "").startswith("fleet "):
                 found[record["kind"]].add(int(record["message"].split()[1]))
     return found
@@ -78,6 +76,10 @@ def main():
         running.append(subprocess.Popen(command, **options))
         return running[-1]
 
+    def kill(process):
+        process.kill()
+        process.wait()
+
     def daemon(configuration, work):
         return start([rsyslogd, "-n", "-f", FLEET / configuration, "-i", root / work / "pid"],
                      env=dict(environment, KORX_WORK=str(root / work)))
@@ -93,31 +95,23 @@ def main():
         collector, shipper = daemon("collector.conf", "far"), ship()
         daemon("forwarder.conf", "board")
         wait_for("the first records", 20, lambda: count() > 0)
-        collector.send_signal(signal.SIGKILL)
-        collector.wait()
+        kill(collector)
         write_records(ROUND, ROUND)
         # The shipper is killed too: what it had not acknowledged is taken again.
-        shipper.send_signal(signal.SIGKILL)
-        shipper.wait()
+        kill(shipper)
         shipper = ship()
-        collector = daemon("collector.conf", "far")
+        daemon("collector.conf", "far")
         write_records(2 * ROUND, ROUND)
         wait_for("all records", 30, lambda: count() == 3 * ROUND)
-        shipper.send_signal(signal.SIGTERM)
+        shipper.terminate()
         assert shipper.wait(5) == 0, "the shipper did not end cleanly"
     finally:
         for process in running:
-            if process.poll() is None:
-                process.terminate()
-        for process in running:
-            try:
-                process.wait(5)
-            except subprocess.TimeoutExpired:
-                process.kill()
+            kill(process)
         missing = {kind: sorted(set(range(3 * ROUND)) - got)[:10]
                    for kind, got in arrived(records).items()}
         print(f"missing: {missing}")
-        subprocess.run(["rm", "-rf", root], check=True)
+        shutil.rmtree(root)
     return 0
 
 

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
@@ -31,21 +32,24 @@ struct Result {
     }
 };
 
-using Args = std::vector<std::string>;
+// Given one by one, or as a line of words.
+struct Args : std::vector<std::string> {
+    using vector::vector;
+    Args(const char* line) : Args(std::string(line)) {}
+    Args(const std::string& line) {
+        std::istringstream words(line);
+        assign(std::istream_iterator<std::string>(words), {});
+    }
+};
 
 // A running command whose output goes to the descriptor, or to a file that is read at its end.
 class Command {
   public:
-    explicit Command(const Args& args, int out_fd = -1, uid_t user = 0) {
-        const std::string out = out_fd < 0 ? "cmd.out" : "";
-        pid_ = fork();
+    explicit Command(const Args& args, int out_fd = -1, uid_t user = 0) : pid_(fork()) {
         if (pid_ != 0)
             return;
-        const int target =
-            out_fd >= 0 ? out_fd : open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        const int error = open("cmd.err", O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        dup2(target, STDOUT_FILENO);
-        dup2(error, STDERR_FILENO);
+        dup2(out_fd >= 0 ? out_fd : creat("cmd.out", 0600), STDOUT_FILENO);
+        dup2(creat("cmd.err", 0600), STDERR_FILENO);
         if (user != 0 && (setgid(user) != 0 || setuid(user) != 0))
             _exit(126);
         std::vector<char*> argv{const_cast<char*>(KORX_TOOL)};
@@ -55,14 +59,10 @@ class Command {
         execv(KORX_TOOL, argv.data());
         _exit(127);
     }
-    ~Command() {
-        if (pid_ > 0) {
-            kill(pid_, SIGKILL);
-            wait();
-        }
-    }
+    ~Command() { stop(SIGKILL); }
 
     pid_t pid() const { return pid_; }
+    int stop(int signal) { return pid_ > 0 && kill(pid_, signal) == 0 ? wait() : -1; }
     int wait() {
         int status = 0;
         waitpid(std::exchange(pid_, 0), &status, 0);
@@ -74,22 +74,43 @@ class Command {
 };
 
 inline Result Korx(const Args& args, int out_fd = -1, uid_t user = 0) {
-    Result result;
     unlink("cmd.out");
     unlink("cmd.err");
-    result.status = Command(args, out_fd, user).wait();
-    result.out = ReadFile("cmd.out");
-    result.err = ReadFile("cmd.err");
+    const int status = Command(args, out_fd, user).wait();
+    return {status, ReadFile("cmd.out"), ReadFile("cmd.err")};
+}
+
+// Into a pipe that nobody reads.
+inline Result KorxUnheard(const Args& args) {
+    int ends[2];
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[0]);
+    const Result result = Korx(args, ends[1]);
+    close(ends[1]);
     return result;
+}
+
+inline bool Has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// The command ends with the status, and its output or complaint has the text in it.
+inline void Expect(const Result& result, int status, const std::string& text) {
+    EXPECT_EQ(result.status, status) << text << "\n" << result.err;
+    EXPECT_TRUE(Has(status < 2 ? result.out : result.err, text)) << text << "\n" << result.err;
+    EXPECT_TRUE(status < 2 || status > 3 || result.out.empty()) << result.out;
+}
+
+inline void Expect(const Args& args, int status, const std::string& text = "") {
+    SCOPED_TRACE(testing::PrintToString(args));
+    Expect(Korx(args), status, text);
 }
 
 // A board whose configuration names the log directory "log" of the test's tree.
 struct BoardTest : RoomTest {
     BoardTest() {
-        MakeDirs("log");
-        MakeDirs("data");
-        MakeDirs("conf/config");
-        MakeDirs("run");
+        for (const char* directory : {"log", "data", "conf/config", "run"})
+            MakeDirs(directory);
         WriteFile("conf/config/korx_sdk_init.conf", "");
         WriteFile("/etc/base.d/base.conf", "[PATH]\nLOG_PATH=" + tree.path("log") +
                                                "\nDATA_PATH=" + tree.path("data") + "\n");
