@@ -90,33 +90,31 @@ TEST_F(IniCheck, NamesLineAndRule) {
     const struct {
         std::string text;
         std::string finding;  // line, rule and effect; "": nothing to say
-    } kCases[] = {
-        {"; comment\n[A]\n\nkey = \"a value\"\nother=\n[B]\nkey=1", ""},
-        {"", "0 no-section refused"},
-        {"key=1\n", "0 no-section refused"},
-        {"\nkey=1\n[A]\n", "2 key-before-section ignored"},
-        {"[A]\na=b=c\n", "2 equals-in-value reinterpreted"},
-        {"[A]\nx=1\nx=2\n", "3 duplicate-key ignored"},
-        {"[A]\n[B]\n[A]\n", "3 duplicate-section ignored"},
-        {"[A]\n[B] \n", "2 header-with-tail reinterpreted"},
-        {"[A]\n=1\n", "2 empty-key reinterpreted"},
-        {"[A]\nalone\n", "2 no-equals reinterpreted"},
-        {"[A]\n" + k65 + "=1\n", "2 key-too-long refused"},
-        {"[A]\n" + k65 + "\n", "2 key-too-long cut"},
-        {"[A]\n" + k64 + "=1\n", "2 key-too-long ignored"},
-        {"[A]\nx=" + v257 + "\n", "2 value-too-long refused"},
-        {"[A]\nx=" + v256 + "\n", "2 value-too-long cut"},
-        {"[A]\nx=" + v256.substr(1) + "\n", ""},
-        {"[A]\n[" + k64 + "]\n", "2 section-too-long cut"},
-        {"[A]\n;" + std::string(398, 'c') + "\n[B]\n", "2 line-too-long reinterpreted"},
-        {"[A]\n;" + std::string(397, 'c') + "\n[B]\n", ""},
-        {"[A]\nx=\"open\n", "2 unclosed-quote refused"},
-        {"[A]\nx=\"a\" b\n", "2 text-behind-quote cut"},
-        {"\xef\xbb\xbf[A]\n[B]\n", "1 byte-order-mark reinterpreted"},
-        {"[A]\nx=1\ry=2\n", "2 carriage-return reinterpreted"},
-        {std::string("[A]\nx=1\0y\n", 10), "2 nul-byte cut"},
-        {"[A]\r\nx=1\r\n", ""},
-    };
+    } kCases[] = {{"; comment\n[A]\n\nkey = \"a value\"\nother=\n[B]\nkey=1", ""},
+                  {"", "0 no-section refused"},
+                  {"key=1\n", "0 no-section refused"},
+                  {"\nkey=1\n[A]\n", "2 key-before-section ignored"},
+                  {"[A]\na=b=c\n", "2 equals-in-value reinterpreted"},
+                  {"[A]\nx=1\nx=2\n", "3 duplicate-key ignored"},
+                  {"[A]\n[B]\n[A]\n", "3 duplicate-section ignored"},
+                  {"[A]\n[B] \n", "2 header-with-tail reinterpreted"},
+                  {"[A]\n=1\n", "2 empty-key reinterpreted"},
+                  {"[A]\nalone\n", "2 no-equals reinterpreted"},
+                  {"[A]\n" + k65 + "=1\n", "2 key-too-long refused"},
+                  {"[A]\n" + k65 + "\n", "2 key-too-long cut"},
+                  {"[A]\n" + k64 + "=1\n", "2 key-too-long ignored"},
+                  {"[A]\nx=" + v257 + "\n", "2 value-too-long refused"},
+                  {"[A]\nx=" + v256 + "\n", "2 value-too-long cut"},
+                  {"[A]\nx=" + v256.substr(1) + "\n", ""},
+                  {"[A]\n[" + k64 + "]\n", "2 section-too-long cut"},
+                  {"[A]\n;" + std::string(398, 'c') + "\n[B]\n", "2 line-too-long reinterpreted"},
+                  {"[A]\n;" + std::string(397, 'c') + "\n[B]\n", ""},
+                  {"[A]\nx=\"open\n", "2 unclosed-quote refused"},
+                  {"[A]\nx=\"a\" b\n", "2 text-behind-quote cut"},
+                  {"\xef\xbb\xbf[A]\n[B]\n", "1 byte-order-mark reinterpreted"},
+                  {"[A]\nx=1\ry=2\n", "2 carriage-return reinterpreted"},
+                  {std::string("[A]\nx=1\0y\n", 10), "2 nul-byte cut"},
+                  {"[A]\r\nx=1\r\n", ""}};
     for (const auto& row : kCases) {
         std::set<std::string> findings;
         for (const auto& finding : CheckProfile(row.text))
@@ -163,17 +161,15 @@ TEST_F(IniCommand, GetsAndListsWhatTheLoaderSees) {
     const struct {
         int status;
         std::string out, command;
-    } kCases[] = {
-        {0, "a b\n", "get p.ini A x"},
-        {0, "\"a b\"\n", "get p.ini [A] x --raw"},
-        {0, "\n", "get p.ini A y"},
-        {1, "", "get p.ini A none"},
-        {1, "", "get p.ini A q"},
-        {1, "", "get p.ini a x"},
-        {0, "[A]\nx=\"a b\"\ny=\nq=\"open\n[A]\nx=2\n[B]\n", "list p.ini"},
-        {0, "[B]\n", "list p.ini B"},
-        {1, "", "list p.ini C"},
-    };
+    } kCases[] = {{0, "a b\n", "get p.ini A x"},
+                  {0, "\"a b\"\n", "get p.ini [A] x --raw"},
+                  {0, "\n", "get p.ini A y"},
+                  {1, "", "get p.ini A none"},
+                  {1, "", "get p.ini A q"},
+                  {1, "", "get p.ini a x"},
+                  {0, "[A]\nx=\"a b\"\ny=\nq=\"open\n[A]\nx=2\n[B]\n", "list p.ini"},
+                  {0, "[B]\n", "list p.ini B"},
+                  {1, "", "list p.ini C"}};
     for (const auto& row : kCases) {
         const Result result = Korx("ini " + row.command);
         EXPECT_EQ(result.status, row.status) << row.command;
@@ -188,17 +184,15 @@ TEST_F(IniCommand, SetsDurablyAndSaysWhatIsLost) {
     WriteFile("p.ini", text);
     chmod("p.ini", 0664);
     WriteFile("p.ini+", "left over");
-    const Result kept = Korx("ini set p.ini A x 2 --keep-comments");
-    EXPECT_EQ(kept.status, 0);
-    EXPECT_EQ(kept.err, "");
+    Expect("ini set p.ini A x 2 --keep-comments", 0);
+    EXPECT_EQ(ReadFile("cmd.err"), "");
     EXPECT_EQ(ReadFile("p.ini"), "; why\n[A]\nx=2 \n");
     EXPECT_EQ(ReadFile("p.ini-"), text);
     EXPECT_EQ(Mode("p.ini"), 0640u);
     EXPECT_FALSE(Exists("p.ini+"));
 
-    const Result lost = Korx("ini set p.ini A y 3");
-    EXPECT_EQ(lost.status, 0);
-    EXPECT_TRUE(Has(lost.err, "1 comments")) << lost.err;
+    Expect("ini set p.ini A y 3", 0);
+    EXPECT_TRUE(Has(ReadFile("cmd.err"), "1 comments"));
     Expect("ini set p.ini A z 1 --existing", 1);
     Expect("ini set none.ini A z 1", 3);
     for (const std::string& value :

@@ -80,13 +80,17 @@ inline Result Korx(const Args& args, int out_fd = -1, uid_t user = 0) {
     return {status, ReadFile("cmd.out"), ReadFile("cmd.err")};
 }
 
+struct Pipe {
+    int ends[2];
+    Pipe() { EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0); }
+};
+
 // Into a pipe that nobody reads.
 inline Result KorxUnheard(const Args& args) {
-    int ends[2];
-    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    close(ends[0]);
-    const Result result = Korx(args, ends[1]);
-    close(ends[1]);
+    const Pipe pipe;
+    close(pipe.ends[0]);
+    const Result result = Korx(args, pipe.ends[1]);
+    close(pipe.ends[1]);
     return result;
 }
 
