@@ -53,10 +53,6 @@ TEST(Tlv, WritesNothingThatDoesNotFit) {
     EXPECT_EQ(ORX_SetValue(buffer, &left, 2, nullptr), 0xFFFFFFFFu);
     EXPECT_EQ(std::string(buffer, 5), "xx\2\0x"s);
     EXPECT_EQ(left, 10);
-    EXPECT_EQ(ORX_AppendTLV(nullptr, &left, 1, 1, "a"), nullptr);
-    EXPECT_EQ(ORX_AppendTLV(buffer, nullptr, 1, 1, "a"), nullptr);
-    EXPECT_EQ(ORX_SetValue(nullptr, &left, 1, "a"), 0xFFFFFFFFu);
-    EXPECT_EQ(ORX_SetValue(buffer, nullptr, 1, "a"), 0xFFFFFFFFu);
 }
 
 TEST(Tlv, ReadsTheFirstRecordOfATypeAndNeverBeyondTheBuffer) {
@@ -100,14 +96,6 @@ TEST(Tlv, RefusesATextWithoutRoomForItsEnd) {
     EXPECT_STREQ(text, "xxxx");
     EXPECT_EQ(ORX_GetStrByTlvType(5, record, 7, text, 4), 0u);
     EXPECT_STREQ(text, "abc");
-
-    uint16_t length;
-    const void* value;
-    EXPECT_EQ(ORX_GetStrByTlvType(5, record, 7, nullptr, 9), 1u);
-    EXPECT_EQ(ORX_GetStrByTlvType(5, nullptr, 7, text, 5), 1u);
-    EXPECT_EQ(ORX_GetStrByTlvType(5, record, -1, text, 5), 1u);
-    EXPECT_EQ(ORX_GetVFromTLV(record, 7, 5, nullptr, &value), 0xFFFFFFFFu);
-    EXPECT_EQ(ORX_GetVFromTLV(record, 7, 5, &length, nullptr), 0xFFFFFFFFu);
 }
 
 }  // namespace
