@@ -62,14 +62,6 @@ TEST_F(SpaceFull, WritesToStandardOutputWhenThereIsNoLog) {
     close(out);
 }
 
-TEST_F(SpaceFull, ReportsAMissingDirectory) {
-    rmdir("logs");
-    ORX_SpaceFull("/var", 1);
-    EXPECT_TRUE(logged().ends_with("E Get the abolute path and file name of file " +
-                                   tree.path("logs/orx_spacefull.log") +
-                                   " unsuccessfully when space is full.\n"));
-}
-
 TEST_F(SpaceFull, RecordsTheUsageOfEachFileSystem) {
     const long page = sysconf(_SC_PAGESIZE);
     struct Row {
