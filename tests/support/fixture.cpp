@@ -32,12 +32,7 @@ namespace stdfs = std::filesystem;
 // What lines() sends to /dev/log. No line looks like it: they all begin with their priority.
 constexpr std::string_view kQuestion = "what have you heard?";
 
-sockaddr_un LogAddress() {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    strcpy(address.sun_path, "/dev/log");
-    return address;
-}
+constexpr sockaddr_un kAddress = {AF_UNIX, "/dev/log"};
 
 // The reader: appends datagrams to the file, each with a zero behind it, and answers when all
 // before the question stand there, until the other end of control is closed.
@@ -122,17 +117,16 @@ SyslogTap::SyslogTap() : owner_(getpid()) {
         fprintf(stderr, "test support: tests run through scripts/sandbox\n");
         abort();
     }
-    const sockaddr_un address = LogAddress();
-    const auto* const name = reinterpret_cast<const sockaddr*>(&address);
+    const auto* const name = reinterpret_cast<const sockaddr*>(&kAddress);
     int ends[2];
-    (void) unlink(address.sun_path);
+    (void) unlink(kAddress.sun_path);
     // What is closed again comes last: a test that looks for open descriptors meets no gap.
     sender_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     heard_ = memfd_create("heard", MFD_CLOEXEC);
     if (heard_ < 0 || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) < 0)
         Die("socketpair");
     const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (bind(log, name, sizeof address) < 0 || connect(sender_, name, sizeof address) < 0)
+    if (bind(log, name, sizeof kAddress) < 0 || connect(sender_, name, sizeof kAddress) < 0)
         Die("/dev/log");
 
     fflush(nullptr);

@@ -121,12 +121,12 @@ TAP(size_t, fwrite, 0, (const void* data, size_t size, size_t count, FILE* file)
 TAP(void*, malloc, NULL, (size_t size), (size))
 TAP(pid_t, wait4, -1, (pid_t pid, int* status, int options, struct rusage* usage),
     (pid, status, options, usage))
-TAP(int, getpwnam_r, errno,
-    (const char* name, struct passwd* entry, char* data, size_t size, struct passwd** result),
-    (name, entry, data, size, result))
-TAP(int, getgrnam_r, errno,
-    (const char* name, struct group* entry, char* data, size_t size, struct group** result),
-    (name, entry, data, size, result))
+#define TAP_ENTRY(call, type)                                                                  \
+    TAP(int, call, errno,                                                                      \
+        (const char* name, struct type* entry, char* data, size_t size, struct type** result), \
+        (name, entry, data, size, result))
+TAP_ENTRY(getpwnam_r, passwd)
+TAP_ENTRY(getgrnam_r, group)
 TAP(key_t, ftok, -1, (const char* path, int id), (path, id))
 TAP(int, semget, -1, (key_t key, int count, int flags), (key, count, flags))
 TAP(int, semop, -1, (int id, struct sembuf* operations, size_t count), (id, operations, count))

@@ -125,7 +125,6 @@ TEST_F(LogShow, RefusesWhatItDoesNotUnderstandAndNamesWhatItCannotRead) {
     Expect("log show", 2, "what");
     Expect("log show nonsense", 2, "'nonsense'");
     Expect("log show diag --since 25:99", 2, "25:99");
-    Expect("log show diag --since 2024-13-01", 2, "2024-13-01");
     Expect("log show diag --level loud", 2, "loud");
     Expect("log show diag --grep (", 2, "(");
     Expect("log show diag -n -1", 2, "-1");
@@ -323,37 +322,30 @@ TEST_F(LogVerify, SurvivesAnyBytes) {
     WriteSecurity(0, 5);
     KORX_STLog(1, 1, 0, "start");
     std::mt19937 random(7);
-    const struct {
-        std::string file, log;
-        size_t head, step;
-    } kFiles[] = {{log("korx_safe.log"), log("korx_safe.log"), 12, 1},
-                  {log(".korxloghdr"), log("KORX_START_LOG"), 76, 5}};
-    for (const auto& row : kFiles) {
-        const std::string good = ReadFile(row.file);
+    for (const bool is_ring : {false, true}) {
+        const std::string file = log(is_ring ? ".korxloghdr" : "korx_safe.log");
+        const std::string shown = is_ring ? log("KORX_START_LOG") : file;
+        const std::string good = ReadFile(file);
         const auto check = [&](const std::string& bad) {
-            WriteFile(row.file, bad);
+            WriteFile(file, bad);
             for (const char* command : {"log verify ", "log show -n 3 ", "log show --json "}) {
-                const Result result = Korx(command + row.log);
-                ASSERT_TRUE(result.status == 0 || result.status == 1 || result.status == 3)
-                    << result.status << " " << result.err;
+                const Result result = Korx(command + shown);
+                ASSERT_TRUE(std::set({0, 1, 3}).contains(result.status)) << result.err;
                 ASSERT_LT(result.out.size(), 4u << 20);
                 if (Has(command, "json")) {
                     ASSERT_NO_THROW(result.json());
                 }
             }
         };
-        for (size_t bit = 0; bit < row.head * 8; bit += row.step) {
-            std::string bad = good;
-            bad[bit / 8] = static_cast<char>(bad[bit / 8] ^ (1 << bit % 8));
-            check(bad);
-        }
+        for (size_t bit = 0; bit < (is_ring ? 76 * 8 : 12 * 8); bit += is_ring ? 5 : 1)
+            check(std::string(good).replace(bit / 8, 1, 1, char(good[bit / 8] ^ (1 << bit % 8))));
         for (int i = 0; i < 60; ++i) {
             std::string bad = good.substr(0, i % 3 == 0 ? random() % good.size() : good.size());
             for (unsigned n = random() % 20; n > 0 && !bad.empty(); --n)
                 bad[random() % bad.size()] = static_cast<char>(random());
             check(bad);
         }
-        WriteFile(row.file, good);
+        WriteFile(file, good);
     }
 }
 
