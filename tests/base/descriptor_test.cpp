@@ -31,12 +31,6 @@ TEST_F(Lock, ExcludesOtherProcessesUntilItsScopeEnds) {
         EXPECT_FALSE(is_free());
     }
     EXPECT_TRUE(is_free());
-
-    // Why nobody else may open and close a locked file in the same process.
-    RecordLock lock(fd.get());
-    ASSERT_TRUE(lock.acquire());
-    open_file().reset();
-    EXPECT_TRUE(is_free());
 }
 
 // The kernel sees rings of waiting processes where threads wait for different files.
@@ -71,14 +65,6 @@ TEST_F(Lock, OnlyWhatIsHeldIsReleased) {
     FlockGuard lock(fd.get());
     EXPECT_FALSE(lock.acquire());
     EXPECT_EQ(refused.calls(), 2u);
-
-    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    MutexGuard guard(mutex);
-    EXPECT_EQ(pthread_mutex_trylock(&mutex), EBUSY);
-    EXPECT_EQ(guard.release(), 0);
-    EXPECT_EQ(pthread_mutex_trylock(&mutex), 0);
-    EXPECT_EQ(guard.release(), 0);  // not this guard's any more
-    EXPECT_EQ(pthread_mutex_trylock(&mutex), EBUSY);
 }
 
 // A forked child shares the open file: without an unlock it would keep the flock.
