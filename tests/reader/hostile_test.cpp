@@ -52,8 +52,6 @@ void Exercise(const Sample& sample, size_t least = 0) {
     korx_mark mark = {};
     korx_reader_get_mark(log.it, &mark);
     (void) korx_reader_seek_mark(log.it, &mark);
-    ASSERT_TRUE(seen == 0 || log.next() == 0 || log.info.damage != 0 ||
-                sample.kind == KORX_LOG_SPACE);
     korx_damage damage = {};
     for (size_t i = 0; korx_reader_get_damage(log.it, i, &damage) == 1; ++i) {
         ASSERT_STRNE(damage.text, "");
@@ -214,8 +212,6 @@ TEST_F(Files, ThatCannotBeReadAreRefusedWithAReason) {
     EXPECT_EQ(open("huge", KORX_LOG_TEXT), KORX_READER_TOO_LARGE);
     WriteFile("odd", "odd");
     EXPECT_EQ(open("odd", KORX_LOG_AUTO), KORX_READER_UNKNOWN);
-    WriteFile("empty", "");
-    EXPECT_EQ(open("empty"), KORX_READER_OK);
 }
 
 TEST_F(Files, HeldByAWriterAreWaitedForAndThenGivenUp) {
@@ -343,15 +339,6 @@ TEST_F(Files, WithoutAHeadAreTakenByTheirCursor) {
     EXPECT_EQ(log.ack(), KORX_READER_WRITE) << "there is nothing else to keep it in";
     ASSERT_EQ(mkdir("missing", 0700), 0);
     EXPECT_EQ(log.ack(), KORX_READER_OK) << log.error.text;
-}
-
-TEST_F(Files, WhoseCursorCannotBeKeptSayWhatWasAcknowledged) {
-    make_ring(3);
-    options.cursor_path = "missing/cursor";
-    Ring log(1, &options);
-    EXPECT_EQ(log.ack(), KORX_READER_CURSOR);
-    EXPECT_EQ(log.error.system_error, ENOENT);
-    EXPECT_EQ(head().uiDumpLen, kLength);
 }
 
 TEST_F(Files, FollowedByMarkShowWhatIsNew) {
