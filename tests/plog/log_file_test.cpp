@@ -4,6 +4,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include "base/unique.h"
 #include "korx/plog.h"
 #include "support/faults.h"
 #include "support/records.h"
@@ -107,6 +108,16 @@ TEST_F(LogFile, ReopensAVanishedOrReplacedFileAtItsEnd) {
     EXPECT_EQ(LOG_CheckAndCreateFile(file.c_str(), &fd), 0u);
     EXPECT_EQ(lseek(fd, 0, SEEK_CUR), 7);
     EXPECT_EQ(LOG_CheckAndCreateFile(nullptr, &fd), 1u);
+}
+
+TEST_F(LogFile, WaitsForALockThroughSignalsAndFalseDeadlocks) {
+    const UniqueFd fd(open("locked", O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    for (const int error : {EINTR, EDEADLK}) {
+        const Fault fault("fcntl", 1, error, 3);
+        EXPECT_EQ(DBG_LockReg(fd.get(), F_SETLKW, F_WRLCK, 0, SEEK_SET, 0), 0u);
+    }
+    const Fault fault("fcntl", 1, EINTR);
+    EXPECT_EQ(DBG_LockReg(fd.get(), F_SETLK, F_UNLCK, 0, SEEK_SET, 0), 7u);
 }
 
 uint32_t Assemble(char* buffer, int size, uint32_t* length, const char* format, ...) {
