@@ -7,7 +7,6 @@
 
 namespace korx {
 
-constexpr uint32_t kLevelDebug = 0;
 constexpr uint32_t kLevelInfo = 1;
 constexpr uint32_t kLevelWarning = 2;
 constexpr uint32_t kLevelErr = 3;

@@ -15,6 +15,7 @@
 #include "korx/plog.h"
 #include "plog/record.h"
 #include "plog/reopen.h"
+#include "plog/start_layout.h"
 
 static_assert(sizeof(STLOG_SEC_S) == 16);
 static_assert(offsetof(STLOG_SEC_S, uiMarker) == 0);
@@ -35,48 +36,14 @@ constexpr uint32_t kCutFailed = 9;
 constexpr uint32_t kShortHeader = 11;
 
 constexpr uint32_t kStartLogId = 0x37741005;
-constexpr uint32_t kFileEnd = 258048;
-constexpr uint32_t kSectionCount = 4;
-constexpr uint32_t kRecordRoom = 600;  // a cursor with less room left goes back to the start
 constexpr uint32_t kMaxBlanks = 600;
-
-constexpr char kSeparator[] = "\n==============================\n";
-constexpr uint32_t kSeparatorLength = sizeof kSeparator - 1;
-static_assert(kSeparatorLength == 32);
-
-constexpr const char* kModules[] = {"FRAME", "PATCH", "CFL", "DBG"};
-constexpr STLOG_HDR_S kDefaults = {
-    .uiFlag = 1,
-    .uiMagic = 0xDEADBEAF,
-    .uiVersion = 2,
-    .astSec = {{0xFFFFFFFF, 109, 8301, 109},
-               {0x11111111, 8334, 41102, 8334},
-               {0x22222222, 41135, 106671, 41135},
-               {0x55555555, 106704, kFileEnd, 106704}},
-};
 
 constinit pthread_mutex_t start_log_mutex = PTHREAD_MUTEX_INITIALIZER;
 
-bool IsUsable(const STLOG_SEC_S& section) {
-    return section.uiStart > 0 && section.uiStart <= section.uiCur &&
-           section.uiCur <= section.uiEnd && section.uiEnd <= kFileEnd &&
-           section.uiEnd - section.uiStart >= kRecordRoom;
-}
-
-bool Overlap(const STLOG_SEC_S& a, const STLOG_SEC_S& b) {
-    return a.uiStart < b.uiEnd && b.uiStart < a.uiEnd;
-}
-
-// A header that leads outside the file or lets one section write over another is as bad as one of
-// another version.
 bool HasUsableSections(const STLOG_HDR_S& header) {
-    for (uint32_t i = 0; i < kSectionCount; ++i) {
-        if (!IsUsable(header.astSec[i]))
+    for (size_t i = 0; i < kSectionCount; ++i) {
+        if (!IsUsableSection(header, i))
             return false;
-        for (uint32_t other = 0; other < i; ++other) {
-            if (Overlap(header.astSec[i], header.astSec[other]))
-                return false;
-        }
     }
     return true;
 }
@@ -86,7 +53,7 @@ uint32_t ResetLogFile() {
         return kSeekFailed;
     if (ftruncate(g_iSTLogFileFd, 0) < 0)
         return kCutFailed;
-    STLOG_LogSeperatorInit(&kDefaults);
+    STLOG_LogSeperatorInit(&kStartDefaults);
     return kOk;
 }
 
@@ -227,7 +194,7 @@ uint32_t STLOG_LogHdrPut(const STLOG_HDR_S* header) {
 }
 
 void STLOG_LoghdrInit(STLOG_HDR_S* header) {
-    *header = kDefaults;
+    *header = kStartDefaults;
 }
 
 uint32_t STLOG_LogValidCheck(const STLOG_HDR_S* read, STLOG_HDR_S* header) {

@@ -19,23 +19,6 @@ constexpr int64_t kOrderSlack = 2000000;           // processes stamp before the
 constexpr size_t kZeroRun = 64;                    // as many zeros in a row are no text's
 constexpr size_t kTailLook = 1024;                 // looked at behind the end of a ring's text
 
-constexpr uint32_t kStartMagic = 0xDEADBEAF;
-constexpr uint32_t kStartVersion = 2;
-constexpr uint32_t kStartFlag = 1;
-constexpr uint32_t kStartFileEnd = 258048;
-constexpr uint32_t kSectionRoom = 600;  // a section's lap ends with less room than this left
-constexpr char kSeparator[] = "\n==============================\n";
-constexpr uint32_t kSeparatorLength = sizeof kSeparator - 1;
-constexpr STLOG_HDR_S kStartDefaults = {
-    .uiFlag = kStartFlag,
-    .uiMagic = kStartMagic,
-    .uiVersion = kStartVersion,
-    .astSec = {{0xFFFFFFFF, 109, 8301, 109},
-               {0x11111111, 8334, 41102, 8334},
-               {0x22222222, 41135, 106671, 41135},
-               {0x55555555, 106704, kStartFileEnd, 106704}},
-};
-
 constexpr uint64_t kProcessLimit = 262144;
 constexpr int64_t kLongestPause = int64_t{366} * 86400 * 1000000;
 
@@ -428,7 +411,7 @@ class Layout {
             const size_t line = end_of_first_line(found[i]);
             const bool has_rest = line != found[i + 1].offset;
             // So close to the end it is rather what is left of the lap before the last.
-            const bool is_stale = newest < found.size() && found[i + 1].offset + kSectionRoom > end;
+            const bool is_stale = newest < found.size() && found[i + 1].offset + kRecordRoom > end;
             const bool is_likely = has_rest || closes || size_fits;
             if (fall <= 0 || is_stale || !is_likely || (deepest_has_rest && !has_rest))
                 continue;
@@ -464,7 +447,7 @@ class Layout {
     void drop_stale_tail(size_t first, size_t first_damage, size_t until) {
         if (first == image_.entries.size())
             return;
-        const size_t window = until - std::min<size_t>(until, kSectionRoom);
+        const size_t window = until - std::min<size_t>(until, kRecordRoom);
         size_t last = image_.entries.size();
         for (size_t i = first + 1; i < image_.entries.size(); ++i) {
             const Entry& entry = image_.entries[i];
@@ -508,12 +491,12 @@ class Layout {
             return unusable(image_.header_size, "the header file is too short");
         STLOG_HDR_S stored;
         memcpy(&stored, image_.header.get(), sizeof stored);
-        if (stored.uiMagic != kStartMagic)
+        if (stored.uiMagic != kStartDefaults.uiMagic)
             return unusable(offsetof(STLOG_HDR_S, uiMagic), "the header's magic is wrong");
-        if (stored.uiVersion != kStartVersion)
+        if (stored.uiVersion != kStartDefaults.uiVersion)
             return unusable(offsetof(STLOG_HDR_S, uiVersion), "the header's version is wrong");
         for (size_t s = 0; s < kSections; ++s) {
-            if (!is_possible(stored, s))
+            if (!IsUsableSection(stored, s))
                 return unusable(offsetof(STLOG_HDR_S, astSec) + s * sizeof(STLOG_SEC_S),
                                 "a section's bounds or cursor are impossible");
         }
@@ -522,19 +505,9 @@ class Layout {
         return true;
     }
 
-    static bool is_possible(const STLOG_HDR_S& header, size_t index) {
-        const STLOG_SEC_S& s = header.astSec[index];
-        const bool in_order = s.uiStart > 0 && s.uiStart <= s.uiCur && s.uiCur <= s.uiEnd &&
-                              s.uiEnd <= kStartFileEnd && s.uiEnd - s.uiStart >= kSectionRoom;
-        return in_order &&
-               std::none_of(header.astSec, header.astSec + index, [&](const STLOG_SEC_S& other) {
-                   return s.uiStart < other.uiEnd && other.uiStart < s.uiEnd;
-               });
-    }
-
     // Nothing depends on these, but they never change either.
     void check_marks(const STLOG_HDR_S& stored) {
-        if (stored.uiFlag != kStartFlag)
+        if (stored.uiFlag != kStartDefaults.uiFlag)
             image_.report(KORX_DAMAGE_HEADER, 0, 4, "the header's flag is not 1", true);
         for (size_t s = 0; s < kSections; ++s) {
             if (stored.astSec[s].uiMarker != kStartDefaults.astSec[s].uiMarker)

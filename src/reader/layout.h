@@ -7,13 +7,14 @@
 #include "base/text.h"
 #include "korx/plog.h"
 #include "korx/reader.h"
+#include "plog/start_layout.h"
 #include "reader/array.h"
 #include "reader/record.h"
 #include "reader/stamp.h"
 
 namespace korx {
 
-constexpr size_t kSections = 4;
+constexpr size_t kSections = kSectionCount;
 constexpr size_t kMaxDamage = 4096;
 constexpr uint32_t kHeadSize = sizeof(LOG_HEAD_S);
 

@@ -4,12 +4,13 @@
 
 #include <algorithm>
 
+#include "plog/start_layout.h"
+
 namespace korx {
 namespace {
 
 constexpr const char* kLevels[] = {"DEBUG", "INFO", "WARNING", "ERROR", "FATAL"};
 constexpr const char* kTextLevels[] = {"DEBUG", "INFO", "WARNING", "ERR"};
-constexpr const char* kModules[] = {"FRAME", "PATCH", "CFL", "DBG"};
 
 constexpr size_t kNameField = 100;
 constexpr size_t kValueField = 10;
