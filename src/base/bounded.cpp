@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include "base/arguments.h"
+
 namespace korx {
 
 int memcpy_s(void* dest, size_t dest_max, const void* src, size_t count) {
@@ -62,11 +64,9 @@ int strncat_s(char* dest, size_t dest_max, const char* src, size_t count) {
 }
 
 int sprintf_s(char* dest, size_t dest_max, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    const int length = vsprintf_s(dest, dest_max, format, args);
-    va_end(args);
-    return length;
+    Arguments args;
+    va_start(args.list, format);
+    return vsprintf_s(dest, dest_max, format, args.list);
 }
 
 int vsprintf_s(char* dest, size_t dest_max, const char* format, va_list args) {
@@ -74,11 +74,9 @@ int vsprintf_s(char* dest, size_t dest_max, const char* format, va_list args) {
 }
 
 int snprintf_s(char* dest, size_t dest_max, size_t count, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    const int length = vsnprintf_s(dest, dest_max, count, format, args);
-    va_end(args);
-    return length;
+    Arguments args;
+    va_start(args.list, format);
+    return vsnprintf_s(dest, dest_max, count, format, args.list);
 }
 
 int vsnprintf_s(char* dest, size_t dest_max, size_t count, const char* format, va_list args) {
@@ -96,11 +94,9 @@ int vsnprintf_s(char* dest, size_t dest_max, size_t count, const char* format, v
 int sscanf_s(const char* text, const char* format, ...) {
     if (text == nullptr || format == nullptr)
         return -1;
-    va_list args;
-    va_start(args, format);
-    const int fields = vsscanf(text, format, args);
-    va_end(args);
-    return fields;
+    Arguments args;
+    va_start(args.list, format);
+    return vsscanf(text, format, args.list);
 }
 
 }  // namespace korx

@@ -5,6 +5,8 @@
 #include <stdarg.h>
 #include <stdint.h>
 
+#include "base/arguments.h"
+
 namespace korx {
 
 constexpr uint32_t kLevelInfo = 1;
@@ -18,46 +20,41 @@ constexpr uint32_t kLevelErr = 3;
 [[gnu::format(printf, 1, 0)]] void SysLogV(const char* format, va_list args);
 
 [[gnu::format(printf, 2, 3)]] inline void Log(uint32_t level, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    LogV(level, format, args);
-    va_end(args);
+    Arguments args;
+    va_start(args.list, format);
+    LogV(level, format, args.list);
 }
 
 [[gnu::format(printf, 1, 2)]] inline void SysLog(const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    SysLogV(format, args);
-    va_end(args);
+    Arguments args;
+    va_start(args.list, format);
+    SysLogV(format, args.list);
 }
 
 // Report a failure at ERR and hand its code back.
 template <typename Code>
 [[gnu::format(printf, 2, 3)]] Code Fail(Code code, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    LogV(kLevelErr, format, args);
-    va_end(args);
+    Arguments args;
+    va_start(args.list, format);
+    LogV(kLevelErr, format, args.list);
     return code;
 }
 
 // The same at WARNING.
 template <typename Code>
 [[gnu::format(printf, 2, 3)]] Code Warn(Code code, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    LogV(kLevelWarning, format, args);
-    va_end(args);
+    Arguments args;
+    va_start(args.list, format);
+    LogV(kLevelWarning, format, args.list);
     return code;
 }
 
 // The same into the system log: for the writers of the logs themselves.
 template <typename Code>
 [[gnu::format(printf, 2, 3)]] Code SysFail(Code code, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    SysLogV(format, args);
-    va_end(args);
+    Arguments args;
+    va_start(args.list, format);
+    SysLogV(format, args.list);
     return code;
 }
 

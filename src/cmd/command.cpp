@@ -124,7 +124,7 @@ class RunDispositions {
     RunDispositions& operator=(const RunDispositions&) = delete;
 
     // For the wait: whatever other code of the process has set since the start.
-    void ignoreAgain() {
+    void ignore_again() {
         SetDisposition(SIGQUIT, SIG_IGN);
         SetDisposition(SIGINT, SIG_IGN);
     }
@@ -276,7 +276,7 @@ uint32_t KORX_SystemExecvp(char** argv) {
     if (start.exec_errno != 0)
         Log(kLevelErr, "QRN system execvp command unsuccessfully, errno=%d.", start.exec_errno);
 
-    dispositions.ignoreAgain();
+    dispositions.ignore_again();
     return AwaitChild(child);
 }
 

@@ -87,7 +87,7 @@ uint32_t CopyFile(const char* source, const char* destination, int flags) {
 
     FixedText<kSourceSize> resolved_source;
     uint32_t code =
-        ORX_GetAbsolutePathAndFileName(source, resolved_source.data(), resolved_source.size());
+        ORX_GetAbsolutePathAndFileName(source, resolved_source.data(), resolved_source.capacity());
     if (code != kOk)
         return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", source, code);
     UniqueFd from(open(resolved_source.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -99,7 +99,7 @@ uint32_t CopyFile(const char* source, const char* destination, int flags) {
                     errno);
 
     Path resolved;
-    code = ORX_GetAbsolutePathAndFileName(destination, resolved.data(), resolved.size());
+    code = ORX_GetAbsolutePathAndFileName(destination, resolved.data(), resolved.capacity());
     if (code != kOk) {
         code = Fail(kFailed,
                     "Get the abolute path and file name of file %s unsuccessfully when copy file.",
@@ -116,7 +116,7 @@ uint32_t CopyFile(const char* source, const char* destination, int flags) {
     }
     from.reset();
     if (code != kOk)
-        (void) KORX_DelFile(resolved.c_str(), resolved.size());
+        (void) KORX_DelFile(resolved.c_str(), resolved.capacity());
     return code;
 }
 
@@ -131,10 +131,10 @@ struct Target {
         const char* const slash = strrchr(destination, '/');
         if (slash != nullptr) {
             has_directory = true;
-            uint32_t code = copyPart(destination, static_cast<size_t>(slash - destination),
-                                     directory.data(), directory.size());
+            uint32_t code = copy_part(destination, static_cast<size_t>(slash - destination),
+                                      directory.data(), directory.capacity());
             if (code == kOk)
-                code = copyPart(slash + 1, strlen(slash + 1), name.data(), name.size());
+                code = copy_part(slash + 1, strlen(slash + 1), name.data(), name.capacity());
             if (code != kOk)
                 return code;
         }
@@ -153,7 +153,7 @@ struct Target {
     Path temporary;
 
   private:
-    static uint32_t copyPart(const char* part, size_t length, char* buffer, size_t size) {
+    static uint32_t copy_part(const char* part, size_t length, char* buffer, size_t size) {
         const int error = strncpy_s(buffer, size, part, length);
         if (error != 0)
             return Fail(kFailed,

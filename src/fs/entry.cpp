@@ -41,7 +41,7 @@ bool IsDirectoryOfSource(const char* path, const char* source) {
 // Replaces the path of a symbolic link by the path that it leads to. False for anything else.
 bool FollowLink(FixedText<PATH_MAX>* path) {
     FixedText<PATH_MAX> target;
-    if (readlink(path->c_str(), target.data(), target.size() - 1) < 0)
+    if (readlink(path->c_str(), target.data(), target.capacity() - 1) < 0)
         return false;
     const char* const slash = strrchr(path->c_str(), '/');
     const bool is_relative = target.c_str()[0] != '/' && slash != nullptr;

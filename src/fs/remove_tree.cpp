@@ -57,7 +57,7 @@ class Tree {
     }
     const char* start() const { return start_.c_str(); }
 
-    UniqueDir openDirectory(const char* path) {
+    UniqueDir open_directory(const char* path) {
         UniqueFd fd = enter(path, strlen(path));
         if (!fd)
             return nullptr;
@@ -68,7 +68,7 @@ class Tree {
     }
 
     // Removes an empty directory. Returns 0, or -1 with errno.
-    int removeDirectory(const char* path) {
+    int remove_directory(const char* path) {
         if (path[start_length_] == '\0')
             return rmdir(path);
         const char* const slash = strrchr(path, '/');
@@ -86,7 +86,8 @@ class Tree {
             return UniqueFd();
 
         Path below;
-        (void) strncpy_s(below.data(), below.size(), path + start_length_, length - start_length_);
+        (void) strncpy_s(below.data(), below.capacity(), path + start_length_,
+                         length - start_length_);
         UniqueFd directory(openat(root_.get(), ".", kOpenDirectory));
         char* rest = nullptr;
         for (const char* name = strtok_r(below.data(), "/", &rest); directory && name != nullptr;
@@ -111,16 +112,16 @@ class Removal {
         const uint32_t result = begin(path);
         if (result != kOk)
             return result;
-        return keeps_ ? clearDirectories() : removeDirectories();
+        return keeps_ ? clear_directories() : remove_directories();
     }
 
   private:
     uint32_t begin(const char* path);
-    uint32_t removeDirectories();
-    uint32_t clearDirectories();
-    uint32_t handleEntries(DIR* directory, const char* path, bool* pushed);
-    uint32_t pushDirectory(const char* path);
-    uint32_t removeFile(int directory, const char* name, const char* path, bool may_be_protected);
+    uint32_t remove_directories();
+    uint32_t clear_directories();
+    uint32_t handle_entries(DIR* directory, const char* path, bool* pushed);
+    uint32_t push_directory(const char* path);
+    uint32_t remove_file(int directory, const char* name, const char* path, bool may_be_protected);
 
     const bool keeps_;
     Tree tree_;
@@ -160,7 +161,7 @@ uint32_t Removal::begin(const char* path) {
 
 // Post-order by reading again: a directory stays on the stack below its subdirectories, and is
 // removed when a reading meets none.
-uint32_t Removal::removeDirectories() {
+uint32_t Removal::remove_directories() {
     while (ORX_IsStackEmpty(stack_.get()) == 0) {
         void* top = nullptr;
         if (ORX_GetStackTopElement(stack_.get(), &top) != kOk)
@@ -169,17 +170,17 @@ uint32_t Removal::removeDirectories() {
 
         bool pushed = false;
         {
-            const UniqueDir directory = tree_.openDirectory(path);
+            const UniqueDir directory = tree_.open_directory(path);
             if (!directory)
                 return Fail(kOk, "Dir:%s open unsuccessfully, errno:%d!", path, errno);
-            const uint32_t result = handleEntries(directory.get(), path, &pushed);
+            const uint32_t result = handle_entries(directory.get(), path, &pushed);
             if (result != kOk)
                 return result;
         }
         if (pushed)
             continue;
 
-        if (tree_.removeDirectory(path) < 0)
+        if (tree_.remove_directory(path) < 0)
             return Fail(kFailed, "[ORX-LIB] Delete the Directory %s unsuccessfully, because %d!",
                         path, errno);
         if (ORX_PopStack(stack_.get(), &top) != kOk)
@@ -191,7 +192,7 @@ uint32_t Removal::removeDirectories() {
 }
 
 // Pre-order: each directory is read once, and all of them stay.
-uint32_t Removal::clearDirectories() {
+uint32_t Removal::clear_directories() {
     while (ORX_IsStackEmpty(stack_.get()) == 0) {
         void* top = nullptr;
         (void) ORX_PopStack(stack_.get(), &top);
@@ -200,17 +201,17 @@ uint32_t Removal::clearDirectories() {
             return Fail(kFailed, "pcTopDir is null!");
         Path path;
         if (const int error =
-                strncpy_s(path.data(), path.size(), popped.get(), strlen(popped.get()));
+                strncpy_s(path.data(), path.capacity(), popped.get(), strlen(popped.get()));
             error != 0)
             return Fail(kFailed, "nRet=%d.Copy pcTopDir unsuccessfully, pcTopDir=%s.", error,
                         popped.get());
         popped.reset();
 
-        const UniqueDir directory = tree_.openDirectory(path.c_str());
+        const UniqueDir directory = tree_.open_directory(path.c_str());
         if (!directory)
             return Fail(kFailed, "Dir:%s not Exist, errno:%d!", path.c_str(), errno);
         bool pushed = false;
-        const uint32_t result = handleEntries(directory.get(), path.c_str(), &pushed);
+        const uint32_t result = handle_entries(directory.get(), path.c_str(), &pushed);
         if (result != kOk)
             return result;
     }
@@ -218,7 +219,7 @@ uint32_t Removal::clearDirectories() {
 }
 
 // Deletes everything in a directory but its subdirectories: they go onto the stack.
-uint32_t Removal::handleEntries(DIR* directory, const char* path, bool* pushed) {
+uint32_t Removal::handle_entries(DIR* directory, const char* path, bool* pushed) {
     while (const dirent* const entry = NextEntry(directory)) {
         const char* const name = entry->d_name;
         Path full;
@@ -237,9 +238,9 @@ uint32_t Removal::handleEntries(DIR* directory, const char* path, bool* pushed) 
         uint32_t result;
         if (S_ISDIR(st.st_mode)) {
             *pushed = true;
-            result = pushDirectory(full.c_str());
+            result = push_directory(full.c_str());
         } else {
-            result = removeFile(dirfd(directory), name, full.c_str(), S_ISREG(st.st_mode));
+            result = remove_file(dirfd(directory), name, full.c_str(), S_ISREG(st.st_mode));
         }
         if (result != kOk)
             return result;
@@ -251,7 +252,7 @@ uint32_t Removal::handleEntries(DIR* directory, const char* path, bool* pushed) 
     return kOk;
 }
 
-uint32_t Removal::pushDirectory(const char* path) {
+uint32_t Removal::push_directory(const char* path) {
     const size_t length = strlen(path);
     MallocPtr<char> copy(static_cast<char*>(malloc(length + 1)));
     if (!copy && keeps_)
@@ -284,8 +285,8 @@ void Unprotect(int directory, const char* name, const char* path) {
     (void) UndoProtectOpened(fd, path);
 }
 
-uint32_t Removal::removeFile(int directory, const char* name, const char* path,
-                             bool may_be_protected) {
+uint32_t Removal::remove_file(int directory, const char* name, const char* path,
+                              bool may_be_protected) {
     if (unlinkat(directory, name, 0) == 0) {
         if (keeps_)
             Log(kLevelInfo, "Delete the file %s Successfully.", path);

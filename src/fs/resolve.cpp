@@ -41,8 +41,8 @@ struct SplitName {
     FixedText<kNameSize> name;
 
     bool split(const char* path) {
-        return ORX_SplitPathFileName(path, directory.data(), directory.size(), name.data(),
-                                     name.size()) == 1;
+        return ORX_SplitPathFileName(path, directory.data(), directory.capacity(), name.data(),
+                                     name.capacity()) == 1;
     }
 };
 
@@ -304,11 +304,11 @@ uint32_t KORX_GetParentDir(const char* path, char* parent) {
 
 uint32_t ORX_CreateDirByFile(const char* file) {
     FixedText<kCreateDirSize> absolute;
-    if (KORX_Trans2AbsolutePath(file, absolute.data(), absolute.size()) != kOk)
+    if (KORX_Trans2AbsolutePath(file, absolute.data(), absolute.capacity()) != kOk)
         return Fail(kFailed, "ORX_Trans2AbsolutePath failed, file:%s", file);
     FixedText<kCreateDirSize> directory;
-    if (ORX_SplitPathFileName(absolute.c_str(), directory.data(), directory.size(), nullptr, 0) !=
-        1)
+    if (ORX_SplitPathFileName(absolute.c_str(), directory.data(), directory.capacity(), nullptr,
+                              0) != 1)
         return kFailed;
     if (KORX_IsDirExist(directory.c_str()) == 1)
         return kOk;
@@ -319,7 +319,7 @@ uint32_t KORX_CreateFile(const char* file) {
     if (KORX_IsFileExist(file) == 1)
         return kOk;
     FixedText<kPathSize> absolute;
-    if (ORX_GetAbsolutePathAndFileName(file, absolute.data(), absolute.size()) != kOk)
+    if (ORX_GetAbsolutePathAndFileName(file, absolute.data(), absolute.capacity()) != kOk)
         return Fail(kFailed, "get absolute path and file name failed, fullRpgFilelistInfo:%s",
                     file);
     // Without O_TRUNC: a file that has appeared since keeps what it holds.

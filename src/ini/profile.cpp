@@ -251,7 +251,7 @@ uint32_t KORX_IniReadProfile(const char* file, const char* section, const char* 
     if (value == nullptr || size < 2)
         return Fail(kFailed, "ini read file unsuccessfully retStrLen:%d.", static_cast<int>(size));
     FixedText<kPathSize> path;
-    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.size()) != kOk)
+    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk)
         return Fail(kFailed, "Get the abolute path of file %s unsuccessfully when read profile.",
                     file);
     if (KORX_IsFileExist(path.c_str()) == 0) {
@@ -289,7 +289,7 @@ __attribute__((weak)) uint32_t KORX_IniGetValue(const char* file, const char* se
     // Only a profile that does not load is a failure. A file that is not there or may not be opened
     // has no value: the caller gets an empty text.
     FixedText<256> stored;
-    if (KORX_IniReadProfile(file, section, key, stored.data(), stored.size()) == kNotLoaded)
+    if (KORX_IniReadProfile(file, section, key, stored.data(), stored.capacity()) == kNotLoaded)
         return Warn(kLoadFailed, "[ORX] Load file %s unsuccessfully, section '%s', key '%s'", file,
                     section, key);
 

@@ -177,7 +177,8 @@ uint32_t OpenLockFile(const char* file, PathText* name, UniqueFd* fd) {
     if (!name->format("%s.lock", file))
         return Fail(kFailed, "Print fileIn unsuccessfully, fileIn=%s.lock.", file);
     PathText path;
-    const uint32_t code = ORX_GetAbsolutePathAndFileName(name->c_str(), path.data(), path.size());
+    const uint32_t code =
+        ORX_GetAbsolutePathAndFileName(name->c_str(), path.data(), path.capacity());
     if (code != kOk)
         return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", name->c_str(), code);
     *fd = UniqueFd(
@@ -280,7 +281,7 @@ uint32_t ChangeExisting(const char* file, const char* path, const char* section_
 
 uint32_t ChangeOrAdd(const char* file, const char* section, const char* key, const char* value) {
     PathText path;
-    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.size()) != kOk)
+    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk)
         return Fail(kFailed,
                     "Get the abolute path of file %s unsuccessfully when set or add value.", file);
     UniqueFile stream = OpenProfile(path.c_str());
@@ -308,7 +309,7 @@ uint32_t KORX_IniSaveFile(const char* file, const KORX_IniSection* profile) {
     if (!RemoveRemains(temporary.c_str()))
         return kFailed;
     PathText path;
-    const uint32_t code = ORX_GetAbsolutePathAndFileName(file, path.data(), path.size());
+    const uint32_t code = ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity());
     if (code != kOk)
         return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", file, code);
     const UniqueFile old = OpenProfile(path.c_str());
@@ -324,7 +325,7 @@ uint32_t KORX_IniSaveFile(const char* file, const KORX_IniSection* profile) {
         return Fail(kFailed, "[ORX]rename file '%s' to '%s' unsuccessfully! errno = %d!",
                     temporary.c_str(), file, errno);
 
-    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.size()) != kOk)
+    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk)
         return Fail(kFailed, "Get the abolute path of file %s unsuccessfully when init save file.",
                     file);
     SyncFile(path.c_str());
@@ -342,7 +343,7 @@ uint32_t KORX_IniSetValue(const char* file, const char* section, const char* key
     if (!HasOnlyLines(section, key, value))
         return kFailed;
     PathText path;
-    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.size()) != kOk)
+    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk)
         return Fail(kFailed, "Get the abolute path of file %s unsuccessfully when init set value.",
                     file);
     return UnderLockFile(

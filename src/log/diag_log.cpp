@@ -25,6 +25,7 @@
 #include "base/text.h"
 #include "base/unique.h"
 #include "base/write_all.h"
+#include "format/record.h"
 #include "korx/fs.h"
 #include "korx/plog.h"
 #include "korx/str.h"
@@ -64,7 +65,6 @@ constexpr size_t kPathSize = 512;
 constexpr mode_t kLogFileMode = 0640;
 constexpr mode_t kLogDirMode = 0750;
 
-constexpr uint32_t kDiagIndex = 0x37741004;  // identifies this log's records everywhere
 constexpr uint32_t kDlogTaken = 0;
 constexpr uint32_t kDlogHooked = 2;
 
@@ -159,7 +159,8 @@ uint32_t ReportAppend(int fd, const Append& append) {
 }
 
 uint32_t ResolveLogPath(const char* path, FixedText<kPathSize>* absolute) {
-    const uint32_t code = ORX_GetAbsolutePathAndFileName(path, absolute->data(), absolute->size());
+    const uint32_t code =
+        ORX_GetAbsolutePathAndFileName(path, absolute->data(), absolute->capacity());
     if (code != kOk)
         return SysFail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", path, code);
     return kOk;
@@ -212,7 +213,7 @@ void LogV(uint32_t level, const char* format, va_list args) {
         return SysLog("Get Parametron unsuccessfully.");
 
     FixedText<64> now;
-    ORX_GetLogTimeStr(now.data(), now.size());
+    ORX_GetLogTimeStr(now.data(), now.capacity());
     const uint32_t mode = EffectiveMode();
     if (mode == ORX_LOG_MODE_SYSLOG_LINE) {
         syslog(LOG_INFO, "%s [ProcID:%d|%u|%s] : %s\n", now.c_str(), getpid(),

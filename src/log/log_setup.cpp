@@ -91,7 +91,7 @@ uint32_t KORX_OrxLogInit(uint32_t module_id, const char* process_name) {
 
 void ORX_SpaceFullLogInit(void) {
     FixedText<256> directory;
-    (void) KORX_GetLogPath(directory.data(), directory.size());
+    (void) KORX_GetLogPath(directory.data(), directory.capacity());
 
     const MallocPtr<char> blanks(static_cast<char*>(malloc(kSpaceFullSize)));
     if (!blanks)
@@ -103,7 +103,7 @@ void ORX_SpaceFullLogInit(void) {
         return SysLog("Print LogSpacefullDir unsuccessfully.LogSpacefullDir=%s/%s",
                       directory.c_str(), kSpaceFullLog);
     FixedText<256> absolute;
-    if (ORX_GetAbsolutePathAndFileName(path.c_str(), absolute.data(), absolute.size()) != kOk)
+    if (ORX_GetAbsolutePathAndFileName(path.c_str(), absolute.data(), absolute.capacity()) != kOk)
         return Log(kLevelErr,
                    "Get abolute path and file name of file %s unsuccessfully when space full init.",
                    path.c_str());

@@ -31,13 +31,13 @@ using UniqueMountTable = std::unique_ptr<FILE, Releaser<::endmntent>>;
 class Stream {
   public:
     FILE* get() const { return file_ ? file_.get() : stdout; }
-    bool isLog() const { return file_ != nullptr; }
+    bool is_log() const { return file_ != nullptr; }
 
     // Resolves path and opens it. False when it does not resolve.
     bool open(const char* path, const char* mode) {
         file_.reset();
         Path absolute;
-        if (ORX_GetAbsolutePathAndFileName(path, absolute.data(), absolute.size()) != kOk)
+        if (ORX_GetAbsolutePathAndFileName(path, absolute.data(), absolute.capacity()) != kOk)
             return Fail(
                 false,
                 "Get the abolute path and file name of file %s unsuccessfully when space is full.",
@@ -80,7 +80,7 @@ void ORX_SpaceFull(const char* name, uint32_t value) {
 
     Path directory;
     Path path;
-    (void) KORX_GetLogPath(directory.data(), directory.size());
+    (void) KORX_GetLogPath(directory.data(), directory.capacity());
     if (!path.format("%s/%s", directory.c_str(), kLogName))
         return Log(kLevelErr, "Print LogDir unsuccessfully, LogDir=%s/%s", directory.c_str(),
                    kLogName);
@@ -88,7 +88,7 @@ void ORX_SpaceFull(const char* name, uint32_t value) {
     Stream stream;
     if (!stream.open(path.c_str(), "a+e") || fseek(stream.get(), 0, SEEK_END) != 0)
         return;
-    if (stream.isLog() && ftell(stream.get()) > kReserved) {
+    if (stream.is_log() && ftell(stream.get()) > kReserved) {
         if (!stream.open(path.c_str(), "w+e"))
             return;
         (void) fputs("[orx_spacefull] start:\r\n]", stream.get());

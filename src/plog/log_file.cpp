@@ -237,7 +237,8 @@ int LOG_SetCloexecFlag(int fd) {
 uint32_t LOG_OpenFile(const char* path, int flags, int* fd) {
     const LogScope writing;
     FixedText<kPathSize> absolute;
-    const uint32_t code = ORX_GetAbsolutePathAndFileName(path, absolute.data(), absolute.size());
+    const uint32_t code =
+        ORX_GetAbsolutePathAndFileName(path, absolute.data(), absolute.capacity());
     if (code != kOk)
         return SysFail(kAllBits, "get absolutepath %s unsuccessfully, uiret=%u.", path, code);
 

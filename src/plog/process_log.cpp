@@ -50,7 +50,7 @@ using namespace korx;
 
 void KORX_PLogInit(uint32_t, const char* process_name, uint32_t max_size) {
     FixedText<256> directory;
-    if (KORX_GetLogPath(directory.data(), directory.size()) != kOk)
+    if (KORX_GetLogPath(directory.data(), directory.capacity()) != kOk)
         return DBG_SysLog(LOG_ERR, "KORX PLogInit, get log path unsuccessfully.");
     const uint32_t slot = ORX_PLOG_GetCompType(process_name);
     if (slot >= kComponentCount)
@@ -77,7 +77,7 @@ uint32_t KORX_PLog(uint32_t level, uint32_t m_value, uint32_t value, const char*
     if (!fits)
         return kRecordFailed;
     FixedText<16> process;  // stays empty, and is then refused, when no log is configured
-    (void) ORX_PLOG_GetProcName(process.data(), process.size());
+    (void) ORX_PLOG_GetProcName(process.data(), process.capacity());
     return PLOG_LogFile(process.c_str(), "[%s][L:%u M:%u][%u]%s\n", LevelName(level),
                         g_uiOrxLocationId, m_value, value, message.c_str());
 }

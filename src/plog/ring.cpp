@@ -9,11 +9,6 @@
 #include "base/lock.h"
 #include "base/report.h"
 
-static_assert(sizeof(LOG_HEAD_S) == 12);
-static_assert(offsetof(LOG_HEAD_S, uiLogLen) == 0);
-static_assert(offsetof(LOG_HEAD_S, uiDumpLen) == 4);
-static_assert(offsetof(LOG_HEAD_S, uiTotalLen) == 8);
-
 namespace korx {
 namespace {
 
@@ -44,7 +39,7 @@ uint32_t RingStore(const char* tag, int fd, const void* record, uint32_t length,
         StartNewLap(head);
     }
 
-    if (lseek(fd, off_t{kHeadSize} + head->uiLogLen, SEEK_SET) < 0)
+    if (lseek(fd, off_t{kRingHeadSize} + head->uiLogLen, SEEK_SET) < 0)
         return DbgFail(kRecordFailed, "%s lseek unsuccessfully, err:%d.", tag, errno);
     if (LOG_Write(fd, length, record) < 0)
         return DbgFail(kRecordFailed, "%s log write unsuccessfully, err:%d.", tag, errno);

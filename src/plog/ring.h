@@ -6,18 +6,11 @@
 #include <stdarg.h>
 #include <stdint.h>
 
+#include "format/ring.h"
 #include "korx/plog.h"
 #include "plog/record.h"
 
 namespace korx {
-
-constexpr uint32_t kHeadSize = sizeof(LOG_HEAD_S);
-
-// Whether a record of this length would end beyond the limit. A corrupt head may hold any length,
-// so the sum is taken in 64 bits.
-inline bool ReachesLimit(const LOG_HEAD_S& head, uint32_t length, uint32_t limit) {
-    return uint64_t{head.uiLogLen} + length + kHeadSize > limit;
-}
 
 // Stores a record where the head says and moves the head on, in memory only: the caller holds the
 // file lock and writes the head back. On failure the head in the file still is the old one, and the

@@ -12,10 +12,10 @@
 
 #include "base/lock.h"
 #include "base/report.h"
+#include "format/start.h"
 #include "korx/plog.h"
 #include "plog/record.h"
 #include "plog/reopen.h"
-#include "plog/start_layout.h"
 
 static_assert(sizeof(STLOG_SEC_S) == 16);
 static_assert(offsetof(STLOG_SEC_S, uiMarker) == 0);
@@ -35,7 +35,6 @@ constexpr uint32_t kSeekFailed = 8;
 constexpr uint32_t kCutFailed = 9;
 constexpr uint32_t kShortHeader = 11;
 
-constexpr uint32_t kStartLogId = 0x37741005;
 constexpr uint32_t kMaxBlanks = 600;
 
 constinit pthread_mutex_t start_log_mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -138,7 +137,7 @@ uint32_t KORX_STLog(uint32_t module, uint32_t level, uint32_t value, const char*
         return kOk;
     }
     FixedText<8> name;
-    (void) STLOG_GetMoudleBySecIndex(module, name.data(), name.size());
+    (void) STLOG_GetMoudleBySecIndex(module, name.data(), name.capacity());
     return STLOG_LogFile(module, "[%s][L:%u %s][%u]%s\n", LevelName(level), g_uiOrxLocationId,
                          name.c_str(), value, message.c_str());
 }

@@ -88,8 +88,8 @@ bool SyncDirectoryOf(const char* path) {
     FixedText<kPathSize> directory;
     const char* const slash = strrchr(path, '/');
     if (slash == nullptr || slash == path)
-        (void) strcpy_s(directory.data(), directory.size(), slash == nullptr ? "." : "/");
-    else if (strncpy_s(directory.data(), directory.size(), path,
+        (void) strcpy_s(directory.data(), directory.capacity(), slash == nullptr ? "." : "/");
+    else if (strncpy_s(directory.data(), directory.capacity(), path,
                        static_cast<size_t>(slash - path)) != 0)
         return false;
     const UniqueFd fd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -118,7 +118,7 @@ CursorState LoadCursor(const char* path, Cursor* cursor) {
     if (!fd)
         return errno == ENOENT ? CursorState::kNone : CursorState::kDamaged;
     CursorText text;
-    const ssize_t got = pread(fd.get(), text.data(), text.size() - 1, 0);
+    const ssize_t got = pread(fd.get(), text.data(), text.capacity() - 1, 0);
     Cursor loaded;
     if (got < 0 || !Parse(text.c_str(), &loaded))
         return CursorState::kDamaged;

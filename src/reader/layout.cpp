@@ -14,16 +14,11 @@
 namespace korx {
 namespace {
 
-constexpr uint32_t kCountSize = sizeof(uint32_t);  // the text log's head
-constexpr int64_t kOrderSlack = 2000000;           // processes stamp before they wait for the lock
-constexpr size_t kZeroRun = 64;                    // as many zeros in a row are no text's
-constexpr size_t kTailLook = 1024;                 // looked at behind the end of a ring's text
+constexpr int64_t kOrderSlack = 2000000;  // processes stamp before they wait for the lock
+constexpr size_t kZeroRun = 64;           // as many zeros in a row are no text's
+constexpr size_t kTailLook = 1024;        // looked at behind the end of a ring's text
 
-constexpr uint64_t kProcessLimit = 262144;
 constexpr int64_t kLongestPause = int64_t{366} * 86400 * 1000000;
-
-constexpr char kSpaceHeader[] = "[orx_spacefull] start:\r\n]";
-constexpr size_t kSpaceHeaderLength = sizeof kSpaceHeader - 1;
 
 // How a stretch of text is read.
 struct Stretch {
@@ -110,7 +105,7 @@ class Reading {
         const size_t first_line = line_end(at, limit);
         size_t end = head_.extent != 0 ? std::min(at + head_.extent, limit) : first_line;
         // No record is longer; looking on would only find what is damaged anyway.
-        const size_t longest = at + MaxRecord(image_.kind);
+        const size_t longest = at + KindOf(image_.kind).longest_record;
         while (head_.extent == 0 && end < limit && end <= longest && !begins_something(end))
             end = line_end(end, limit);
 
@@ -289,17 +284,17 @@ class Layout {
     }
 
     void ring() {
-        if (image_.size < kHeadSize) {
+        if (image_.size < kRingHeadSize) {
             if (image_.size != 0)
                 image_.report(KORX_DAMAGE_HEAD_SHORT, image_.size, 0, "the file ends in its head");
             image_.head_sound = image_.size == 0;
             image_.dump_sound = image_.head_sound;
             return;
         }
-        memcpy(&image_.head, bytes_, kHeadSize);
+        memcpy(&image_.head, bytes_, kRingHeadSize);
         const LOG_HEAD_S& head = image_.head;
-        const size_t room = image_.size - kHeadSize;
-        const uint64_t file_room = image_.file_size - kHeadSize;
+        const size_t room = image_.size - kRingHeadSize;
+        const uint64_t file_room = image_.file_size - kRingHeadSize;
         image_.head_sound = check_head(head, file_room);
 
         const size_t newest = std::min<size_t>(head.uiLogLen, room);
@@ -307,9 +302,10 @@ class Layout {
         const size_t oldest_end = wrapped ? std::min<size_t>(head.uiTotalLen, room) : newest;
         image_.laps = wrapped ? 1 : 0;
         image_.fill = std::max(newest, oldest_end);
-        read_laps(kHeadSize, kHeadSize + newest, kHeadSize + oldest_end, LapEnd::kKnown, 0);
+        read_laps(kRingHeadSize, kRingHeadSize + newest, kRingHeadSize + oldest_end, LapEnd::kKnown,
+                  0);
         if (!wrapped)
-            check_behind(kHeadSize + newest);
+            check_behind(kRingHeadSize + newest);
         check_dump();
     }
 
@@ -341,7 +337,7 @@ class Layout {
         image_.dump_sound = head.uiDumpLen <= std::max(head.uiLogLen, head.uiTotalLen);
         if (image_.kind == KORX_LOG_DIAG)
             return;
-        const uint64_t position = uint64_t{kHeadSize} + head.uiDumpLen;
+        const uint64_t position = uint64_t{kRingHeadSize} + head.uiDumpLen;
         if (!image_.dump_sound)
             image_.report_values(KORX_DAMAGE_DUMP_POSITION, 4, 4,
                                  "uiDumpLen %u lies behind the log", head.uiDumpLen);
@@ -353,21 +349,21 @@ class Layout {
     }
 
     void text() {
-        if (image_.size < kCountSize) {
+        if (image_.size < kTextHeadSize) {
             if (image_.size != 0)
                 image_.report(KORX_DAMAGE_HEAD_SHORT, image_.size, 0, "the file ends in its head");
             return;
         }
         uint32_t count = 0;
-        memcpy(&count, bytes_, kCountSize);
-        const size_t room = image_.size - kCountSize;
+        memcpy(&count, bytes_, kTextHeadSize);
+        const size_t room = image_.size - kTextHeadSize;
         if (count > room)
             image_.report_values(KORX_DAMAGE_HEAD_LENGTH, 0, 4, "the count %u exceeds the file",
                                  count);
-        const size_t newest = kCountSize + std::min<size_t>(count, room);
-        read_laps(kCountSize, newest, image_.size, LapEnd::kCut, 0);
+        const size_t newest = kTextHeadSize + std::min<size_t>(count, room);
+        read_laps(kTextHeadSize, newest, image_.size, LapEnd::kCut, 0);
         image_.laps = newest < image_.size ? 1 : 0;
-        image_.fill = image_.size - kCountSize;
+        image_.fill = image_.size - kTextHeadSize;
     }
 
     void space() {
@@ -383,7 +379,7 @@ class Layout {
     }
 
     void process() {
-        image_.laps = read_unmarked(0, image_.size, 0, kProcessLimit) ? 1 : 0;
+        image_.laps = read_unmarked(0, image_.size, 0, KindOf(KORX_LOG_PROCESS).limit) ? 1 : 0;
         size_t used = image_.size;
         while (used > 0 && bytes_[used - 1] == '\0')
             --used;
@@ -594,7 +590,7 @@ uint32_t WordAt(const char* bytes) {
 
 uint64_t LogImage::NeededOfRing(const LOG_HEAD_S& head, uint64_t file_size) {
     const uint64_t text = std::max(head.uiLogLen, head.uiTotalLen);
-    return std::min(file_size, kHeadSize + text + kTailLook);
+    return std::min(file_size, kRingHeadSize + text + kTailLook);
 }
 
 bool LogImage::analyse() {
@@ -651,17 +647,17 @@ korx_log_kind GuessKind(const char* bytes, size_t size) {
         return KORX_LOG_START;
     if (begins(KORX_LOG_SPACE, 0) ||
         (size >= kSpaceHeaderLength && memcmp(bytes, kSpaceHeader, kSpaceHeaderLength) == 0) ||
-        (size > 0 &&
-         std::all_of(bytes, bytes + std::min<size_t>(size, 5120), [](char c) { return c == ' '; })))
+        (size > 0 && std::all_of(bytes, bytes + std::min<size_t>(size, kSpaceReserve),
+                                 [](char c) { return c == ' '; })))
         return KORX_LOG_SPACE;
-    if (begins(KORX_LOG_DIAG, kHeadSize))
+    if (begins(KORX_LOG_DIAG, kRingHeadSize))
         return KORX_LOG_DIAG;
-    if (begins(KORX_LOG_TEXT, kCountSize))
+    if (begins(KORX_LOG_TEXT, kTextHeadSize))
         return KORX_LOG_TEXT;
-    const bool empty_ring = size == kHeadSize && AllZero(bytes, 0, size);
+    const bool empty_ring = size == kRingHeadSize && AllZero(bytes, 0, size);
     if (empty_ring)
         return KORX_LOG_DIAG;
-    return size == kCountSize && WordAt(bytes) == 0 ? KORX_LOG_TEXT : KORX_LOG_AUTO;
+    return size == kTextHeadSize && WordAt(bytes) == 0 ? KORX_LOG_TEXT : KORX_LOG_AUTO;
 }
 
 }  // namespace korx

@@ -5,9 +5,8 @@
 #include <stdint.h>
 
 #include "base/text.h"
-#include "korx/plog.h"
+#include "format/kinds.h"
 #include "korx/reader.h"
-#include "plog/start_layout.h"
 #include "reader/array.h"
 #include "reader/record.h"
 #include "reader/stamp.h"
@@ -16,7 +15,6 @@ namespace korx {
 
 constexpr size_t kSections = kSectionCount;
 constexpr size_t kMaxDamage = 4096;
-constexpr uint32_t kHeadSize = sizeof(LOG_HEAD_S);
 
 // Marks of an entry beside KORX_RECORD_...
 constexpr uint8_t kHasHead = 1 << 4;    // stamp and fields are sound

@@ -22,8 +22,6 @@
 #include "reader/snapshot.h"
 #include "reader/unread.h"
 
-static_assert(sizeof(LOG_HEAD_S) == 12);
-static_assert(offsetof(LOG_HEAD_S, uiDumpLen) == 4);
 static_assert(sizeof(STLOG_HDR_S) == 76);
 static_assert(offsetof(STLOG_HDR_S, astSec) == 12);
 
@@ -51,24 +49,6 @@ constexpr char kStartHeaderName[] = ".korxloghdr";
 constexpr char kLogSuffix[] = ".log";
 constexpr int kPathRoom = 360;
 constexpr int kAckFlags = O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-
-constexpr struct {
-    const char* file;
-    korx_log_kind kind;
-} kFileNames[] = {
-    {"KORX_DIAG_LOG", KORX_LOG_DIAG},      {"korx_safe.log", KORX_LOG_SECURITY},
-    {"korx_life.log", KORX_LOG_LIFE},      {"KORX_START_LOG", KORX_LOG_START},
-    {"orx_agent.log", KORX_LOG_TEXT},      {"orx_app.log", KORX_LOG_TEXT},
-    {"orx_spacefull.log", KORX_LOG_SPACE}, {"QTMON.log", KORX_LOG_PROCESS},
-    {"zelk_agent.log", KORX_LOG_PROCESS},  {"ZELK_QR9T.log", KORX_LOG_PROCESS},
-    {"zelk.log", KORX_LOG_PROCESS},        {"DXN.log", KORX_LOG_PROCESS},
-};
-
-constexpr const char* kKindNames[] = {"auto", "text",  "diag",    "security",
-                                      "life", "start", "process", "space"};
-
-// The usual limits; 0 for the kinds without one.
-constexpr uint64_t kLimits[] = {0, 524288, 262144, 131072, 262144, 258048, 262144, 5120};
 
 constexpr const char* kRuleNames[] = {nullptr,         "head-short", "head-length",  "head-order",
                                       "dump-position", "header",     "separator",    "not-a-record",
@@ -159,7 +139,7 @@ void FillInfo(korx_reader* reader) {
     info.kind = image.kind;
     info.laps = image.laps;
     info.size = image.file_size;
-    info.limit = IsRing(image.kind) && image.laps != 0 ? image.file_size : kLimits[image.kind];
+    info.limit = IsRing(image.kind) && image.laps != 0 ? image.file_size : KindOf(image.kind).limit;
     info.fill = image.fill;
     info.records = image.entries.size();
     info.damage = image.damage_count;
@@ -222,10 +202,6 @@ korx_reader_code OpenFile(int fd, const char* path, korx_log_kind kind,
     reader->inode = st.st_ino;
     reader->can_acknowledge = source.lock;
     return Finish(std::move(reader), out, error);
-}
-
-bool IsKind(korx_log_kind kind) {
-    return kind >= KORX_LOG_AUTO && kind <= KORX_LOG_SPACE;
 }
 
 korx_reader_code BadArgument(korx_reader_error* error, const char* text) {
@@ -378,7 +354,7 @@ korx_reader_code MoveDump(const korx_reader& reader, int fd, const Entry& last, 
     if (head.uiDumpLen != image.head.uiDumpLen)
         return Changed(error, path, offsetof(LOG_HEAD_S, uiDumpLen),
                        "somebody else has acknowledged");
-    const uint64_t position = last.end() - kHeadSize;
+    const uint64_t position = last.end() - kRingHeadSize;
     if (position > std::max(head.uiLogLen, head.uiTotalLen) || !StillStands(fd, image, last))
         return Changed(error, path, last.offset, "the log has written over what was handed out");
 
@@ -593,7 +569,7 @@ int korx_reader_get_damage(const korx_reader* reader, size_t index, korx_damage*
 }
 
 const char* korx_log_kind_name(korx_log_kind kind) {
-    return IsKind(kind) ? kKindNames[kind] : nullptr;
+    return IsKind(kind) ? KindOf(kind).name : nullptr;
 }
 
 const char* korx_damage_rule_name(korx_damage_rule rule) {
@@ -604,8 +580,12 @@ const char* korx_damage_rule_name(korx_damage_rule rule) {
 korx_log_kind korx_log_kind_of_name(const char* path) {
     if (path == nullptr)
         return KORX_LOG_AUTO;
-    const auto* const found =
-        std::find_if(std::begin(kFileNames), std::end(kFileNames),
-                     [=](const auto& row) { return strcmp(row.file, BaseName(path)) == 0; });
-    return found == std::end(kFileNames) ? KORX_LOG_AUTO : found->kind;
+    const char* const name = BaseName(path);
+    for (const LogKind& kind : kKinds) {
+        for (const char* const file : kind.files) {
+            if (IsLogFile(kind, file, name))
+                return kind.kind;
+        }
+    }
+    return KORX_LOG_AUTO;
 }

@@ -4,16 +4,9 @@
 
 #include <algorithm>
 
-#include "plog/start_layout.h"
-
 namespace korx {
 namespace {
 
-constexpr const char* kLevels[] = {"DEBUG", "INFO", "WARNING", "ERROR", "FATAL"};
-constexpr const char* kTextLevels[] = {"DEBUG", "INFO", "WARNING", "ERR"};
-
-constexpr size_t kNameField = 100;
-constexpr size_t kValueField = 10;
 constexpr size_t kHeadRoom = 128;  // where the pieces of a damaged head are looked for
 
 // Reads a head piece by piece. Once a piece is not there everything after it fails as well.
@@ -91,12 +84,6 @@ class Pieces {
     bool ok_ = true;
 };
 
-StampStyle StyleOf(korx_log_kind kind) {
-    return kind == KORX_LOG_TEXT    ? StampStyle::kShort
-           : kind == KORX_LOG_SPACE ? StampStyle::kCompact
-                                    : StampStyle::kDashed;
-}
-
 bool SetLevel(RecordHead* head, const char* const* names, uint32_t level, uint32_t fields,
               const Pieces& pieces) {
     if (!pieces.ok())
@@ -111,10 +98,13 @@ bool SetLevel(RecordHead* head, const char* const* names, uint32_t level, uint32
 bool ParseRing(Pieces pieces, RecordHead* head) {
     uint32_t level = 0;
     pieces.literal("[Index:").alternate_hex(&head->index);
-    pieces.literal("][AppCid:").number(&head->app_cid).literal("][").one_of(kLevels, "", &level);
+    pieces.literal("][AppCid:")
+        .number(&head->app_cid)
+        .literal("][")
+        .one_of(kRecordLevels, "", &level);
     pieces.literal("][L:").number(&head->location).literal(" M:").number(&head->m_value);
     pieces.literal("][").number(&head->value).literal("]");
-    return SetLevel(head, kLevels, level,
+    return SetLevel(head, kRecordLevels, level,
                     KORX_FIELD_INDEX | KORX_FIELD_APP_CID | KORX_FIELD_LOCATION |
                         KORX_FIELD_M_VALUE | KORX_FIELD_VALUE,
                     pieces);
@@ -124,26 +114,26 @@ bool ParseProcess(const Pieces& start, RecordHead* head) {
     constexpr uint32_t kFields = KORX_FIELD_LOCATION | KORX_FIELD_M_VALUE | KORX_FIELD_VALUE;
     uint32_t level = 0;
     Pieces own = start;
-    own.literal("[").one_of(kLevels, "][L:", &level).number(&head->location);
+    own.literal("[").one_of(kRecordLevels, "][L:", &level).number(&head->location);
     own.literal(" M:").number(&head->m_value).literal("][").number(&head->value).literal("]");
-    if (SetLevel(head, kLevels, level, kFields, own))
+    if (SetLevel(head, kRecordLevels, level, kFields, own))
         return true;
 
     Pieces named = start;  // written under a process's name by another one
     named.literal("[L:").number(&head->location).literal(" M:").number(&head->m_value);
-    named.literal("][").one_of(kLevels, "][", &level).number(&head->value).literal("]");
-    return SetLevel(head, kLevels, level, kFields, named);
+    named.literal("][").one_of(kRecordLevels, "][", &level).number(&head->value).literal("]");
+    return SetLevel(head, kRecordLevels, level, kFields, named);
 }
 
 bool ParseStart(Pieces pieces, RecordHead* head) {
     uint32_t level = 0;
     uint32_t module = 0;
-    pieces.literal("[").one_of(kLevels, "][L:", &level).number(&head->location).literal(" ");
+    pieces.literal("[").one_of(kRecordLevels, "][L:", &level).number(&head->location).literal(" ");
     pieces.one_of(kModules, "][", &module).number(&head->value).literal("]");
     head->name = kModules[module];
     head->name_length = strlen(kModules[module]);
-    return SetLevel(head, kLevels, level, KORX_FIELD_LOCATION | KORX_FIELD_VALUE | KORX_FIELD_NAME,
-                    pieces);
+    return SetLevel(head, kRecordLevels, level,
+                    KORX_FIELD_LOCATION | KORX_FIELD_VALUE | KORX_FIELD_NAME, pieces);
 }
 
 bool ParseText(Pieces pieces, RecordHead* head) {
@@ -156,16 +146,16 @@ bool ParseText(Pieces pieces, RecordHead* head) {
 // The value at the end of a body, right-aligned.
 bool ParseValueField(const char* field, uint32_t* value) {
     size_t blanks = 0;
-    while (blanks < kValueField && field[blanks] == ' ')
+    while (blanks < kSpaceValueField && field[blanks] == ' ')
         ++blanks;
-    Pieces pieces(field + blanks, kValueField - blanks);
-    return pieces.number(value).ok() && pieces.at() == field + kValueField;
+    Pieces pieces(field + blanks, kSpaceValueField - blanks);
+    return pieces.number(value).ok() && pieces.at() == field + kSpaceValueField;
 }
 
 // A name may hold line ends, the end of the record is the first CR LF behind a value.
 bool ParseSpace(const char* text, size_t length, size_t stamp, RecordHead* head) {
     const char* const body = text + stamp;
-    const char* const end = text + std::min(length, kMaxSpaceRecord);
+    const char* const end = text + std::min<size_t>(length, kMaxSpaceRecord);
     const char* from = body;
     while (from < end) {
         const auto* const line_end =
@@ -174,14 +164,14 @@ bool ParseSpace(const char* text, size_t length, size_t stamp, RecordHead* head)
             return false;
         from = line_end + 1;
         const auto size = static_cast<size_t>(line_end - body);
-        if (size < kNameField + kValueField + 1 || line_end[-1] != '\r')
+        if (size < kSpaceNameField + kSpaceValueField + 1 || line_end[-1] != '\r')
             continue;
-        const char* const field = line_end - 1 - kValueField;
+        const char* const field = line_end - 1 - kSpaceValueField;
         if (!ParseValueField(field, &head->value))
             continue;
         head->name = body;
         head->name_length = static_cast<size_t>(field - body);
-        while (head->name_length > 0 && field - body == kNameField && *head->name == ' ') {
+        while (head->name_length > 0 && field - body == kSpaceNameField && *head->name == ' ') {
             ++head->name;
             --head->name_length;
         }
@@ -247,7 +237,7 @@ bool ResemblesFields(korx_log_kind kind, const char* text, size_t length) {
 bool ParseHead(korx_log_kind kind, const char* text, size_t length, RecordHead* head) {
     if (length == 0 || text[0] != '[')
         return false;
-    const size_t stamp = ParseStamp(StyleOf(kind), text, length, &head->time);
+    const size_t stamp = ParseStamp(KindOf(kind).stamp, text, length, &head->time);
     if (stamp == 0)
         return false;
     head->fields = KORX_FIELD_TIME;
@@ -256,7 +246,7 @@ bool ParseHead(korx_log_kind kind, const char* text, size_t length, RecordHead* 
 }
 
 korx_damage_rule ResemblesHead(korx_log_kind kind, const char* text, size_t length) {
-    const StampStyle style = StyleOf(kind);
+    const StampStyle style = KindOf(kind).stamp;
     RecordHead head = {};
     if (const size_t stamp = ParseStamp(style, text, length, &head.time); stamp != 0) {
         const bool alike = ResemblesFields(kind, text + stamp, length - stamp);
@@ -264,11 +254,8 @@ korx_damage_rule ResemblesHead(korx_log_kind kind, const char* text, size_t leng
     }
     if (!ResemblesStamp(style, text, length))
         return KORX_DAMAGE_NOT_A_RECORD;
-    const size_t usual = style == StampStyle::kDashed  ? kDashedStamp
-                         : style == StampStyle::kShort ? kShortStamp
-                                                       : kShortStamp + 2;
-    return ParseFields(kind, text, length, usual, &head) ? KORX_DAMAGE_STAMP
-                                                         : KORX_DAMAGE_NOT_A_RECORD;
+    return ParseFields(kind, text, length, ShapeOf(style).length, &head) ? KORX_DAMAGE_STAMP
+                                                                         : KORX_DAMAGE_NOT_A_RECORD;
 }
 
 }  // namespace korx

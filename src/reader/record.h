@@ -4,25 +4,11 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "format/kinds.h"
 #include "korx/reader.h"
 #include "reader/stamp.h"
 
 namespace korx {
-
-// The longest record of each kind with its line end. The writers refuse longer ones.
-constexpr size_t kMaxRecord = 599;
-constexpr size_t kMaxTextLine = 1023;
-constexpr size_t kMaxSpaceRecord = 4096;
-
-inline size_t MaxRecord(korx_log_kind kind) {
-    return kind == KORX_LOG_TEXT    ? kMaxTextLine
-           : kind == KORX_LOG_SPACE ? kMaxSpaceRecord
-                                    : kMaxRecord;
-}
-
-inline bool IsRing(korx_log_kind kind) {
-    return kind == KORX_LOG_DIAG || kind == KORX_LOG_SECURITY || kind == KORX_LOG_LIFE;
-}
 
 // A record's stamp and fields.
 struct RecordHead {

@@ -9,14 +9,8 @@ constexpr int64_t kDaySeconds = 86400;
 constexpr int64_t kMicros = 1000000;
 constexpr int kTolerated = 3;
 
-// '0' stands for any digit.
-constexpr char kDashedShape[] = "[0000-00-00 00:00:00.000000]";
-constexpr char kShortShape[] = "[000000-00:00:00.000000]";
-constexpr char kCompactShape[] = "[00000000-00:00:00.000000]";
 constexpr char kClockShape[] = "-00:00:00.000000]";
 constexpr size_t kClockLength = sizeof kClockShape - 1;
-static_assert(sizeof kDashedShape - 1 == kDashedStamp);
-static_assert(sizeof kShortShape - 1 == kShortStamp);
 
 // A year before 2000 or after 2099 makes the two-digit year longer: it is printed as the unsigned
 // difference to 2000. A board whose clock was never set writes 4294967266 for 1970.
@@ -128,10 +122,7 @@ size_t ParseStamp(StampStyle style, const char* text, size_t length, CivilTime* 
 }
 
 bool ResemblesStamp(StampStyle style, const char* text, size_t length) {
-    const char* const shape = style == StampStyle::kDashed  ? kDashedShape
-                              : style == StampStyle::kShort ? kShortShape
-                                                            : kCompactShape;
-    const size_t wanted = strlen(shape);
+    const auto [shape, wanted] = ShapeOf(style);
     if (length < wanted)
         return false;
     int wrong = 0;

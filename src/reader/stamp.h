@@ -5,6 +5,8 @@
 #include <stdint.h>
 #include <time.h>
 
+#include "format/stamp.h"
+
 namespace korx {
 
 struct CivilTime {
@@ -16,15 +18,6 @@ struct CivilTime {
     uint32_t second;
     uint32_t micros;
 };
-
-enum class StampStyle {
-    kDashed,   // [2024-03-05 14:07:09.004211]
-    kShort,    // [240305-14:07:09.004211]
-    kCompact,  // [20240305-14:07:09.004211]
-};
-
-constexpr size_t kDashedStamp = 28;
-constexpr size_t kShortStamp = 24;
 
 // The length of the stamp at text, or 0 when there is none of this style.
 size_t ParseStamp(StampStyle style, const char* text, size_t length, CivilTime* time);

@@ -29,7 +29,7 @@ bool IsUnread(const Entry& entry, const Position& position) {
 Position PositionByHead(const LogImage& image) {
     const LOG_HEAD_S& head = image.head;
     const bool in_old_lap = head.uiLogLen < head.uiDumpLen;
-    const uint64_t offset = uint64_t{kHeadSize} + head.uiDumpLen;
+    const uint64_t offset = uint64_t{kRingHeadSize} + head.uiDumpLen;
     // No reader leaves uiDumpLen at 0 once there is an old lap, and the logs that protect unread
     // records don't begin one before it has moved. In them only a whole lap begun at 0 can look
     // like that; in the diagnostic record log it just says that nobody has ever read.
@@ -43,11 +43,11 @@ Position PositionByHead(const LogImage& image) {
 // the position may have overwritten its beginning without having passed.
 bool Stands(const LogImage& image, const Cursor& cursor) {
     const auto& last = cursor.mark.last[0];
-    if (last.end > image.size || last.length > last.end - kHeadSize)
+    if (last.end > image.size || last.length > last.end - kRingHeadSize)
         return false;
     const char* const bytes = image.bytes.get();
     const uint64_t begin = last.end - last.length;
-    const uint64_t written_end = uint64_t{kHeadSize} + image.head.uiLogLen;
+    const uint64_t written_end = uint64_t{kRingHeadSize} + image.head.uiLogLen;
     if (written_end <= begin || written_end >= last.end)
         return HashRecord(bytes + begin, last.length) == last.hash;
     const uint64_t length = std::min<uint64_t>(last.end - written_end, cursor.tail_length);
@@ -60,7 +60,7 @@ bool Stands(const LogImage& image, const Cursor& cursor) {
 bool Fits(const LogImage& image, const Cursor& cursor) {
     const auto& last = cursor.mark.last[0];
     return cursor.kind == image.kind && cursor.dump_len == image.head.uiDumpLen &&
-           last.length != 0 && last.end == uint64_t{kHeadSize} + cursor.dump_len;
+           last.length != 0 && last.end == uint64_t{kRingHeadSize} + cursor.dump_len;
 }
 
 // What the log has written over since the whole lap behind the reader's position was unread, if it
@@ -69,7 +69,7 @@ uint64_t OverwrittenBytes(const LogImage& image) {
     const LOG_HEAD_S& head = image.head;
     if (image.entries.empty())
         return 0;
-    const uint64_t oldest = image.entries[0].offset - kHeadSize;
+    const uint64_t oldest = image.entries[0].offset - kRingHeadSize;
     if (head.uiLogLen >= head.uiDumpLen)
         return oldest > head.uiDumpLen ? oldest - head.uiDumpLen : 0;
     // The lap that was written over may have ended up to a record's length before this one.

@@ -5,20 +5,20 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "format/record.h"
 #include "korx/plog.h"
 
 namespace korx {
 
-constexpr uint32_t kSectionCount = 4;
-constexpr uint32_t kStartFileEnd = 258048;
-constexpr uint32_t kRecordRoom = 600;  // a cursor with less room left goes back to the start
+inline constexpr uint32_t kSectionCount = 4;
+inline constexpr uint32_t kStartFileEnd = 258048;
 
-constexpr char kSeparator[] = "\n==============================\n";
-constexpr uint32_t kSeparatorLength = sizeof kSeparator - 1;
+inline constexpr char kSeparator[] = "\n==============================\n";
+inline constexpr uint32_t kSeparatorLength = sizeof kSeparator - 1;
 static_assert(kSeparatorLength == 32);
 
-constexpr const char* kModules[kSectionCount] = {"FRAME", "PATCH", "CFL", "DBG"};
-constexpr STLOG_HDR_S kStartDefaults = {
+inline constexpr const char* kModules[kSectionCount] = {"FRAME", "PATCH", "CFL", "DBG"};
+inline constexpr STLOG_HDR_S kStartDefaults = {
     .uiFlag = 1,
     .uiMagic = 0xDEADBEAF,
     .uiVersion = 2,
@@ -40,7 +40,7 @@ inline bool IsUsableSection(const STLOG_HDR_S& header, size_t index) {
     }
     return section.uiStart > 0 && section.uiStart <= section.uiCur &&
            section.uiCur <= section.uiEnd && section.uiEnd <= kStartFileEnd &&
-           section.uiEnd - section.uiStart >= kRecordRoom;
+           section.uiEnd - section.uiStart >= uint32_t{kRecordRoom};
 }
 
 }  // namespace korx
