@@ -9,7 +9,7 @@
 #include "base/report.h"
 #include "korx/fs.h"
 #include "korx/plog.h"
-#include "plog/reopen.h"
+#include "plog/file.h"
 #include "plog/ring.h"
 
 namespace korx {

@@ -3,7 +3,7 @@
 #include "base/lock.h"
 #include "base/report.h"
 #include "korx/plog.h"
-#include "plog/components.h"
+#include "plog/state.h"
 #include "plog/ring.h"
 
 namespace korx {

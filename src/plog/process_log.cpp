@@ -11,9 +11,9 @@
 #include "base/report.h"
 #include "korx/path.h"
 #include "korx/plog.h"
-#include "plog/components.h"
+#include "plog/state.h"
 #include "plog/record.h"
-#include "plog/reopen.h"
+#include "plog/file.h"
 
 namespace korx {
 namespace {

@@ -15,7 +15,7 @@
 #include "format/start.h"
 #include "korx/plog.h"
 #include "plog/record.h"
-#include "plog/reopen.h"
+#include "plog/file.h"
 
 static_assert(sizeof(STLOG_SEC_S) == 16);
 static_assert(offsetof(STLOG_SEC_S, uiMarker) == 0);

@@ -19,9 +19,9 @@
 #include "korx/fs.h"
 #include "korx/path.h"
 #include "korx/plog.h"
-#include "plog/components.h"
+#include "plog/state.h"
 #include "plog/record.h"
-#include "plog/reopen.h"
+#include "plog/file.h"
 
 static_assert(sizeof(LOG_INFO_S) == 260);
 static_assert(offsetof(LOG_INFO_S, acFileName) == 0);

@@ -1,4 +1,4 @@
-#include "plog/reopen.h"
+#include "plog/file.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
