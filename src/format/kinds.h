@@ -45,6 +45,7 @@ inline constexpr char kDiagLogFile[] = "KORX_DIAG_LOG";
 inline constexpr char kSecurityLogFile[] = "korx_safe.log";
 inline constexpr char kLifeLogFile[] = "korx_life.log";
 inline constexpr char kStartLogFile[] = "KORX_START_LOG";
+inline constexpr char kStartHeaderFile[] = ".korxloghdr";  // the start log's cursors
 inline constexpr char kSpaceLogFile[] = "orx_spacefull.log";
 
 inline constexpr const char* kTextFiles[] = {kAgentLogFile, kAppLogFile};
@@ -86,8 +87,17 @@ struct LogKind {
 };
 
 inline constexpr LogKind kKinds[] = {
-    {KORX_LOG_AUTO, "auto", Shape::kUnknown, StampStyle::kDashed, LogLockKind::kNone,
-     Unread::kOverwritten, 0, 0, kMaxRecord, {}, ""},
+    {KORX_LOG_AUTO,
+     "auto",
+     Shape::kUnknown,
+     StampStyle::kDashed,
+     LogLockKind::kNone,
+     Unread::kOverwritten,
+     0,
+     0,
+     kMaxRecord,
+     {},
+     ""},
     {KORX_LOG_TEXT, "text", Shape::kText, StampStyle::kShort, LogLockKind::kFlock,
      Unread::kOverwritten, kTextHeadSize, 0x80000, kMaxTextLine, kTextFiles, ""},
     {KORX_LOG_DIAG, "diag", Shape::kRing, StampStyle::kDashed, LogLockKind::kRecord,

@@ -1,5 +1,5 @@
-// The ring of the diagnostic record, security and life-cycle logs: a head of 12 bytes, then the data
-// area, in which each record follows the one before until a lap begins again at its start.
+// The ring of the diagnostic record, security and life-cycle logs: a head of 12 bytes, then the
+// data area, in which each record follows the one before until a lap begins again at its start.
 #pragma once
 
 #include <stddef.h>

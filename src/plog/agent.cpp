@@ -1,25 +1,27 @@
 // Binding of the platform's agent library, which takes the records on boards where it runs. The
 // report function is set once at set-up and never cleared, so it is read without a lock.
+#include "plog/agent.h"
+
 #include <dlfcn.h>
 #include <syslog.h>
 
 #include "base/codes.h"
 #include "base/report.h"
 #include "base/text.h"
+#include "format/board.h"
+#include "format/record.h"
 #include "korx/fs.h"
 #include "korx/plog.h"
-#include "plog/record.h"
 
 constinit KORX_ImReportFunc g_KorxImAgentReportLogByIdFunc = nullptr;
 
 namespace korx {
-namespace {
 
-constexpr char kAgentLibrary[] = "libimagent.so";
-constexpr char kReportFunction[] = "IM_Agent_ReportLogById";
-constexpr char kPoolReadyFile[] = "/dev/shm/korx/PkgPoolReady";
+// As text, never as a format: a percent sign in a message is the message's.
+uint32_t HandToAgent(AgentLog log, uint32_t id, const char* text) {
+    return g_KorxImAgentReportLogByIdFunc(static_cast<uint32_t>(log), id, "%s", text);
+}
 
-}  // namespace
 }  // namespace korx
 
 using namespace korx;
@@ -35,7 +37,7 @@ void KORX_ImDiagLogFuncInit(void) {
     }
 
     g_KorxImAgentReportLogByIdFunc =
-        reinterpret_cast<KORX_ImReportFunc>(dlsym(library, kReportFunction));
+        reinterpret_cast<KORX_ImReportFunc>(dlsym(library, kAgentReportFunction));
     if (g_KorxImAgentReportLogByIdFunc != nullptr)
         return DBG_SysLog(LOG_INFO, "Lookup symbol IM_Agent_ReportLogById successfully.");
 
@@ -57,16 +59,16 @@ uint32_t KORX_IsPkgPoolReady(void) {
 uint32_t KORX_ReportLogByImLib(uint32_t log_id, const char* text) {
     const uint32_t slot = g_uiOrxSelfSlotId;
     if (KORX_IsImLibInited() != 1)
-        return kRecordFailed;
-    FixedText<1023> line;
+        return kAllBits;
+    FixedText<kMaxTextLength + 1> line;
     if (!line.format("%s[SlotId=%u]", text, slot))
-        return SysFail(kRecordFailed, "Print logContent unsuccessfully. pcLogBuf=%s, slotId=%u",
-                       text, slot);
-    return g_KorxImAgentReportLogByIdFunc(kAgentDiag, log_id, "%s", line.c_str());
+        return SysFail(kAllBits, "Print logContent unsuccessfully. pcLogBuf=%s, slotId=%u", text,
+                       slot);
+    return HandToAgent(AgentLog::kDiag, log_id, line.c_str());
 }
 
 uint32_t KORX_ReportDiagLogByImLib(uint32_t log_id, const char* text) {
     if (KORX_IsImLibInited() != 1)
-        return kRecordFailed;
-    return g_KorxImAgentReportLogByIdFunc(kAgentDiag, log_id, "%s", text);
+        return kAllBits;
+    return HandToAgent(AgentLog::kDiag, log_id, text);
 }

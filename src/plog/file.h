@@ -1,9 +1,11 @@
-// The descriptors of the product logs: kept open between records, and opened anew when their file
-// is gone or is another one.
+// The files of the product logs: kept open between records, opened anew when their file is gone or
+// is another one, and locked as a whole.
 #pragma once
 
 #include <fcntl.h>
 #include <stdint.h>
+
+#include "base/lock.h"
 
 namespace korx {
 
@@ -25,5 +27,17 @@ void CloseSlot(int* slot, int cleared);
 // Makes the slot an open descriptor of the file at path. A file opened here is positioned at its
 // end, with the directories it needs made. Result: 0 or 0xFFFFFFFF.
 uint32_t OpenAtEnd(const char* path, int* slot);
+
+// The lock of a log that is written even where it cannot be locked: what goes wrong is reported,
+// and a record on a file system without locks is better than none.
+class ReportedLock {
+  public:
+    explicit ReportedLock(int fd);
+    // Gives the lock back and reports a failure; the destructor does it silently.
+    void release();
+
+  private:
+    RecordLock lock_;
+};
 
 }  // namespace korx

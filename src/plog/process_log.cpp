@@ -3,45 +3,23 @@
 //
 // Lock order: the slot's mutex, then the file lock.
 #include <errno.h>
-#include <string.h>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
-#include "base/lock.h"
-#include "base/report.h"
+#include "format/kinds.h"
 #include "korx/path.h"
 #include "korx/plog.h"
-#include "plog/state.h"
-#include "plog/record.h"
 #include "plog/file.h"
+#include "plog/record.h"
+#include "plog/report.h"
 
 namespace korx {
 namespace {
 
-constexpr uint32_t kDefaultSize = 262144;
-
 constinit pthread_mutex_t slot_mutexes[kComponentCount] = {
     PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER,
     PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER};
-
-[[gnu::format(printf, 2, 0)]] uint32_t AppendLine(const char* process_name, const char* format,
-                                                  va_list args) {
-    const LogScope writing;
-    const uint32_t slot = ORX_PLOG_GetCompType(process_name);
-    if (slot >= kComponentCount)
-        return DbgFail(kRecordFailed, "PLOG GetLogInfo, get comp type unsuccessfully.");
-
-    const LOG_INFO_S& info = g_stPLogInfo[slot];
-    const MutexGuard threads(slot_mutexes[slot]);
-    if (threads.error() != 0)
-        return kRecordFailed;
-    if (OpenAtEnd(info.acFileName, &g_iPLogFileFd[slot]) != kOk)
-        return kRecordFailed;
-    Record record;
-    if (!record.assemble(format, args))
-        return kRecordFailed;
-    return PLOG_Buff2File(g_iPLogFileFd[slot], record.text(), record.length(), info.uiMaxSize);
-}
 
 }  // namespace
 }  // namespace korx
@@ -49,7 +27,7 @@ constinit pthread_mutex_t slot_mutexes[kComponentCount] = {
 using namespace korx;
 
 void KORX_PLogInit(uint32_t, const char* process_name, uint32_t max_size) {
-    FixedText<256> directory;
+    DirectoryText directory;
     if (KORX_GetLogPath(directory.data(), directory.capacity()) != kOk)
         return DBG_SysLog(LOG_ERR, "KORX PLogInit, get log path unsuccessfully.");
     const uint32_t slot = ORX_PLOG_GetCompType(process_name);
@@ -65,16 +43,14 @@ void KORX_PLogInit(uint32_t, const char* process_name, uint32_t max_size) {
     if (named < 0)
         return DBG_SysLog(LOG_ERR, "Get private log unsuccessfully, log path:%s proc name:%s.",
                           directory.c_str(), process_name);
-    info.uiMaxSize = max_size == 0 ? kDefaultSize : max_size;
+    info.uiMaxSize = max_size == 0 ? KindOf(KORX_LOG_PROCESS).limit : max_size;
 }
 
 uint32_t KORX_PLog(uint32_t level, uint32_t m_value, uint32_t value, const char* format, ...) {
+    Arguments args;
+    va_start(args.list, format);
     MessageText message;
-    va_list args;
-    va_start(args, format);
-    const bool fits = message.vformat(format, args);
-    va_end(args);
-    if (!fits)
+    if (!message.vformat(format, args.list))
         return kRecordFailed;
     FixedText<16> process;  // stays empty, and is then refused, when no log is configured
     (void) ORX_PLOG_GetProcName(process.data(), process.capacity());
@@ -84,33 +60,37 @@ uint32_t KORX_PLog(uint32_t level, uint32_t m_value, uint32_t value, const char*
 
 uint32_t KORX_PLogByProcName(uint32_t level, const char* process_name, uint32_t m_value,
                              uint32_t value, const char* format, ...) {
+    Arguments args;
+    va_start(args.list, format);
     MessageText message;
-    va_list args;
-    va_start(args, format);
-    const bool fits = message.vformat(format, args);
-    va_end(args);
-    if (!fits)
+    if (!message.vformat(format, args.list))
         return kRecordFailed;
     return PLOG_LogFile(process_name, "[L:%u M:%u][%s][%u]%s\n", g_uiOrxLocationId, m_value,
                         LevelName(level), value, message.c_str());
 }
 
 uint32_t PLOG_LogFile(const char* process_name, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    const uint32_t result = AppendLine(process_name, format, args);
-    va_end(args);
-    return result;
+    Arguments args;
+    va_start(args.list, format);
+    const LogScope writing;
+    const uint32_t slot = ORX_PLOG_GetCompType(process_name);
+    if (slot >= kComponentCount)
+        return DbgFail(kRecordFailed, "PLOG GetLogInfo, get comp type unsuccessfully.");
+    const LOG_INFO_S& info = g_stPLogInfo[slot];
+    int& fd = g_iPLogFileFd[slot];
+    return AppendRecord(
+        slot_mutexes[slot], [&] { return OpenAtEnd(info.acFileName, &fd) == kOk; },
+        [&](const Record& record) {
+            return PLOG_Buff2File(fd, record.text(), record.length(), info.uiMaxSize);
+        },
+        format, args.list);
 }
 
 uint32_t PLOG_Buff2File(int fd, const void* record, uint32_t length, uint32_t limit) {
-    RecordLock lock(fd);
-    if (!lock.acquire())
-        DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
+    ReportedLock lock(fd);
     (void) PLOG_CheckAndTruncate(fd, length, limit);
     (void) LOG_Write(fd, length, record);
-    if (!lock.release())
-        DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
+    lock.release();
     return kOk;
 }
 

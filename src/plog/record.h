@@ -1,39 +1,22 @@
-// What a product-log record is made of, and how the product logs report.
+// What a product-log record is made of, and the road that every record takes to its file.
 #pragma once
 
+#include <pthread.h>
 #include <stdarg.h>
-#include <stddef.h>
 #include <stdint.h>
-#include <syslog.h>
 
 #include "base/codes.h"
+#include "base/lock.h"
+#include "base/report.h"
 #include "base/text.h"
+#include "format/record.h"
 
 namespace korx {
 
 constexpr uint32_t kRecordFailed = kAllBits;
-constexpr int kRecordLimit = 600;  // a record with its terminator
-
-// The agent's log types.
-constexpr uint32_t kAgentSecurity = 1;
-constexpr uint32_t kAgentDiag = 9;
-constexpr uint32_t kAgentLife = 22;
 
 // A caller's message, at most 600 characters.
-using MessageText = FixedText<kRecordLimit + 1>;
-
-// DBG_SysLog of an argument list.
-[[gnu::format(printf, 2, 0)]] void DbgSysLogV(int priority, const char* format, va_list args);
-
-// Reports a product log's failure to the system log and hands its code back.
-template <typename Code>
-[[gnu::format(printf, 2, 3)]] Code DbgFail(Code code, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    DbgSysLogV(LOG_ERR, format, args);
-    va_end(args);
-    return code;
-}
+using MessageText = FixedText<kRecordRoom + 1>;
 
 // The product logs' name of a level; everything above 3 is "FATAL".
 const char* LevelName(uint32_t level);
@@ -48,8 +31,23 @@ class Record {
     uint32_t length() const { return length_; }
 
   private:
-    char text_[kRecordLimit + 1] = {};
+    char text_[kRecordRoom + 1] = {};
     uint32_t length_ = 0;
 };
+
+// Appends one record: the threads' mutex, the open file, the assembled text, the store. open says
+// whether there is a file; store gets the record and gives the result.
+template <typename Open, typename Store>
+[[gnu::format(printf, 4, 0)]] uint32_t AppendRecord(pthread_mutex_t& mutex, Open open, Store store,
+                                                    const char* format, va_list args) {
+    const LogScope writing;
+    const MutexGuard threads(mutex);
+    if (threads.error() != 0 || !open())
+        return kRecordFailed;
+    Record record;
+    if (!record.assemble(format, args))
+        return kRecordFailed;
+    return store(record);
+}
 
 }  // namespace korx

@@ -1,24 +1,37 @@
+// Opening, heads and storing of the three rings.
+//
 // Lock order: a log's mutex, then its file lock. A discarded security or life-cycle record takes
 // the diagnostic record log's pair inside its own; the diagnostic record log takes nobody else's.
 #include "plog/ring.h"
 
 #include <errno.h>
-#include <stddef.h>
+#include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include "base/lock.h"
 #include "base/report.h"
+#include "korx/fs.h"
+#include "korx/plog.h"
+#include "plog/file.h"
+#include "plog/report.h"
 
 namespace korx {
 namespace {
 
-[[gnu::format(printf, 2, 3)]] uint32_t AppendFormatted(const RingLog& log, const char* format,
-                                                       ...) {
-    va_list args;
-    va_start(args, format);
-    const uint32_t result = AppendRecord(log, format, args);
-    va_end(args);
-    return result;
+constexpr uint32_t kNullArgument = 1;
+constexpr uint32_t kDiscarded = 99;
+
+// Another process may have made the same file, and written into it, since it was found missing.
+bool WriteFirstHead(int fd) {
+    RecordLock lock(fd);
+    if (!lock.acquire())
+        return false;
+    struct stat st;
+    constexpr LOG_HEAD_S kEmpty = {};
+    if (fstat(fd, &st) == 0 && st.st_size == 0)
+        (void) DLOG_WriteHead(fd, &kEmpty);
+    return true;
 }
 
 // The lap ends here; what is written next goes to the start of the data area.
@@ -27,10 +40,11 @@ void StartNewLap(LOG_HEAD_S* head) {
     head->uiLogLen = 0;
 }
 
-}  // namespace
-
-uint32_t RingStore(const char* tag, int fd, const void* record, uint32_t length, uint32_t limit,
-                   LOG_HEAD_S* head) {
+// Stores a record where the head says and moves the head on, in memory only: the caller holds the
+// file lock and writes the head back. On failure the head in the file still is the old one, and the
+// next record tries the same step again. Reports begin with the tag.
+uint32_t StoreInRing(const char* tag, int fd, const void* record, uint32_t length, uint32_t limit,
+                     LOG_HEAD_S* head) {
     if (ReachesLimit(*head, length, limit)) {
         if (ftruncate(fd, limit) < 0)
             return DbgFail(kRecordFailed, "%s ftruncate unsuccessfully, err:%d.", tag, errno);
@@ -54,23 +68,88 @@ uint32_t RingStore(const char* tag, int fd, const void* record, uint32_t length,
     return kOk;
 }
 
-uint32_t AppendRecord(const RingLog& log, const char* format, va_list args) {
-    const LogScope writing;
-    const MutexGuard threads(*log.mutex);
-    if (threads.error() != 0)
-        return kRecordFailed;
-    if (DLOG_CheckAndCreateFile(log.info->acFileName, log.fd) != kOk)
-        return kRecordFailed;
-    Record record;
-    if (!record.assemble(format, args))
-        return kRecordFailed;
-    return log.store(*log.fd, record, log.info->uiMaxSize);
+constexpr char kDiscardText[] = "New log will wrap undumped log, discard";
+
+// The loss is told where readers look: in the diagnostic record log, which takes neither this
+// ring's mutex nor its file lock, so that the order of the locks has no cycle.
+uint32_t Discard() {
+    DBG_SysLog(LOG_ERR, "New log will wrap undumped log, discard and ret:%d.",
+               static_cast<int>(kDiscarded));
+    (void) DLOG_LogFile("[Index:0x37741004][AppCid:0][WARNING][L:80100 M:0][0]%s and ret:%d.\n",
+                        kDiscardText, static_cast<int>(kDiscarded));
+    return kDiscarded;
 }
 
-uint32_t AppendEvent(const RingLog& log, const EventFields& fields, const MessageText& message) {
-    return AppendFormatted(log, "[Index:%#x][AppCid:%u][%s][L:%u M:%u][%u]%s\n", fields.index,
-                           fields.app_cid, LevelName(fields.level), g_uiOrxLocationId,
-                           fields.m_value, fields.value, message.c_str());
-}
-
+}  // namespace
 }  // namespace korx
+
+using namespace korx;
+
+uint32_t DLOG_CheckAndCreateFile(const char* path, int* fd) {
+    if (path == nullptr || fd == nullptr)
+        return kNullArgument;
+    const LogScope writing;
+    if (IsOpen(*fd)) {
+        if (IsFileOfPath(*fd, path))
+            return kOk;
+        DBG_SysLog(LOG_ERR, "[DLOG] file(%s) not exist and not closed.", path);
+        CloseSlot(fd, -1);
+    } else if (KORX_IsFileExist(path) == 1) {
+        return LOG_OpenFile(path, kLogOpenFlags, fd) == kOk ? kOk : kRecordFailed;
+    }
+
+    if (LOG_OpenFile(path, kLogOpenFlags, fd) != kOk)
+        return kRecordFailed;
+    return WriteFirstHead(*fd) ? kOk : kRecordFailed;
+}
+
+int DLOG_WriteHead(int fd, const LOG_HEAD_S* head) {
+    if (lseek(fd, 0, SEEK_SET) < 0)
+        return -1;
+    return LOG_Write(fd, sizeof *head, head);
+}
+
+int DLOG_ReadHead(int fd, LOG_HEAD_S* head) {
+    if (lseek(fd, 0, SEEK_SET) < 0)
+        return -1;
+    return static_cast<int>(read(fd, head, sizeof *head));
+}
+
+uint32_t DLOG_Buff2File(int fd, const void* record, uint32_t length, uint32_t limit) {
+    RecordLock lock(fd);
+    if (!lock.acquire())
+        return DbgFail(kRecordFailed, "DLOG lock file unsuccessfully.");
+
+    LOG_HEAD_S head = {};  // what cannot be read counts as a new file
+    (void) DLOG_ReadHead(fd, &head);
+    if (StoreInRing("DLOG", fd, record, length, limit, &head) != kOk)
+        return kRecordFailed;
+    (void) DLOG_WriteHead(fd, &head);
+
+    if (!lock.release())
+        DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
+    return kOk;
+}
+
+uint32_t SLOG_Buff2File(int fd, const void* record, uint32_t length, uint32_t limit) {
+    LOG_HEAD_S head = {};
+    if (DLOG_ReadHead(fd, &head) < 0)
+        return DbgFail(kRecordFailed, "SLOG read log head failed, err:%d.", errno);
+    if (LOG_IsReachUndump(head, length, limit) == 1)
+        return Discard();
+    if (StoreInRing("SLOG", fd, record, length, limit, &head) != kOk)
+        return kRecordFailed;
+    if (DLOG_WriteHead(fd, &head) < 0)
+        DBG_SysLog(LOG_WARNING, "SLOG write head unsuccessfully, err:%d.", errno);
+    return kOk;
+}
+
+uint32_t LOG_IsReachUndump(LOG_HEAD_S head, uint32_t length, uint32_t limit) {
+    // The writer has wrapped and stands below the reader: all from uiDumpLen on is unread. The sum
+    // wraps at 32 bits on purpose: processes of every age decide by it side by side in one file,
+    // and only all alike do they agree on what may be written over.
+    if (head.uiLogLen < head.uiDumpLen)
+        return head.uiLogLen + length > head.uiDumpLen ? 1 : 0;
+    // The unread records lie behind the writer, so only a wrap can reach them.
+    return head.uiDumpLen < length && ReachesLimit(head, length, limit) ? 1 : 0;
+}

@@ -14,8 +14,8 @@
 #include "base/report.h"
 #include "format/start.h"
 #include "korx/plog.h"
-#include "plog/record.h"
 #include "plog/file.h"
+#include "plog/record.h"
 
 static_assert(sizeof(STLOG_SEC_S) == 16);
 static_assert(offsetof(STLOG_SEC_S, uiMarker) == 0);
@@ -56,25 +56,14 @@ uint32_t ResetLogFile() {
     return kOk;
 }
 
-void Lock(RecordLock* lock) {
-    if (!lock->acquire())
-        DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
-}
-
-void Unlock(RecordLock* lock) {
-    if (!lock->release())
-        DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
-}
-
 // The header's lock also keeps two processes from making the log file at once.
 uint32_t OpenFiles() {
     if (OpenAtEnd(g_acSTLogFileHeadName, &g_iSTLogFileHeadFd) != kOk)
         return kRecordFailed;
-    RecordLock header_lock(g_iSTLogFileHeadFd);
-    Lock(&header_lock);
+    ReportedLock header_lock(g_iSTLogFileHeadFd);
     if (OpenAtEnd(g_acSTLogFileName, &g_iSTLogFileFd) != kOk)
         return kRecordFailed;
-    Unlock(&header_lock);
+    header_lock.release();
     return kOk;
 }
 
@@ -83,10 +72,8 @@ uint32_t OpenFiles() {
 uint32_t StoreLine(uint32_t index, const void* record, uint32_t length) {
     if (index >= kSectionCount)
         return kRecordFailed;
-    RecordLock header_lock(g_iSTLogFileHeadFd);
-    Lock(&header_lock);
-    RecordLock log_lock(g_iSTLogFileFd);
-    Lock(&log_lock);
+    ReportedLock header_lock(g_iSTLogFileHeadFd);
+    ReportedLock log_lock(g_iSTLogFileFd);
 
     STLOG_HDR_S header;
     if (STLOG_LogHdrGet(index, &header) != kOk)
@@ -96,25 +83,9 @@ uint32_t StoreLine(uint32_t index, const void* record, uint32_t length) {
         header.astSec[index].uiCur += static_cast<uint32_t>(written);
     (void) STLOG_LogHdrPut(&header);
 
-    Unlock(&log_lock);
-    Unlock(&header_lock);
+    log_lock.release();
+    header_lock.release();
     return kOk;
-}
-
-[[gnu::format(printf, 2, 0)]] uint32_t AppendLine(uint32_t index, const char* format,
-                                                  va_list args) {
-    if (index >= kSectionCount)
-        return kRecordFailed;
-    const LogScope writing;
-    const MutexGuard threads(start_log_mutex);
-    if (threads.error() != 0)
-        return kRecordFailed;
-    if (OpenFiles() != kOk)
-        return kRecordFailed;
-    Record record;
-    if (!record.assemble(format, args))
-        return kRecordFailed;
-    return StoreLine(index, record.text(), record.length());
 }
 
 }  // namespace
@@ -124,12 +95,10 @@ using namespace korx;
 
 uint32_t KORX_STLog(uint32_t module, uint32_t level, uint32_t value, const char* format, ...) {
     const LogScope writing;
+    Arguments args;
+    va_start(args.list, format);
     MessageText message;
-    va_list args;
-    va_start(args, format);
-    const bool fits = message.vformat(format, args);
-    va_end(args);
-    if (!fits)
+    if (!message.vformat(format, args.list))
         return kRecordFailed;
 
     if (KORX_IsImLibInited() == 1) {
@@ -143,11 +112,14 @@ uint32_t KORX_STLog(uint32_t module, uint32_t level, uint32_t value, const char*
 }
 
 uint32_t STLOG_LogFile(uint32_t section, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    const uint32_t result = AppendLine(section, format, args);
-    va_end(args);
-    return result;
+    if (section >= kSectionCount)
+        return kRecordFailed;
+    Arguments args;
+    va_start(args.list, format);
+    return AppendRecord(
+        start_log_mutex, [] { return OpenFiles() == kOk; },
+        [=](const Record& record) { return StoreLine(section, record.text(), record.length()); },
+        format, args.list);
 }
 
 uint32_t STLOG_CheckFileHandle(void) {
