@@ -1,9 +1,13 @@
-// The disk-space record: the usage of every mounted file system, written to the small file that was
-// reserved for it while there was room.
+// The space-full log: a small file that is reserved while there is room, and the usage of every
+// mounted file system, written to it when there is none.
+#include <errno.h>
 #include <mntent.h>
 #include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/time.h>
-#include <sys/vfs.h>
 #include <time.h>
 
 #include <memory>
@@ -12,19 +16,19 @@
 #include "base/report.h"
 #include "base/text.h"
 #include "base/unique.h"
+#include "format/kinds.h"
+#include "format/space.h"
 #include "korx/fs.h"
+#include "korx/log.h"
 #include "korx/path.h"
 
 namespace korx {
 namespace {
 
-constexpr size_t kPathSize = 256;
 constexpr size_t kEntrySize = 768;
-constexpr long kReserved = 5120;  // a file that holds more is started anew
-constexpr char kLogName[] = "orx_spacefull.log";
+constexpr mode_t kReserveMode = 0640;
 constexpr char kMountTable[] = "/proc/mounts";
 
-using Path = FixedText<kPathSize>;
 using UniqueMountTable = std::unique_ptr<FILE, Releaser<::endmntent>>;
 
 // The log, or the standard output where the log cannot be opened.
@@ -36,7 +40,7 @@ class Stream {
     // Resolves path and opens it. False when it does not resolve.
     bool open(const char* path, const char* mode) {
         file_.reset();
-        Path absolute;
+        DirectoryText absolute;
         if (ORX_GetAbsolutePathAndFileName(path, absolute.data(), absolute.capacity()) != kOk)
             return Fail(
                 false,
@@ -52,19 +56,10 @@ class Stream {
 
 void WriteRecord(FILE* stream, const struct timeval& now, const struct tm& local, const char* name,
                  uint32_t value) {
-    (void) fprintf(stream, "[%04d%02d%02d-%02d:%02d:%02d.%06lu]%100s%10u\r\n", local.tm_year + 1900,
-                   local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
+    (void) fprintf(stream, kSpaceFormat, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                   local.tm_hour, local.tm_min, local.tm_sec,
                    static_cast<unsigned long>(now.tv_usec), name, value);
     (void) fflush(stream);
-}
-
-// The share of the used blocks in those that ordinary users can use, to the nearest percent. Wide
-// enough for any two block counts and their product with 100.
-uint32_t UsedPercent(const struct statfs& fs) {
-    using Wide = unsigned __int128;
-    const Wide used = fs.f_blocks > fs.f_bfree ? fs.f_blocks - fs.f_bfree : 0;
-    const Wide usable = used + fs.f_bavail;
-    return usable == 0 ? 0 : static_cast<uint32_t>((used * 100 + usable / 2) / usable);
 }
 
 }  // namespace
@@ -72,26 +67,56 @@ uint32_t UsedPercent(const struct statfs& fs) {
 
 using namespace korx;
 
+void ORX_SpaceFullLogInit(void) {
+    DirectoryText directory;
+    (void) KORX_GetLogPath(directory.data(), directory.capacity());
+
+    const MallocPtr<char> blanks(static_cast<char*>(malloc(kSpaceReserve)));
+    if (!blanks)
+        return Log(kLevelErr, "spacefull malloc unsuccessfully.");
+    memset(blanks.get(), ' ', kSpaceReserve);
+
+    DirectoryText path;
+    if (!path.format("%s/%s", directory.c_str(), kSpaceLogFile))
+        return SysLog("Print LogSpacefullDir unsuccessfully.LogSpacefullDir=%s/%s",
+                      directory.c_str(), kSpaceLogFile);
+    DirectoryText absolute;
+    if (ORX_GetAbsolutePathAndFileName(path.c_str(), absolute.data(), absolute.capacity()) != kOk)
+        return Log(kLevelErr,
+                   "Get abolute path and file name of file %s unsuccessfully when space full init.",
+                   path.c_str());
+
+    const UniqueFile file(fopen(absolute.c_str(), "w+e"));
+    if (!file)
+        return Log(kLevelErr, "spacefull fopen unsuccessfully, errno=%d.", errno);
+    const size_t written = fwrite(blanks.get(), 1, kSpaceReserve, file.get());
+    // Flushed here so that a full disk shows now and not, unseen, in fclose.
+    if (written != kSpaceReserve || fflush(file.get()) != 0)
+        Log(kLevelErr, "Spacefulllog init fwrite unsuccessfully, retCode=%d, ferror=%d.",
+            static_cast<int>(written), ferror(file.get()));
+    (void) fchmod(fileno(file.get()), kReserveMode);
+}
+
 void ORX_SpaceFull(const char* name, uint32_t value) {
     struct timeval now = {};
     struct tm local = {};
     (void) gettimeofday(&now, nullptr);
     (void) localtime_r(&now.tv_sec, &local);
 
-    Path directory;
-    Path path;
+    DirectoryText directory;
+    DirectoryText path;
     (void) KORX_GetLogPath(directory.data(), directory.capacity());
-    if (!path.format("%s/%s", directory.c_str(), kLogName))
+    if (!path.format("%s/%s", directory.c_str(), kSpaceLogFile))
         return Log(kLevelErr, "Print LogDir unsuccessfully, LogDir=%s/%s", directory.c_str(),
-                   kLogName);
+                   kSpaceLogFile);
 
     Stream stream;
     if (!stream.open(path.c_str(), "a+e") || fseek(stream.get(), 0, SEEK_END) != 0)
         return;
-    if (stream.is_log() && ftell(stream.get()) > kReserved) {
+    if (stream.is_log() && ftell(stream.get()) > long{kSpaceReserve}) {
         if (!stream.open(path.c_str(), "w+e"))
             return;
-        (void) fputs("[orx_spacefull] start:\r\n]", stream.get());
+        (void) fputs(kSpaceHeader, stream.get());
     }
     WriteRecord(stream.get(), now, local, name == nullptr ? "" : name, value);
 }
