@@ -20,6 +20,18 @@ inline constexpr uint32_t kTextHeadSize = sizeof(uint32_t);
 inline constexpr const char* kRecordLevels[] = {"DEBUG", "INFO", "WARNING", "ERROR", "FATAL"};
 inline constexpr const char* kTextLevels[] = {"DEBUG", "INFO", "WARNING", "ERR"};
 
+// What stands in a record, behind the time stamp of its kind.
+inline constexpr char kEventFormat[] =  // index, component id, level, location, M, value, message
+    "[Index:%#x][AppCid:%u][%s][L:%u M:%u][%u]%s\n";
+inline constexpr char kStartFormat[] =  // level, location, module, value, message
+    "[%s][L:%u %s][%u]%s\n";
+inline constexpr char kOwnProcessFormat[] =  // level, location, M, value, message
+    "[%s][L:%u M:%u][%u]%s\n";
+inline constexpr char kNamedProcessFormat[] =  // location, M, level, value, message
+    "[L:%u M:%u][%s][%u]%s\n";
+inline constexpr char kTextFormat[] =  // the stamp itself, process id, module, level, message
+    "%s [ProcID:%d|%u|%s] : %s";
+
 inline constexpr uint32_t kDiagIndex = 0x37741004;
 inline constexpr uint32_t kStartLogId = 0x37741005;
 

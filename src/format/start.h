@@ -8,6 +8,17 @@
 #include "format/record.h"
 #include "korx/plog.h"
 
+static_assert(sizeof(STLOG_SEC_S) == 16);
+static_assert(offsetof(STLOG_SEC_S, uiMarker) == 0);
+static_assert(offsetof(STLOG_SEC_S, uiStart) == 4);
+static_assert(offsetof(STLOG_SEC_S, uiEnd) == 8);
+static_assert(offsetof(STLOG_SEC_S, uiCur) == 12);
+static_assert(sizeof(STLOG_HDR_S) == 76);
+static_assert(offsetof(STLOG_HDR_S, uiFlag) == 0);
+static_assert(offsetof(STLOG_HDR_S, uiMagic) == 4);
+static_assert(offsetof(STLOG_HDR_S, uiVersion) == 8);
+static_assert(offsetof(STLOG_HDR_S, astSec) == 12);
+
 namespace korx {
 
 inline constexpr uint32_t kSectionCount = 4;

@@ -1,4 +1,6 @@
 // The crash dump: the call stack, then the end of the process.
+#include "korx/log.h"
+
 #include <execinfo.h>
 #include <pthread.h>
 #include <signal.h>
@@ -7,7 +9,6 @@
 
 #include "base/report.h"
 #include "base/unique.h"
-#include "korx/log.h"
 
 namespace korx {
 namespace {

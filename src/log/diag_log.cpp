@@ -130,8 +130,8 @@ void LogV(uint32_t level, const char* format, va_list args) {
 
     const LogScope writing;
     const int length =
-        snprintf_s(line.get(), kLineSize, kMaxTextLength, "%s [ProcID:%d|%u|%s] : %s", now.c_str(),
-                   getpid(), g_stLogInfo.uiModuleId, kTextLevels[level], message.get());
+        snprintf_s(line.get(), kLineSize, kMaxTextLength, kTextFormat, now.c_str(), getpid(),
+                   g_stLogInfo.uiModuleId, kTextLevels[level], message.get());
     if (length < 0)
         return SysLog("Print ORX_LOG_FMT unsuccessfully.");
     FixedText<kMessageSize> path;

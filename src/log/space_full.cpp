@@ -1,5 +1,7 @@
 // The space-full log: a small file that is reserved while there is room, and the usage of every
 // mounted file system, written to it when there is none.
+#include "korx/log.h"
+
 #include <errno.h>
 #include <mntent.h>
 #include <stdio.h>
@@ -19,7 +21,6 @@
 #include "format/kinds.h"
 #include "format/space.h"
 #include "korx/fs.h"
-#include "korx/log.h"
 #include "korx/path.h"
 
 namespace korx {

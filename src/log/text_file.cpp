@@ -3,6 +3,8 @@
 // Every line opens, locks, writes and closes it: nothing is cached, so any process may remove or
 // replace the file at any time. The flock spans everything from the read of the file's length to
 // its update; what goes wrong under it is reported after its release.
+#include "korx/log.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
@@ -16,7 +18,6 @@
 #include "base/unique.h"
 #include "format/record.h"
 #include "korx/fs.h"
-#include "korx/log.h"
 #include "korx/str.h"
 
 namespace korx {

@@ -1,13 +1,14 @@
 // The diagnostic record log, a ring that every process writes. The mutex is held from the
 // open-or-create step to the end of the write, the file lock from the read of the head to its
 // update.
+#include "korx/plog.h"
+
 #include <unistd.h>
 
-#include "korx/plog.h"
 #include "plog/agent.h"
 #include "plog/file.h"
+#include "plog/record.h"
 #include "plog/report.h"
-#include "plog/ring.h"
 
 using namespace korx;
 

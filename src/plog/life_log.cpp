@@ -1,10 +1,11 @@
 // The life-cycle log: the security event log's ring under another name, mutex and choice between
 // file and agent.
-#include "base/lock.h"
 #include "korx/plog.h"
+
+#include "base/lock.h"
 #include "plog/agent.h"
+#include "plog/record.h"
 #include "plog/report.h"
-#include "plog/ring.h"
 #include "plog/state.h"
 
 namespace korx {

@@ -2,6 +2,8 @@
 // its limit is written again from its beginning; each process keeps its own position in it.
 //
 // Lock order: the slot's mutex, then the file lock.
+#include "korx/plog.h"
+
 #include <errno.h>
 #include <sys/stat.h>
 #include <syslog.h>
@@ -9,7 +11,6 @@
 
 #include "format/kinds.h"
 #include "korx/path.h"
-#include "korx/plog.h"
 #include "plog/file.h"
 #include "plog/record.h"
 #include "plog/report.h"
@@ -54,8 +55,8 @@ uint32_t KORX_PLog(uint32_t level, uint32_t m_value, uint32_t value, const char*
         return kRecordFailed;
     FixedText<16> process;  // stays empty, and is then refused, when no log is configured
     (void) ORX_PLOG_GetProcName(process.data(), process.capacity());
-    return PLOG_LogFile(process.c_str(), "[%s][L:%u M:%u][%u]%s\n", LevelName(level),
-                        g_uiOrxLocationId, m_value, value, message.c_str());
+    return PLOG_LogFile(process.c_str(), kOwnProcessFormat, LevelName(level), g_uiOrxLocationId,
+                        m_value, value, message.c_str());
 }
 
 uint32_t KORX_PLogByProcName(uint32_t level, const char* process_name, uint32_t m_value,
@@ -65,7 +66,7 @@ uint32_t KORX_PLogByProcName(uint32_t level, const char* process_name, uint32_t 
     MessageText message;
     if (!message.vformat(format, args.list))
         return kRecordFailed;
-    return PLOG_LogFile(process_name, "[L:%u M:%u][%s][%u]%s\n", g_uiOrxLocationId, m_value,
+    return PLOG_LogFile(process_name, kNamedProcessFormat, g_uiOrxLocationId, m_value,
                         LevelName(level), value, message.c_str());
 }
 

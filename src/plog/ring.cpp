@@ -2,18 +2,20 @@
 //
 // Lock order: a log's mutex, then its file lock. A discarded security or life-cycle record takes
 // the diagnostic record log's pair inside its own; the diagnostic record log takes nobody else's.
-#include "plog/ring.h"
+#include "korx/plog.h"
 
 #include <errno.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include "base/codes.h"
 #include "base/lock.h"
 #include "base/report.h"
+#include "format/ring.h"
 #include "korx/fs.h"
-#include "korx/plog.h"
 #include "plog/file.h"
+#include "plog/record.h"
 #include "plog/report.h"
 
 namespace korx {

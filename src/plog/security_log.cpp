@@ -1,13 +1,14 @@
 // The security event log: a ring whose unread records are never overwritten. A record that would do
 // so is refused with 99, and the loss is written into the diagnostic record log while this log's
 // mutex and file lock are held.
+#include "korx/plog.h"
+
 #include <syslog.h>
 
 #include "base/lock.h"
-#include "korx/plog.h"
 #include "plog/agent.h"
+#include "plog/record.h"
 #include "plog/report.h"
-#include "plog/ring.h"
 
 namespace korx {
 namespace {

@@ -2,8 +2,9 @@
 // file beside it.
 //
 // Lock order: the mutex of this process's threads, the header file's lock, the log file's lock.
+#include "korx/plog.h"
+
 #include <errno.h>
-#include <stddef.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,20 +14,8 @@
 #include "base/lock.h"
 #include "base/report.h"
 #include "format/start.h"
-#include "korx/plog.h"
 #include "plog/file.h"
 #include "plog/record.h"
-
-static_assert(sizeof(STLOG_SEC_S) == 16);
-static_assert(offsetof(STLOG_SEC_S, uiMarker) == 0);
-static_assert(offsetof(STLOG_SEC_S, uiStart) == 4);
-static_assert(offsetof(STLOG_SEC_S, uiEnd) == 8);
-static_assert(offsetof(STLOG_SEC_S, uiCur) == 12);
-static_assert(sizeof(STLOG_HDR_S) == 76);
-static_assert(offsetof(STLOG_HDR_S, uiFlag) == 0);
-static_assert(offsetof(STLOG_HDR_S, uiMagic) == 4);
-static_assert(offsetof(STLOG_HDR_S, uiVersion) == 8);
-static_assert(offsetof(STLOG_HDR_S, astSec) == 12);
 
 namespace korx {
 namespace {
@@ -107,8 +96,8 @@ uint32_t KORX_STLog(uint32_t module, uint32_t level, uint32_t value, const char*
     }
     FixedText<8> name;
     (void) STLOG_GetMoudleBySecIndex(module, name.data(), name.capacity());
-    return STLOG_LogFile(module, "[%s][L:%u %s][%u]%s\n", LevelName(level), g_uiOrxLocationId,
-                         name.c_str(), value, message.c_str());
+    return STLOG_LogFile(module, kStartFormat, LevelName(level), g_uiOrxLocationId, name.c_str(),
+                         value, message.c_str());
 }
 
 uint32_t STLOG_LogFile(uint32_t section, const char* format, ...) {
