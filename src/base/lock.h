@@ -6,17 +6,22 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <utility>
 
 #include "base/errno_saver.h"
+#include "base/fork.h"
 
 namespace korx {
 
 // How a waiting record lock treats the kernel's EDEADLK. The kernel's test knows processes, not
 // threads: where several threads of two processes use several files it sees rings that are none.
 enum class OnDeadlock { kFail, kRepeat };
+
+// A ring that is still there after this long is one, and waiting on would be for ever.
+constexpr time_t kDeadlockSeconds = 30;
 
 // One fcntl record-lock request. A waiting request interrupted by a signal is made again.
 inline int SetRecordLock(int fd, int command, short type, off_t start, short whence, off_t length,
@@ -27,22 +32,46 @@ inline int SetRecordLock(int fd, int command, short type, off_t start, short whe
     request.l_whence = whence;
     request.l_start = start;
     request.l_len = length;
+    time_t give_up = 0;
     for (;;) {
         const int result = fcntl(fd, command, &request);
         if (result >= 0 || command != F_SETLKW)
             return result;
-        if (errno == EDEADLK && on_deadlock == OnDeadlock::kRepeat)
-            (void) usleep(kDeadlockPauseUs);
-        else if (errno != EINTR)
+        if (errno == EINTR)
+            continue;
+        if (errno != EDEADLK || on_deadlock == OnDeadlock::kFail)
             return result;
+        struct timespec now = {};
+        (void) clock_gettime(CLOCK_MONOTONIC, &now);
+        if (give_up == 0)
+            give_up = now.tv_sec + kDeadlockSeconds;
+        if (now.tv_sec >= give_up) {
+            errno = EDEADLK;
+            return result;
+        }
+        (void) usleep(kDeadlockPauseUs);
     }
 }
+
+// No thread is cancelled within this scope. There is no unwinding here: a thread that ended while
+// it held a mutex would leave it locked for ever.
+class Uncancelled {
+  public:
+    Uncancelled() { (void) pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+    ~Uncancelled() { (void) pthread_setcancelstate(before_, nullptr); }
+    Uncancelled(const Uncancelled&) = delete;
+    Uncancelled& operator=(const Uncancelled&) = delete;
+
+  private:
+    int before_ = PTHREAD_CANCEL_ENABLE;
+};
 
 // The POSIX write lock on a whole file, however long it grows. It belongs to the process: it does
 // not exclude other threads, and closing any descriptor of the file drops it. So declare it after
 // the descriptor's owner, and keep a mutex outside it.
 class RecordLock {
   public:
+    RecordLock() = default;  // of no file yet
     explicit RecordLock(int fd) : fd_(fd) {}
     ~RecordLock() {
         const ErrnoSaver keep;
@@ -52,18 +81,28 @@ class RecordLock {
     RecordLock(const RecordLock&) = delete;
     RecordLock& operator=(const RecordLock&) = delete;
 
-    [[nodiscard]] bool acquire() {
-        held_ = SetRecordLock(fd_, F_SETLKW, F_WRLCK, 0, SEEK_SET, 0, OnDeadlock::kRepeat) >= 0;
-        return held_;
-    }
+    [[nodiscard]] bool acquire() { return request(F_SETLKW); }
+    // Does not wait for somebody else's lock.
+    [[nodiscard]] bool try_acquire() { return request(F_SETLK); }
     // Asks for the release even where the lock was not granted and the work went on without it.
     bool release() {
         held_ = false;
         return SetRecordLock(fd_, F_SETLK, F_UNLCK, 0, SEEK_SET, 0, OnDeadlock::kFail) >= 0;
     }
+    // Takes the lock of another file from now on; the one held, if any, is given back.
+    void move_to(int fd) {
+        if (held_)
+            (void) release();
+        fd_ = fd;
+    }
 
   private:
-    const int fd_;
+    bool request(int command) {
+        held_ = SetRecordLock(fd_, command, F_WRLCK, 0, SEEK_SET, 0, OnDeadlock::kRepeat) >= 0;
+        return held_;
+    }
+
+    int fd_ = -1;
     bool held_ = false;
 };
 
@@ -97,8 +136,8 @@ class FlockGuard {
 
 class MutexGuard {
   public:
-    explicit MutexGuard(pthread_mutex_t& mutex)
-        : mutex_(mutex), error_(pthread_mutex_lock(&mutex)), held_(error_ == 0) {}
+    explicit MutexGuard(ForkMutex& mutex)
+        : mutex_(mutex), error_(mutex.lock()), held_(error_ == 0) {}
     ~MutexGuard() { (void) release(); }
     MutexGuard(const MutexGuard&) = delete;
     MutexGuard& operator=(const MutexGuard&) = delete;
@@ -106,10 +145,10 @@ class MutexGuard {
     // What pthread_mutex_lock returned: 0 when the mutex is held.
     int error() const { return error_; }
     // What pthread_mutex_unlock returns; 0 when there is nothing left to release.
-    int release() { return std::exchange(held_, false) ? pthread_mutex_unlock(&mutex_) : 0; }
+    int release() { return std::exchange(held_, false) ? mutex_.unlock() : 0; }
 
   private:
-    pthread_mutex_t& mutex_;
+    ForkMutex& mutex_;
     const int error_;
     bool held_;
 };

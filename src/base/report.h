@@ -3,11 +3,26 @@
 #pragma once
 
 #include <stdarg.h>
+#include <stddef.h>
 #include <stdint.h>
 
 #include "base/arguments.h"
+#include "base/lock.h"
 
 namespace korx {
+
+// What is done when a report has gone out.
+enum class AfterReport : char { kNothing, kFlushOutput };
+
+// One line of the system log. Every report of the library goes out here. Keeps errno.
+[[gnu::format(printf, 3, 0)]] void Report(int priority, AfterReport after, const char* format,
+                                          va_list args);
+[[gnu::format(printf, 3, 4)]] inline void ReportLine(int priority, AfterReport after,
+                                                     const char* format, ...) {
+    Arguments args;
+    va_start(args.list, format);
+    Report(priority, after, format, args.list);
+}
 
 constexpr uint32_t kLevelInfo = 1;
 constexpr uint32_t kLevelWarning = 2;
@@ -59,7 +74,8 @@ template <typename Code>
 }
 
 // Marks the thread as being inside a log writer. A line raised there must not enter the file road
-// again: it would recurse, or wait for a lock that the thread holds. It goes to the system log.
+// again: it would recurse, or wait for a lock that the thread holds. It goes to the system log. The
+// thread is not cancelled there either.
 class LogScope {
   public:
     LogScope() { ++depth_; }
@@ -71,6 +87,33 @@ class LogScope {
 
   private:
     static constinit thread_local uint32_t depth_;
+    const Uncancelled uncancelled_;
+};
+
+// Keeps this thread's reports to the system log back until its scope ends, then sends them in their
+// order: whoever reads /dev/log may be slow, and what is locked within the scope keeps every
+// process waiting. They are kept here, on the stack; a thread-local area of this size would make
+// dlopen fail. Where one scope stands within another, the outer one keeps them.
+class HeldReports {
+  public:
+    HeldReports();
+    ~HeldReports();
+    HeldReports(const HeldReports&) = delete;
+    HeldReports& operator=(const HeldReports&) = delete;
+
+  private:
+    friend void Report(int priority, AfterReport after, const char* format, va_list args);
+    bool keep(int priority, AfterReport after, const char* format, va_list args);
+    struct Lead {
+        int priority;
+        AfterReport after;
+    };
+    void send() const;
+
+    static constinit thread_local HeldReports* current_;
+    HeldReports* const outer_;
+    size_t used_ = 0;
+    char kept_[2048];  // of each report its lead, then its text with the terminator
 };
 
 }  // namespace korx

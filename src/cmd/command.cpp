@@ -104,6 +104,7 @@ void SetDisposition(int number, void (*handler)(int), struct sigaction* previous
 
 // Dispositions belong to the process, so runs in several threads share one change of them.
 constinit pthread_mutex_t g_run_mutex = PTHREAD_MUTEX_INITIALIZER;
+constinit ForkMutex g_run_fork_mutex(&g_run_mutex);
 constinit unsigned g_runs = 0;
 constinit struct sigaction g_saved[std::size(kRunSignals)] = {};
 
@@ -112,7 +113,7 @@ constinit struct sigaction g_saved[std::size(kRunSignals)] = {};
 class RunDispositions {
   public:
     RunDispositions() {
-        const MutexGuard guard(g_run_mutex);
+        const MutexGuard guard(g_run_fork_mutex);
         if (g_runs++ != 0)
             return;
         SetDisposition(SIGQUIT, SIG_IGN, &g_saved[0]);
@@ -133,7 +134,7 @@ class RunDispositions {
         const ErrnoSaver keep;
         if (!std::exchange(held_, false))
             return;
-        const MutexGuard guard(g_run_mutex);
+        const MutexGuard guard(g_run_fork_mutex);
         if (--g_runs != 0)
             return;
         for (size_t i = 0; i < std::size(kRunSignals); ++i)

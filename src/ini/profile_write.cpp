@@ -53,6 +53,8 @@ using PathText = FixedText<kPathSize>;
 using TemporaryName = FixedText<kTemporarySize>;
 
 constinit pthread_mutex_t change_mutex = PTHREAD_MUTEX_INITIALIZER;
+constinit ForkMutex change_fork_mutex(&change_mutex);
+constinit ForkMutex profiles_fork_mutex(&g_unKorxIniWriteLock);
 
 // --- Saving ---
 
@@ -191,7 +193,7 @@ uint32_t OpenLockFile(const char* file, PathText* name, UniqueFd* fd) {
 // Runs a change, given the lock file's name, while no other thread or process changes the profile.
 template <typename Change>
 uint32_t UnderLockFile(const char* file, Change change) {
-    const MutexGuard threads(change_mutex);
+    const MutexGuard threads(change_fork_mutex);
     if (threads.error() != 0)
         return Fail(kFailed, "Can't pthread lock ret:%d, errno: %d.", threads.error(), errno);
     PathText name;
@@ -257,7 +259,7 @@ bool SetOrAdd(Profile* profile, const char* section_name, const char* key_name, 
 
 uint32_t ChangeExisting(const char* file, const char* path, const char* section_name,
                         const char* key_name, const char* value) {
-    const MutexGuard profiles(g_unKorxIniWriteLock);
+    const MutexGuard profiles(profiles_fork_mutex);
     if (profiles.error() != 0)
         return Fail(kFailed, "Can't pthread lock ret:%d, errno: %d.", profiles.error(), errno);
     UniqueFile stream = OpenProfile(path);
@@ -357,7 +359,7 @@ uint32_t KORX_IniSetOrAddValue(const char* file, const char* section, const char
     if (!HasOnlyLines(section, key, value))
         return kFailed;
     return UnderLockFile(file, [&](const char* lock_file) {
-        MutexGuard profiles(g_unKorxIniWriteLock);
+        MutexGuard profiles(profiles_fork_mutex);
         if (profiles.error() != 0)
             return Fail(kFailed, "Can't pthread lock %s, errno: %d.", lock_file, errno);
         const uint32_t result = ChangeOrAdd(file, section, key, value);

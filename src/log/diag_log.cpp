@@ -45,8 +45,6 @@ constinit void* g_pstOrxLogCfgHead = nullptr;
 
 namespace korx {
 
-constinit thread_local uint32_t LogScope::depth_ = 0;
-
 namespace {
 
 constexpr size_t kMessageSize = 1023;
@@ -95,12 +93,12 @@ void WriteLineToDiag(uint32_t level, uint32_t slot, const char* path, char* line
 }  // namespace
 
 void SysLogV(const char* format, va_list args) {
-    const ErrnoSaver keep;
-    vsyslog(LOG_ERR, format, args);
+    Report(LOG_ERR, AfterReport::kNothing, format, args);
 }
 
 void LogV(uint32_t level, const char* format, va_list args) {
     const ErrnoSaver keep;
+    const Uncancelled uncancelled;
     const uint32_t slot = ORX_LOG_GetSlotId();
     level = std::min(level, kLevelErr);
 
@@ -119,12 +117,12 @@ void LogV(uint32_t level, const char* format, va_list args) {
     ORX_GetLogTimeStr(now.data(), now.capacity());
     const uint32_t mode = EffectiveMode();
     if (mode == ORX_LOG_MODE_SYSLOG_LINE) {
-        syslog(LOG_INFO, "%s [ProcID:%d|%u|%s] : %s\n", now.c_str(), getpid(),
-               g_stLogInfo.uiModuleId, kTextLevels[level], message.get());
-        (void) fflush(stdout);
+        ReportLine(LOG_INFO, AfterReport::kFlushOutput, "%s [ProcID:%d|%u|%s] : %s\n", now.c_str(),
+                   getpid(), g_stLogInfo.uiModuleId, kTextLevels[level], message.get());
     }
     if (mode == ORX_LOG_MODE_SYSLOG)
-        ORX_syslog(kPriorities[level], "[%u] %s\n", g_stLogInfo.uiModuleId, message.get());
+        ReportLine(kPriorities[level], AfterReport::kNothing, "[%u] %s\n", g_stLogInfo.uiModuleId,
+                   message.get());
     if (mode != ORX_LOG_MODE_DIAG && mode != ORX_LOG_MODE_FILE)
         return;
 
@@ -157,10 +155,9 @@ void ORX_Log2File(uint32_t level, const char* format, ...) {
 }
 
 void ORX_syslog(int priority, const char* format, ...) {
-    const ErrnoSaver keep;
     Arguments args;
     va_start(args.list, format);
-    vsyslog(priority, format, args.list);
+    Report(priority, AfterReport::kNothing, format, args.list);
 }
 
 void ORX_GetLogTimeStr(char* buffer, uint32_t size) {

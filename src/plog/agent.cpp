@@ -17,8 +17,10 @@ constinit KORX_ImReportFunc g_KorxImAgentReportLogByIdFunc = nullptr;
 
 namespace korx {
 
-// As text, never as a format: a percent sign in a message is the message's.
+// As text, never as a format: a percent sign in a message is the message's. Under the mark: an
+// agent that logs would come back here without end.
 uint32_t HandToAgent(AgentLog log, uint32_t id, const char* text) {
+    const LogScope writing;
     return g_KorxImAgentReportLogByIdFunc(static_cast<uint32_t>(log), id, "%s", text);
 }
 

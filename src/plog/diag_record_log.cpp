@@ -3,12 +3,37 @@
 // update.
 #include "korx/plog.h"
 
+#include <syslog.h>
 #include <unistd.h>
 
 #include "plog/agent.h"
 #include "plog/file.h"
 #include "plog/record.h"
 #include "plog/report.h"
+#include "plog/ring.h"
+
+namespace korx {
+namespace {
+
+constinit ForkMutex diag_mutex(&g_unDLogMutex);
+
+uint32_t ReportRefusedLock() {
+    return DbgFail(kRecordFailed, "DLOG lock file unsuccessfully.");
+}
+
+void ReportUnlock() {
+    DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
+}
+
+constexpr RingLog kDiagLog = {.info = &g_stDLogInfo,
+                              .fd = &g_iDLogFileFd,
+                              .mutex = &diag_mutex,
+                              .unread = KindOf(KORX_LOG_DIAG).unread,
+                              .report_refused_lock = ReportRefusedLock,
+                              .report_unlock = ReportUnlock};
+
+}  // namespace
+}  // namespace korx
 
 using namespace korx;
 
@@ -33,20 +58,12 @@ uint32_t KORX_DLog(uint32_t app_cid, uint32_t index, uint32_t level, uint32_t m_
 }
 
 uint32_t KORX_DLogFsync(void) {
-    if (!IsOpen(g_iDLogFileFd))
-        return kOk;
-    return fsync(g_iDLogFileFd) == 0 ? kOk : kRecordFailed;
+    const int fd = g_iDLogFileFd;  // read once: a writer may be about to replace it
+    return !IsOpen(fd) || fsync(fd) == 0 ? kOk : kRecordFailed;
 }
 
 uint32_t DLOG_LogFile(const char* format, ...) {
     Arguments args;
     va_start(args.list, format);
-    return AppendRecord(
-        g_unDLogMutex,
-        [] { return DLOG_CheckAndCreateFile(g_stDLogInfo.acFileName, &g_iDLogFileFd) == kOk; },
-        [](const Record& record) {
-            return DLOG_Buff2File(g_iDLogFileFd, record.text(), record.length(),
-                                  g_stDLogInfo.uiMaxSize);
-        },
-        format, args.list);
+    return AppendToRing(kDiagLog, format, args.list);
 }

@@ -5,6 +5,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <iterator>
 #include <utility>
 
 #include "base/codes.h"
@@ -20,12 +21,51 @@ namespace {
 
 constexpr mode_t kLogMode = 0640;
 constexpr int kLowestLogFd = STDERR_FILENO + 1;
+constexpr int kMaxReopens = 16;
 
 constexpr uint32_t kNullArgument = 1;
 constexpr uint32_t kOpenFailed = 6;
 constexpr uint32_t kLockFailed = 7;
 
-// Standard input, output and error are other people's: text meant for them would go into the log.
+struct FileId {
+    dev_t device = 0;
+    ino_t inode = 0;
+
+    static FileId Of(const struct stat& st) { return {st.st_dev, st.st_ino}; }
+    bool is_known() const { return inode != 0; }
+    bool operator==(const FileId&) const = default;
+};
+
+// Which file the library has opened in each of its slots.
+struct Memory {
+    const int* slot;
+    size_t count;
+    FileId* ids;
+};
+constinit FileId process_ids[std::size(g_iPLogFileFd)];
+constinit FileId diag_id, security_id, life_id, start_id, start_header_id;
+constexpr Memory kMemories[] = {
+    {&g_iDLogFileFd, 1, &diag_id},   {&g_iSLogFileFd, 1, &security_id},
+    {&g_lifeLogFileFd, 1, &life_id}, {g_iPLogFileFd, std::size(g_iPLogFileFd), process_ids},
+    {&g_iSTLogFileFd, 1, &start_id}, {&g_iSTLogFileHeadFd, 1, &start_header_id},
+};
+
+// Null for a slot of the caller's own, of which nothing is remembered.
+FileId* IdOf(const int* slot) {
+    for (const Memory& memory : kMemories) {
+        if (slot >= memory.slot && slot < memory.slot + memory.count)
+            return memory.ids + (slot - memory.slot);
+    }
+    return nullptr;
+}
+
+void Remember(const int* slot) {
+    struct stat st;
+    FileId* const id = IdOf(slot);
+    if (id != nullptr)
+        *id = fstat(*slot, &st) == 0 ? FileId::Of(st) : FileId{};
+}
+
 bool MoveAboveStandardStreams(UniqueFd* fd) {
     if (fd->get() >= kLowestLogFd)
         return true;
@@ -34,20 +74,54 @@ bool MoveAboveStandardStreams(UniqueFd* fd) {
     return moved >= 0;
 }
 
+// Opened without waiting, which only concerns what is no regular file: of those a FIFO is refused
+// and the others wait from here on as they always have.
+bool IsLogDevice(int fd) {
+    struct stat st;
+    if (fstat(fd, &st) < 0 || S_ISREG(st.st_mode))
+        return true;
+    if (S_ISFIFO(st.st_mode)) {
+        errno = ENXIO;
+        return false;
+    }
+    const int flags = fcntl(fd, F_GETFL);
+    return flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) >= 0;
+}
+
+}  // namespace
+
 void ReportLock(bool done) {
     if (!done)
         DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
 }
 
-}  // namespace
+UniqueFd OpenLogFile(const char* path, int flags) {
+    UniqueFd fd(open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kLogMode));
+    if (fd && (!IsLogDevice(fd.get()) || !MoveAboveStandardStreams(&fd)))
+        fd.reset();
+    return fd;
+}
 
-bool IsFileOfPath(int fd, const char* path) {
+SlotState ExamineSlot(int* slot, int cleared) {
+    if (!IsOpen(*slot))
+        return SlotState::kClosed;
+    struct stat st;
+    const FileId* const id = IdOf(slot);
+    const bool is_there = fstat(*slot, &st) == 0;
+    if (is_there && (id == nullptr || !id->is_known() || *id == FileId::Of(st)))
+        return SlotState::kOurs;
+    *slot = cleared;
+    return SlotState::kForeign;
+}
+
+bool IsFileOfPath(const int* slot, const char* path) {
     struct stat named;
     if (stat(path, &named) < 0)
         return false;
+    if (const FileId* const id = IdOf(slot); id != nullptr && id->is_known())
+        return *id == FileId::Of(named);
     struct stat opened;
-    return fstat(fd, &opened) < 0 ||
-           (opened.st_dev == named.st_dev && opened.st_ino == named.st_ino);
+    return fstat(*slot, &opened) == 0 && FileId::Of(opened) == FileId::Of(named);
 }
 
 void CloseSlot(int* slot, int cleared) {
@@ -56,8 +130,8 @@ void CloseSlot(int* slot, int cleared) {
 }
 
 uint32_t OpenAtEnd(const char* path, int* slot) {
-    if (IsOpen(*slot)) {
-        if (IsFileOfPath(*slot, path))
+    if (ExamineSlot(slot, 0) == SlotState::kOurs) {
+        if (IsFileOfPath(slot, path))
             return kOk;
         CloseSlot(slot, 0);
     }
@@ -65,15 +139,58 @@ uint32_t OpenAtEnd(const char* path, int* slot) {
         return kAllBits;
     if (LOG_OpenFile(path, kLogOpenFlags, slot) != kOk)
         return kAllBits;
-    return lseek(*slot, 0, SEEK_END) < 0 ? kAllBits : kOk;
+    if (lseek(*slot, 0, SEEK_END) >= 0)
+        return kOk;
+    CloseSlot(slot, 0);  // or the next record would go over the oldest
+    return kAllBits;
 }
 
-ReportedLock::ReportedLock(int fd) : lock_(fd) {
-    ReportLock(lock_.acquire());
+uint32_t EnsureOpenAtEnd(const char* path, int* slot) {
+    return ExamineSlot(slot, 0) == SlotState::kOurs ? kOk : OpenAtEnd(path, slot);
 }
 
-void ReportedLock::release() {
-    ReportLock(lock_.release());
+// Most often nobody else holds the lock. Only where somebody does is the name looked at before the
+// wait, so that nobody waits for the lock of an orphan.
+LogFileLock::Attempt LogFileLock::attempt() {
+    lock_.move_to(*slot_);
+    if (!lock_.try_acquire()) {
+        if (errno != EAGAIN && errno != EACCES)
+            return Attempt::kRefused;
+        if (!IsFileOfPath(slot_, path_))
+            return Attempt::kReplaced;
+        if (!lock_.acquire())
+            return Attempt::kRefused;
+    }
+    if (IsFileOfPath(slot_, path_))
+        return Attempt::kHeld;
+    (void) lock_.release();
+    return Attempt::kReplaced;
+}
+
+LogFileLock::Result LogFileLock::acquire() {
+    for (int reopens = 0; reopens <= kMaxReopens; ++reopens) {
+        switch (attempt()) {
+            case Attempt::kHeld:
+                return Result::kHeld;
+            case Attempt::kRefused:
+                return Result::kRefused;
+            case Attempt::kReplaced:
+                break;
+        }
+        if (reopen_(path_, slot_) != kOk)
+            return Result::kNoFile;
+    }
+    return Result::kNoFile;
+}
+
+bool AcquireOrReport(LogFileLock* lock) {
+    const LogFileLock::Result result = lock->acquire();
+    ReportLock(result != LogFileLock::Result::kRefused);
+    return result != LogFileLock::Result::kNoFile;
+}
+
+void ReleaseOrReport(LogFileLock* lock) {
+    ReportLock(lock->release());
 }
 
 }  // namespace korx
@@ -98,14 +215,15 @@ uint32_t LOG_OpenFile(const char* path, int flags, int* fd) {
     if (code != kOk)
         return SysFail(kAllBits, "get absolutepath %s unsuccessfully, uiret=%u.", path, code);
 
-    UniqueFd opened(open(absolute.c_str(), flags | O_CLOEXEC, kLogMode));
+    UniqueFd opened = OpenLogFile(absolute.c_str(), flags);
     *fd = -1;
     if (!opened)
         return kOpenFailed;
     *fd = 0;
-    if (!MoveAboveStandardStreams(&opened) || LOG_SetCloexecFlag(opened.get()) < 0)
+    if (LOG_SetCloexecFlag(opened.get()) < 0)
         return kAllBits;
     *fd = opened.release();
+    Remember(fd);
     return kOk;
 }
 
@@ -134,9 +252,12 @@ uint32_t LOG_CheckAndTruncate(int fd, uint32_t limit) {
 }
 
 uint32_t LOG_Buff2File(int fd, const void* data, uint32_t length, uint32_t limit) {
-    ReportedLock lock(fd);
+    const HeldReports reports;
+    const Uncancelled uncancelled;
+    RecordLock lock(fd);
+    ReportLock(lock.acquire());
     (void) LOG_CheckAndTruncate(fd, limit);
     (void) LOG_Write(fd, length, data);
-    lock.release();
+    ReportLock(lock.release());
     return kOk;
 }

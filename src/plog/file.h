@@ -4,21 +4,35 @@
 
 #include <fcntl.h>
 #include <stdint.h>
+#include <sys/stat.h>
 
 #include "base/lock.h"
+#include "base/unique.h"
 
 namespace korx {
 
 constexpr int kLogOpenFlags = O_RDWR | O_CREAT;
+
+// Opens a log's file, close-on-exec and above the standard streams: text meant for those would go
+// into the log. A FIFO is no log, and writing to it would hang once it is full: refused with ENXIO.
+UniqueFd OpenLogFile(const char* path, int flags);
 
 // A slot never opened holds 0, a failed open leaves -1.
 inline bool IsOpen(int slot) {
     return slot >= 1;
 }
 
-// Whether path still names the file that is open in fd. A log that was removed or replaced must not
-// go on filling the orphan. A descriptor that cannot be examined counts as the file that is there.
-bool IsFileOfPath(int fd, const char* path);
+// The answer to whether a slot's descriptor still is the library's.
+enum class SlotState { kClosed, kOurs, kForeign };
+
+// Looks at what is open in the slot. The process may have closed the descriptor and may have
+// something else open under its number by now: such a one is neither used nor closed, and the slot
+// is reset to cleared.
+SlotState ExamineSlot(int* slot, int cleared);
+
+// Whether path still names the file that is open in the slot, which is ours. A log that was removed
+// or replaced must not go on filling the orphan.
+bool IsFileOfPath(const int* slot, const char* path);
 
 // Closes what the slot holds. The slot is reset in the same step: a stale number would later name
 // somebody else's file.
@@ -28,16 +42,45 @@ void CloseSlot(int* slot, int cleared);
 // end, with the directories it needs made. Result: 0 or 0xFFFFFFFF.
 uint32_t OpenAtEnd(const char* path, int* slot);
 
-// The lock of a log that is written even where it cannot be locked: what goes wrong is reported,
-// and a record on a file system without locks is better than none.
-class ReportedLock {
+// The same, but a file that is open is not compared with the path yet: its lock will do that.
+uint32_t EnsureOpenAtEnd(const char* path, int* slot);
+
+// The lock on a log that is open in a slot, and the proof that under the lock it still is the file
+// that path names: whoever held the lock before may have put another one there, and a record in the
+// old one would be lost.
+class LogFileLock {
   public:
-    explicit ReportedLock(int fd);
-    // Gives the lock back and reports a failure; the destructor does it silently.
-    void release();
+    // How a slot is opened again when its file turns out to be another one. Result: 0 or failure.
+    using Reopen = uint32_t (*)(const char* path, int* slot);
+    enum class Result {
+        kHeld,
+        kRefused,  // the file cannot be locked; errno says why
+        kNoFile,   // it was replaced and cannot be opened, or is replaced again and again
+    };
+
+    LogFileLock(const char* path, int* slot, Reopen reopen)
+        : path_(path), slot_(slot), reopen_(reopen) {}
+
+    [[nodiscard]] Result acquire();
+    // Asks for the release even where the lock was refused and the work went on without it.
+    bool release() { return lock_.release(); }
 
   private:
+    enum class Attempt { kHeld, kRefused, kReplaced };
+    Attempt attempt();
+
+    const char* const path_;
+    int* const slot_;
+    const Reopen reopen_;
     RecordLock lock_;
 };
+
+// Reports a lock that could not be had or given back.
+void ReportLock(bool done);
+
+// The lock of a log that is written even where it cannot be locked: a record on a file system
+// without locks is better than none. False when there is no file to write to.
+[[nodiscard]] bool AcquireOrReport(LogFileLock* lock);
+void ReleaseOrReport(LogFileLock* lock);
 
 }  // namespace korx

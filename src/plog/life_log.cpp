@@ -2,23 +2,28 @@
 // file and agent.
 #include "korx/plog.h"
 
-#include "base/lock.h"
 #include "plog/agent.h"
 #include "plog/record.h"
 #include "plog/report.h"
+#include "plog/ring.h"
 #include "plog/state.h"
 
 namespace korx {
 namespace {
 
-uint32_t Store(const Record& record) {
+constinit ForkMutex life_mutex(&g_unLLogMutex);
+
+uint32_t ReportRefusedLock() {
     constexpr uint32_t kLockFailed = 7;
-    RecordLock lock(g_lifeLogFileFd);
-    if (!lock.acquire())
-        return DbgFail(kLockFailed, "LifeLOG lock file unsuccessfully, ret = %u.", kLockFailed);
-    return SLOG_Buff2File(g_lifeLogFileFd, record.text(), record.length(),
-                          g_stLifeLogInfo.uiMaxSize);
+    return DbgFail(kLockFailed, "LifeLOG lock file unsuccessfully, ret = %u.", kLockFailed);
 }
+
+constexpr RingLog kLifeLog = {.info = &g_stLifeLogInfo,
+                              .fd = &g_lifeLogFileFd,
+                              .mutex = &life_mutex,
+                              .unread = KindOf(KORX_LOG_LIFE).unread,
+                              .report_refused_lock = ReportRefusedLock,
+                              .report_unlock = [] {}};
 
 }  // namespace
 }  // namespace korx
@@ -45,8 +50,5 @@ uint32_t KORX_LifeCycleLog(uint32_t app_cid, uint32_t index, uint32_t level, uin
 uint32_t LLOG_LogFile(const char* format, ...) {
     Arguments args;
     va_start(args.list, format);
-    return AppendRecord(
-        g_unLLogMutex,
-        [] { return DLOG_CheckAndCreateFile(g_stLifeLogInfo.acFileName, &g_lifeLogFileFd) == kOk; },
-        Store, format, args.list);
+    return AppendToRing(kLifeLog, format, args.list);
 }

@@ -21,6 +21,14 @@ namespace {
 constinit pthread_mutex_t slot_mutexes[kComponentCount] = {
     PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER,
     PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER};
+constinit ForkMutex fork_mutexes[kComponentCount] = {
+    ForkMutex(&slot_mutexes[0]), ForkMutex(&slot_mutexes[1]), ForkMutex(&slot_mutexes[2]),
+    ForkMutex(&slot_mutexes[3]), ForkMutex(&slot_mutexes[4])};
+
+void WriteWrapping(int fd, const void* record, uint32_t length, uint32_t limit) {
+    (void) PLOG_CheckAndTruncate(fd, length, limit);
+    (void) LOG_Write(fd, length, record);
+}
 
 }  // namespace
 }  // namespace korx
@@ -77,21 +85,30 @@ uint32_t PLOG_LogFile(const char* process_name, const char* format, ...) {
     const uint32_t slot = ORX_PLOG_GetCompType(process_name);
     if (slot >= kComponentCount)
         return DbgFail(kRecordFailed, "PLOG GetLogInfo, get comp type unsuccessfully.");
+
     const LOG_INFO_S& info = g_stPLogInfo[slot];
-    int& fd = g_iPLogFileFd[slot];
-    return AppendRecord(
-        slot_mutexes[slot], [&] { return OpenAtEnd(info.acFileName, &fd) == kOk; },
-        [&](const Record& record) {
-            return PLOG_Buff2File(fd, record.text(), record.length(), info.uiMaxSize);
-        },
-        format, args.list);
+    int* const fd = &g_iPLogFileFd[slot];
+    const RecordRoad road(fork_mutexes[slot]);
+    if (!road || EnsureOpenAtEnd(info.acFileName, fd) != kOk)
+        return kRecordFailed;
+    Record record;
+    if (!record.assemble(format, args.list))
+        return kRecordFailed;
+    LogFileLock lock(info.acFileName, fd, OpenAtEnd);
+    if (!AcquireOrReport(&lock))
+        return kRecordFailed;
+    WriteWrapping(*fd, record.text(), record.length(), info.uiMaxSize);
+    ReleaseOrReport(&lock);
+    return kOk;
 }
 
 uint32_t PLOG_Buff2File(int fd, const void* record, uint32_t length, uint32_t limit) {
-    ReportedLock lock(fd);
-    (void) PLOG_CheckAndTruncate(fd, length, limit);
-    (void) LOG_Write(fd, length, record);
-    lock.release();
+    const HeldReports reports;
+    const Uncancelled uncancelled;
+    RecordLock lock(fd);
+    ReportLock(lock.acquire());
+    WriteWrapping(fd, record, length, limit);
+    ReportLock(lock.release());
     return kOk;
 }
 

@@ -1,7 +1,6 @@
-// What a product-log record is made of, and the road that every record takes to its file.
+// What a product-log record is made of, and what surrounds its way to the file.
 #pragma once
 
-#include <pthread.h>
 #include <stdarg.h>
 #include <stdint.h>
 
@@ -35,19 +34,18 @@ class Record {
     uint32_t length_ = 0;
 };
 
-// Appends one record: the threads' mutex, the open file, the assembled text, the store. open says
-// whether there is a file; store gets the record and gives the result.
-template <typename Open, typename Store>
-[[gnu::format(printf, 4, 0)]] uint32_t AppendRecord(pthread_mutex_t& mutex, Open open, Store store,
-                                                    const char* format, va_list args) {
-    const LogScope writing;
-    const MutexGuard threads(mutex);
-    if (threads.error() != 0 || !open())
-        return kRecordFailed;
-    Record record;
-    if (!record.assemble(format, args))
-        return kRecordFailed;
-    return store(record);
-}
+// A thread on the road of a record: marked as a log's writer, not cancelled, alone in its process
+// for this log, and silent until the locks are free again. The parts end from the last to the
+// first.
+class RecordRoad {
+  public:
+    explicit RecordRoad(ForkMutex& mutex) : threads_(mutex) {}
+    explicit operator bool() const { return threads_.error() == 0; }
+
+  private:
+    const HeldReports reports_;
+    const LogScope mark_;
+    const MutexGuard threads_;
+};
 
 }  // namespace korx

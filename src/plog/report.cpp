@@ -1,9 +1,9 @@
 #include "plog/report.h"
 
 #include <stddef.h>
-#include <stdio.h>
 
 #include "base/errno_saver.h"
+#include "base/report.h"
 #include "base/text.h"
 #include "korx/plog.h"
 
@@ -24,13 +24,12 @@ void DbgSysLogV(int priority, const char* format, va_list args) {
         return;
     if (priority < LOG_EMERG || priority > LOG_DEBUG)
         priority = LOG_ERR;
-    syslog(priority, "%s", text.c_str());
+    ReportLine(priority, AfterReport::kNothing, "%s", text.c_str());
 
     FixedText<kReportSize> named;
     if (!named.format("[%s] %s\n", kPriorityNames[priority], text.c_str()))
         return;
-    syslog(LOG_INFO, "%s", named.c_str());
-    (void) fflush(stdout);
+    ReportLine(LOG_INFO, AfterReport::kFlushOutput, "%s", named.c_str());
 }
 
 }  // namespace korx

@@ -1,8 +1,12 @@
 // Opening, heads and storing of the three rings.
 //
+// The road of a record, from top to bottom of this file backwards: AppendToRing takes the threads'
+// mutex, makes sure that the file is open, assembles the record, locks the file and has it stored
+// by the rule of its ring. What goes wrong on the way is reported once both locks are free.
+//
 // Lock order: a log's mutex, then its file lock. A discarded security or life-cycle record takes
 // the diagnostic record log's pair inside its own; the diagnostic record log takes nobody else's.
-#include "korx/plog.h"
+#include "plog/ring.h"
 
 #include <errno.h>
 #include <sys/stat.h>
@@ -14,6 +18,7 @@
 #include "base/report.h"
 #include "format/ring.h"
 #include "korx/fs.h"
+#include "korx/plog.h"
 #include "plog/file.h"
 #include "plog/record.h"
 #include "plog/report.h"
@@ -70,6 +75,16 @@ uint32_t StoreInRing(const char* tag, int fd, const void* record, uint32_t lengt
     return kOk;
 }
 
+// What cannot be read of the head counts as that of a new file: this log never stops.
+uint32_t StoreOverOldest(int fd, const void* record, uint32_t length, uint32_t limit) {
+    LOG_HEAD_S head = {};
+    (void) DLOG_ReadHead(fd, &head);
+    if (StoreInRing("DLOG", fd, record, length, limit, &head) != kOk)
+        return kRecordFailed;
+    (void) DLOG_WriteHead(fd, &head);
+    return kOk;
+}
+
 constexpr char kDiscardText[] = "New log will wrap undumped log, discard";
 
 // The loss is told where readers look: in the diagnostic record log, which takes neither this
@@ -82,7 +97,47 @@ uint32_t Discard() {
     return kDiscarded;
 }
 
+uint32_t StoreUnlessUnread(int fd, const void* record, uint32_t length, uint32_t limit) {
+    LOG_HEAD_S head = {};
+    if (DLOG_ReadHead(fd, &head) < 0)
+        return DbgFail(kRecordFailed, "SLOG read log head failed, err:%d.", errno);
+    if (LOG_IsReachUndump(head, length, limit) == 1)
+        return Discard();
+    if (StoreInRing("SLOG", fd, record, length, limit, &head) != kOk)
+        return kRecordFailed;
+    if (DLOG_WriteHead(fd, &head) < 0)
+        DBG_SysLog(LOG_WARNING, "SLOG write head unsuccessfully, err:%d.", errno);
+    return kOk;
+}
+
 }  // namespace
+
+uint32_t AppendToRing(const RingLog& log, const char* format, va_list args) {
+    const RecordRoad road(*log.mutex);
+    const char* const path = log.info->acFileName;
+    if (!road || (ExamineSlot(log.fd, -1) != SlotState::kOurs &&
+                  DLOG_CheckAndCreateFile(path, log.fd) != kOk))
+        return kRecordFailed;
+    Record record;
+    if (!record.assemble(format, args))
+        return kRecordFailed;
+
+    LogFileLock lock(path, log.fd, DLOG_CheckAndCreateFile);
+    switch (lock.acquire()) {
+        case LogFileLock::Result::kRefused:
+            return log.report_refused_lock();
+        case LogFileLock::Result::kNoFile:
+            return kRecordFailed;
+        case LogFileLock::Result::kHeld:
+            break;
+    }
+    auto* const store = log.unread == Unread::kProtected ? StoreUnlessUnread : StoreOverOldest;
+    const uint32_t result = store(*log.fd, record.text(), record.length(), log.info->uiMaxSize);
+    if (!lock.release() && result == kOk)
+        log.report_unlock();
+    return result;
+}
+
 }  // namespace korx
 
 using namespace korx;
@@ -91,8 +146,8 @@ uint32_t DLOG_CheckAndCreateFile(const char* path, int* fd) {
     if (path == nullptr || fd == nullptr)
         return kNullArgument;
     const LogScope writing;
-    if (IsOpen(*fd)) {
-        if (IsFileOfPath(*fd, path))
+    if (ExamineSlot(fd, -1) == SlotState::kOurs) {
+        if (IsFileOfPath(fd, path))
             return kOk;
         DBG_SysLog(LOG_ERR, "[DLOG] file(%s) not exist and not closed.", path);
         CloseSlot(fd, -1);
@@ -118,32 +173,19 @@ int DLOG_ReadHead(int fd, LOG_HEAD_S* head) {
 }
 
 uint32_t DLOG_Buff2File(int fd, const void* record, uint32_t length, uint32_t limit) {
+    const HeldReports reports;
+    const Uncancelled uncancelled;
     RecordLock lock(fd);
     if (!lock.acquire())
         return DbgFail(kRecordFailed, "DLOG lock file unsuccessfully.");
-
-    LOG_HEAD_S head = {};  // what cannot be read counts as a new file
-    (void) DLOG_ReadHead(fd, &head);
-    if (StoreInRing("DLOG", fd, record, length, limit, &head) != kOk)
-        return kRecordFailed;
-    (void) DLOG_WriteHead(fd, &head);
-
-    if (!lock.release())
+    const uint32_t result = StoreOverOldest(fd, record, length, limit);
+    if (!lock.release() && result == kOk)
         DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
-    return kOk;
+    return result;
 }
 
 uint32_t SLOG_Buff2File(int fd, const void* record, uint32_t length, uint32_t limit) {
-    LOG_HEAD_S head = {};
-    if (DLOG_ReadHead(fd, &head) < 0)
-        return DbgFail(kRecordFailed, "SLOG read log head failed, err:%d.", errno);
-    if (LOG_IsReachUndump(head, length, limit) == 1)
-        return Discard();
-    if (StoreInRing("SLOG", fd, record, length, limit, &head) != kOk)
-        return kRecordFailed;
-    if (DLOG_WriteHead(fd, &head) < 0)
-        DBG_SysLog(LOG_WARNING, "SLOG write head unsuccessfully, err:%d.", errno);
-    return kOk;
+    return StoreUnlessUnread(fd, record, length, limit);
 }
 
 uint32_t LOG_IsReachUndump(LOG_HEAD_S head, uint32_t length, uint32_t limit) {

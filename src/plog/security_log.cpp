@@ -5,24 +5,30 @@
 
 #include <syslog.h>
 
-#include "base/lock.h"
 #include "plog/agent.h"
 #include "plog/record.h"
 #include "plog/report.h"
+#include "plog/ring.h"
 
 namespace korx {
 namespace {
 
-uint32_t Store(const Record& record) {
-    RecordLock lock(g_iSLogFileFd);
-    if (!lock.acquire())
-        return DbgFail(kRecordFailed, "SLOG lock file unsuccessfully.");
-    const uint32_t result =
-        SLOG_Buff2File(g_iSLogFileFd, record.text(), record.length(), g_stSLogInfo.uiMaxSize);
-    if (!lock.release() && result == kOk)
-        DBG_SysLog(LOG_ERR, "SLOG unlock file unsuccessfully.");
-    return result;
+constinit ForkMutex security_mutex(&g_unSLogMutex);
+
+uint32_t ReportRefusedLock() {
+    return DbgFail(kRecordFailed, "SLOG lock file unsuccessfully.");
 }
+
+void ReportUnlock() {
+    DBG_SysLog(LOG_ERR, "SLOG unlock file unsuccessfully.");
+}
+
+constexpr RingLog kSecurityLog = {.info = &g_stSLogInfo,
+                                  .fd = &g_iSLogFileFd,
+                                  .mutex = &security_mutex,
+                                  .unread = KindOf(KORX_LOG_SECURITY).unread,
+                                  .report_refused_lock = ReportRefusedLock,
+                                  .report_unlock = ReportUnlock};
 
 }  // namespace
 }  // namespace korx
@@ -49,8 +55,5 @@ uint32_t KORX_SecurityEventLog(uint32_t app_cid, uint32_t index, uint32_t level,
 uint32_t SLOG_LogFile(const char* format, ...) {
     Arguments args;
     va_start(args.list, format);
-    return AppendRecord(
-        g_unSLogMutex,
-        [] { return DLOG_CheckAndCreateFile(g_stSLogInfo.acFileName, &g_iSLogFileFd) == kOk; },
-        Store, format, args.list);
+    return AppendToRing(kSecurityLog, format, args.list);
 }

@@ -27,6 +27,7 @@ constexpr uint32_t kShortHeader = 11;
 constexpr uint32_t kMaxBlanks = 600;
 
 constinit pthread_mutex_t start_log_mutex = PTHREAD_MUTEX_INITIALIZER;
+constinit ForkMutex fork_mutex(&start_log_mutex);
 
 bool HasUsableSections(const STLOG_HDR_S& header) {
     for (size_t i = 0; i < kSectionCount; ++i) {
@@ -47,33 +48,60 @@ uint32_t ResetLogFile() {
 
 // The header's lock also keeps two processes from making the log file at once.
 uint32_t OpenFiles() {
-    if (OpenAtEnd(g_acSTLogFileHeadName, &g_iSTLogFileHeadFd) != kOk)
+    if (EnsureOpenAtEnd(g_acSTLogFileHeadName, &g_iSTLogFileHeadFd) != kOk)
         return kRecordFailed;
-    ReportedLock header_lock(g_iSTLogFileHeadFd);
-    if (OpenAtEnd(g_acSTLogFileName, &g_iSTLogFileFd) != kOk)
+    LogFileLock header_lock(g_acSTLogFileHeadName, &g_iSTLogFileHeadFd, OpenAtEnd);
+    if (!AcquireOrReport(&header_lock) ||
+        EnsureOpenAtEnd(g_acSTLogFileName, &g_iSTLogFileFd) != kOk)
         return kRecordFailed;
-    header_lock.release();
+    ReleaseOrReport(&header_lock);
     return kOk;
 }
 
-// At least a record's room is left behind the cursor, so a record never leaves its section. A
-// failed write leaves the cursor where it is.
-uint32_t StoreLine(uint32_t index, const void* record, uint32_t length) {
-    if (index >= kSectionCount)
-        return kRecordFailed;
-    ReportedLock header_lock(g_iSTLogFileHeadFd);
-    ReportedLock log_lock(g_iSTLogFileFd);
+bool IsEmpty(int fd) {
+    struct stat st;
+    return fstat(fd, &st) == 0 && st.st_size == 0;
+}
 
-    STLOG_HDR_S header;
-    if (STLOG_LogHdrGet(index, &header) != kOk)
-        return kRecordFailed;
+// Loads the header for a section. A log file that is new gets its separators whatever the header
+// says: somebody may have taken the log away and left its cursors.
+uint32_t LoadHeader(uint32_t section, STLOG_HDR_S* header) {
+    const uint32_t loaded = STLOG_LogHdrGet(section, header);
+    if (loaded != kOk || !IsEmpty(g_iSTLogFileFd))
+        return loaded;
+    STLOG_LogSeperatorInit(header);
+    return lseek(g_iSTLogFileFd, off_t{header->astSec[section].uiCur}, SEEK_SET) < 0 ? kSeekFailed
+                                                                                     : kOk;
+}
+
+// A failed write leaves the cursor where it is.
+void StoreAtCursor(STLOG_HDR_S* header, uint32_t section, const void* record, uint32_t length) {
     const int written = LOG_Write(g_iSTLogFileFd, length, record);
     if (written > 0)
-        header.astSec[index].uiCur += static_cast<uint32_t>(written);
-    (void) STLOG_LogHdrPut(&header);
+        header->astSec[section].uiCur += static_cast<uint32_t>(written);
+    (void) STLOG_LogHdrPut(header);
+}
 
-    log_lock.release();
-    header_lock.release();
+// At least a record's room is left behind the cursor, so a record never leaves its section. What is
+// longer than a record may still fit, or is refused.
+uint32_t StoreLine(uint32_t section, const void* record, uint32_t length) {
+    LogFileLock header_lock(g_acSTLogFileHeadName, &g_iSTLogFileHeadFd, OpenAtEnd);
+    if (!AcquireOrReport(&header_lock))
+        return kRecordFailed;
+    LogFileLock log_lock(g_acSTLogFileName, &g_iSTLogFileFd, OpenAtEnd);
+    if (!AcquireOrReport(&log_lock))
+        return kRecordFailed;
+
+    STLOG_HDR_S header;
+    if (LoadHeader(section, &header) != kOk)
+        return kRecordFailed;
+    const STLOG_SEC_S& target = header.astSec[section];
+    if (uint64_t{target.uiCur} + length > target.uiEnd)
+        return kRecordFailed;
+    StoreAtCursor(&header, section, record, length);
+
+    ReleaseOrReport(&log_lock);
+    ReleaseOrReport(&header_lock);
     return kOk;
 }
 
@@ -101,26 +129,31 @@ uint32_t KORX_STLog(uint32_t module, uint32_t level, uint32_t value, const char*
 }
 
 uint32_t STLOG_LogFile(uint32_t section, const char* format, ...) {
-    if (section >= kSectionCount)
-        return kRecordFailed;
     Arguments args;
     va_start(args.list, format);
-    return AppendRecord(
-        start_log_mutex, [] { return OpenFiles() == kOk; },
-        [=](const Record& record) { return StoreLine(section, record.text(), record.length()); },
-        format, args.list);
+    if (section >= kSectionCount)
+        return kRecordFailed;
+    const RecordRoad road(fork_mutex);
+    if (!road || OpenFiles() != kOk)
+        return kRecordFailed;
+    Record record;
+    if (!record.assemble(format, args.list))
+        return kRecordFailed;
+    return StoreLine(section, record.text(), record.length());
 }
 
 uint32_t STLOG_CheckFileHandle(void) {
-    const LogScope writing;
-    const MutexGuard threads(start_log_mutex);
-    return threads.error() == 0 ? OpenFiles() : kRecordFailed;
+    const RecordRoad road(fork_mutex);
+    return road ? OpenFiles() : kRecordFailed;
 }
 
 uint32_t STLOG_LogBuff2File(uint32_t section, const void* record, uint32_t length) {
-    const LogScope writing;
-    const MutexGuard threads(start_log_mutex);
-    return threads.error() == 0 ? StoreLine(section, record, length) : kRecordFailed;
+    const RecordRoad road(fork_mutex);
+    if (!road || section >= kSectionCount ||
+        ExamineSlot(&g_iSTLogFileHeadFd, 0) != SlotState::kOurs ||
+        ExamineSlot(&g_iSTLogFileFd, 0) != SlotState::kOurs)
+        return kRecordFailed;
+    return StoreLine(section, record, length);
 }
 
 uint32_t STLOG_LogHdrGet(uint32_t section, STLOG_HDR_S* header) {
