@@ -19,13 +19,14 @@
 #include "format/record.h"
 #include "korx/fs.h"
 #include "korx/str.h"
+#include "plog/file.h"
 
 namespace korx {
 namespace {
 
-constexpr mode_t kLogFileMode = 0640;
 constexpr mode_t kLogDirMode = 0750;
-constexpr int kOpenFlags = O_RDWR | O_CREAT | O_SYNC | O_CLOEXEC;
+constexpr int kOpenFlags = O_RDWR | O_CREAT | O_SYNC;
+constexpr int kMaxReopens = 16;
 
 enum LengthOperation : uint32_t { kReadLength = 0, kWriteLength = 1 };
 
@@ -60,11 +61,13 @@ struct Append {
     }
 };
 
+// A count that the next text would carry over 32 bits counts as one beyond the limit.
 Append AppendText(int fd, uint32_t limit, const char* text) {
     Append append;
+    const auto text_length = static_cast<uint32_t>(strlen(text));
     uint32_t length = 0;
     append.length_read = MoveLength(fd, kReadLength, &length);
-    if (length > limit) {
+    if (length > limit || uint64_t{length} + text_length > UINT32_MAX) {
         if (const int cut = ftruncate(fd, limit); cut < 0)
             return append.fail(Append::kTruncate, cut);
         length = 0;
@@ -73,7 +76,7 @@ Append AppendText(int fd, uint32_t limit, const char* text) {
     const off_t position = off_t{kTextHeadSize} + length;
     if (const off_t moved = lseek(fd, position, SEEK_SET); moved < 0)
         return append.fail(Append::kSeek, moved);
-    const int32_t written = ORX_Write(fd, text, static_cast<uint32_t>(strlen(text)));
+    const int32_t written = ORX_Write(fd, text, text_length);
     if (written < 0)
         return append.fail(Append::kWrite, written);
 
@@ -133,7 +136,7 @@ uint32_t ORX_CreateLogfile(const char* directory, const char* name) {
     BuildText absolute;
     if (ResolveLogPath(path.c_str(), &absolute) != kOk)
         return kFailed;
-    const UniqueFd fd(open(absolute.c_str(), kOpenFlags, kLogFileMode));
+    const UniqueFd fd = OpenLogFile(absolute.c_str(), kOpenFlags);
     if (!fd)
         return SysFail(kFailed, "Open %s unsuccessfully, errno=%d.", path.c_str(), errno);
 
@@ -155,14 +158,20 @@ uint32_t ORX_WriteLogfile(const char* path, uint32_t limit, const char* text) {
     BuildText absolute;
     if (ResolveLogPath(path, &absolute) != kOk)
         return kFailed;
-    const UniqueFd fd(open(absolute.c_str(), kOpenFlags, kLogFileMode));
-    if (!fd)
-        return SysFail(kFailed, "Open [%s] unsuccessfully, errno=%d.", path, errno);
-
-    FlockGuard lock(fd.get());
-    if (!lock.acquire())
-        return kFailed;
-    const Append append = AppendText(fd.get(), limit, text);
-    lock.release();
-    return ReportAppend(fd.get(), append);
+    for (int reopens = 0; reopens <= kMaxReopens; ++reopens) {
+        const UniqueFd fd = OpenLogFile(absolute.c_str(), kOpenFlags);
+        if (!fd)
+            return SysFail(kFailed, "Open [%s] unsuccessfully, errno=%d.", path, errno);
+        FlockGuard lock(fd.get());
+        if (!lock.acquire())
+            return kFailed;
+        // Whoever held the lock may have put another file there: a line in the old one would be
+        // lost.
+        if (!IsFileAt(fd.get(), absolute.c_str()))
+            continue;
+        const Append append = AppendText(fd.get(), limit, text);
+        lock.release();
+        return ReportAppend(fd.get(), append);
+    }
+    return kFailed;
 }

@@ -102,6 +102,13 @@ UniqueFd OpenLogFile(const char* path, int flags) {
     return fd;
 }
 
+bool IsFileAt(int fd, const char* path) {
+    struct stat named;
+    struct stat opened;
+    return stat(path, &named) == 0 && fstat(fd, &opened) == 0 &&
+           FileId::Of(opened) == FileId::Of(named);
+}
+
 SlotState ExamineSlot(int* slot, int cleared) {
     if (!IsOpen(*slot))
         return SlotState::kClosed;
@@ -115,13 +122,11 @@ SlotState ExamineSlot(int* slot, int cleared) {
 }
 
 bool IsFileOfPath(const int* slot, const char* path) {
+    const FileId* const id = IdOf(slot);
+    if (id == nullptr || !id->is_known())
+        return IsFileAt(*slot, path);
     struct stat named;
-    if (stat(path, &named) < 0)
-        return false;
-    if (const FileId* const id = IdOf(slot); id != nullptr && id->is_known())
-        return *id == FileId::Of(named);
-    struct stat opened;
-    return fstat(*slot, &opened) == 0 && FileId::Of(opened) == FileId::Of(named);
+    return stat(path, &named) == 0 && *id == FileId::Of(named);
 }
 
 void CloseSlot(int* slot, int cleared) {
