@@ -1,0 +1,285 @@
+// What all logs promise about the files that they share with others: processes that replace them,
+// close their descriptors, fork, cancel threads or let nobody read the system log.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
+
+#include "base/unique.h"
+#include "korx/log.h"
+#include "korx/plog.h"
+#include "support/faults.h"
+#include "support/processes.h"
+#include "support/records.h"
+
+namespace korx::test {
+namespace {
+
+struct Row {
+    const char* name;
+    const char* file;
+    uint32_t (*write)(const char* text);
+};
+
+uint32_t WriteText(const char* text) {
+    return ORX_WriteLogfile((std::string(g_acLogPath) + "/orx_app.log").c_str(), 100000, text);
+}
+
+void PrintTo(const Row& row, std::ostream* out) {
+    *out << row.name;
+}
+
+constexpr Row kRows[] = {
+    {"text", "orx_app.log", WriteText},
+    {"diag", "KORX_DIAG_LOG", [](const char* text) { return DLOG_LogFile("%s", text); }},
+    {"security", "korx_safe.log", [](const char* text) { return SLOG_LogFile("%s", text); }},
+    {"life", "korx_life.log", [](const char* text) { return LLOG_LogFile("%s", text); }},
+    {"process", "zelk.log", [](const char* text) { return PLOG_LogFile("zelk", "%s", text); }},
+    {"start", "KORX_START_LOG", [](const char* text) { return STLOG_LogFile(1, "%s", text); }},
+    {"start header", ".korxloghdr", [](const char* text) { return STLOG_LogFile(2, "%s", text); }},
+};
+
+struct SharedFile : RoomTest, ::testing::WithParamInterface<Row> {
+    SharedFile() {
+        (void) alarm(60);  // instead of a hang
+        SetLogPath(tree.root());
+        strcpy(g_acLogPath, tree.root().c_str());
+        DLOG_LogFileInit();
+        SLOG_LogFileInit();
+        LLOG_LogFileInit();
+        STLOG_LogFileInit();
+        KORX_PLogInit(0, "zelk", 0);
+    }
+
+    const char* file() const { return GetParam().file; }
+    bool is_text() const { return GetParam().write == WriteText; }
+    std::string log() const {
+        const bool is_header = strcmp(file(), ".korxloghdr") == 0;
+        return ReadFile(is_header ? "KORX_START_LOG" : file());
+    }
+    bool holds(const std::string& text) const { return log().find(text) != std::string::npos; }
+    void write(const char* text) const { EXPECT_EQ(GetParam().write(text), 0u) << text; }
+
+    // Another process that holds the log's lock, and does something before it lets go of it.
+    struct Holder {
+        Holder(const SharedFile& test, const std::function<void()>& before_release) {
+            EXPECT_EQ(pipe2(ready_, O_CLOEXEC), 0);
+            EXPECT_EQ(pipe2(go_, O_CLOEXEC), 0);
+            child_ = fork();
+            if (child_ != 0) {
+                char byte;
+                EXPECT_EQ(read(ready_[0], &byte, 1), 1);
+                return;
+            }
+            const UniqueFd fd(open(test.file(), O_RDWR | O_CLOEXEC));
+            const bool locked = test.is_text()
+                                    ? flock(fd.get(), LOCK_EX) == 0
+                                    : DBG_LockReg(fd.get(), F_SETLKW, F_WRLCK, 0, 0, 0) == 0;
+            char byte = 0;
+            if (!locked || ::write(ready_[1], &byte, 1) != 1 || read(go_[0], &byte, 1) != 1)
+                _exit(1);
+            before_release();
+            _exit(0);
+        }
+        ~Holder() {
+            int status = 0;
+            EXPECT_EQ(waitpid(child_, &status, 0), child_);
+            EXPECT_EQ(status, 0);
+            for (const int fd : {ready_[0], ready_[1], go_[0], go_[1]})
+                close(fd);
+        }
+        void let_go() const { EXPECT_EQ(::write(go_[1], "x", 1), 1); }
+
+      private:
+        int ready_[2];
+        int go_[2];
+        pid_t child_;
+    };
+
+    // Until a thread or process other than this one waits for a lock of this file.
+    void await_waiter() const {
+        struct stat st;
+        ASSERT_EQ(stat(file(), &st), 0);
+        const std::string inode = ":" + std::to_string(st.st_ino) + " ";
+        for (;;) {
+            const std::string locks = ReadFile("/proc/locks");
+            for (size_t at = locks.find("->"); at != std::string::npos; at = locks.find("->", at + 1))
+                if (locks.substr(at, locks.find('\n', at) - at).find(inode) != std::string::npos)
+                    return;
+            usleep(1000);
+        }
+    }
+};
+
+TEST_P(SharedFile, AReplacedFileGetsTheLineOfWhoeverWaitedForItsLock) {
+    write("one\n");
+    const Holder holder(*this, [&] {
+        unlink(file());
+        close(open(file(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
+    });
+    std::thread writer([&] { write("two\n"); });
+    await_waiter();
+    holder.let_go();
+    writer.join();
+    EXPECT_TRUE(holds("two\n"));
+    write("three\n");
+    EXPECT_TRUE(holds("two\n") && holds("three\n"));
+}
+
+TEST_P(SharedFile, AFileThatIsReplacedForEverIsAFailureAndNoHang) {
+    write("one\n");
+    // The name leads to the file that was opened only when nobody looks.
+    const Fault missing("stat", 1, ENOENT, Fault::kAll);
+    EXPECT_NE(GetParam().write("two\n"), 0u);
+}
+
+TEST_P(SharedFile, DescriptorsThatTheProcessClosedAreNotTouchedAgain) {
+    EXPECT_EQ(RunChild([&] {
+                  write("one\n");
+                  close_range(3, ~0u, 0);
+                  // Whatever number the library remembers leads here now.
+                  const int first = open("foreign", O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+                  for (int i = 0; i < 20; ++i)
+                      EXPECT_GE(dup(first), 0);
+                  write("two\n");
+                  EXPECT_TRUE(holds("one\n") && holds("two\n"));
+                  for (int i = 0; i <= 20; ++i)
+                      EXPECT_NE(fcntl(first + i, F_GETFD), -1);
+                  EXPECT_EQ(ReadFile("foreign"), "");
+                  return 0;
+              }),
+              0);
+}
+
+TEST_P(SharedFile, AFifoIsNoLog) {
+    ASSERT_EQ(mkfifo(file(), 0600), 0);
+    EXPECT_NE(GetParam().write("one\n"), 0u);
+}
+
+TEST_P(SharedFile, AForkedChildLogsThoughAnotherThreadWasLogging) {
+    write("one\n");
+    const Holder holder(*this, [] {});
+    std::thread writer([&] { write("two\n"); });
+    await_waiter();
+    const pid_t child = fork();
+    if (child == 0) {
+        (void) alarm(60);
+        _exit(GetParam().write("three\n") == 0 ? 0 : 1);
+    }
+    holder.let_go();
+    writer.join();
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+        EXPECT_TRUE(holds("three\n"));
+}
+
+TEST_P(SharedFile, ACancelledThreadLeavesNothingLocked) {
+    write("one\n");
+    const Holder holder(*this, [] {});
+    std::thread writer([&] { write("two\n"); });
+    await_waiter();
+    EXPECT_EQ(pthread_cancel(writer.native_handle()), 0);
+    holder.let_go();
+    writer.join();
+    write("three\n");
+    EXPECT_TRUE(holds("two\n") && holds("three\n"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Logs, SharedFile, ::testing::ValuesIn(kRows),
+                         [](const auto& row) {
+                             std::string name = row.param.name;
+                             std::erase(name, ' ');
+                             return name;
+                         });
+
+struct LockedLogs : RoomTest {};
+
+// Nobody reads the system log, and its queue is full.
+struct DeafSystemLog {
+    DeafSystemLog() {
+        unlink("/dev/log");
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        strcpy(address.sun_path, "/dev/log");
+        EXPECT_EQ(bind(socket_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        const UniqueFd sender(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(connect(sender.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        while (send(sender.get(), "x", 1, 0) == 1) {
+        }
+    }
+    const UniqueFd socket_{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+};
+
+TEST_F(LockedLogs, ReportsWaitUntilTheLocksAreFree) {
+    strcpy(g_acLogPath, tree.root().c_str());
+    DLOG_LogFileInit();
+    ASSERT_EQ(DLOG_LogFile("one\n"), 0u);
+    const LOG_HEAD_S almost_full = {g_stDLogInfo.uiMaxSize - 13, 0, 0};
+    ASSERT_EQ(pwrite(g_iDLogFileFd, &almost_full, sizeof almost_full, 0),
+              ssize_t{sizeof almost_full});
+    const DeafSystemLog deaf;
+    const pid_t child = fork();
+    if (child == 0) {
+        (void) DLOG_LogFile("two\n");  // begins a lap, and says so
+        _exit(0);
+    }
+    // The record is there, so the report is on its way; a lock that its writer still holds would
+    // keep this process waiting until the time is up.
+    while (HeadOf<LOG_HEAD_S>("KORX_DIAG_LOG").uiTotalLen == 0)
+        usleep(1000);
+    (void) alarm(20);
+    EXPECT_EQ(DBG_LockReg(g_iDLogFileFd, F_SETLKW, F_WRLCK, 0, SEEK_SET, 0), 0u);
+    (void) alarm(0);
+    EXPECT_EQ(waitpid(child, nullptr, WNOHANG), 0) << "the system log was not deaf";
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+}
+
+TEST_F(LockedLogs, ANewStartLogHasItsSeparatorsThoughItsHeaderIsOld) {
+    strcpy(g_acLogPath, tree.root().c_str());
+    STLOG_LogFileInit();
+    ASSERT_EQ(STLOG_LogFile(3, "one\n"), 0u);
+    unlink("KORX_START_LOG");
+    ASSERT_EQ(STLOG_LogFile(3, "two\n"), 0u);
+    EXPECT_EQ(ReadFile("KORX_START_LOG").substr(77, 32), "\n==============================\n");
+    const uint32_t cursor = HeadOf<STLOG_HDR_S>(".korxloghdr").astSec[3].uiCur;
+    EXPECT_EQ(ReadFile("KORX_START_LOG").substr(cursor - 4), "two\n");
+}
+
+TEST_F(LockedLogs, TheStartLogRefusesWhatHasNoFileOrNoRoom) {
+    EXPECT_NE(STLOG_LogBuff2File(0, "x", 1), 0u);
+    strcpy(g_acLogPath, tree.root().c_str());
+    STLOG_LogFileInit();
+    ASSERT_EQ(STLOG_LogFile(0, "one\n"), 0u);
+    const std::string before = ReadFile("KORX_START_LOG") + ReadFile(".korxloghdr");
+    const std::string long_record(9000, 'r');  // the section has 8192 bytes
+    EXPECT_NE(STLOG_LogBuff2File(0, long_record.data(), 9000), 0u);
+    EXPECT_EQ(ReadFile("KORX_START_LOG") + ReadFile(".korxloghdr"), before);
+}
+
+uint32_t CountedAgent(uint32_t, uint32_t, const char*, ...) {
+    static int depth = 0;
+    EXPECT_EQ(++depth, 1) << "entered again";
+    ORX_Log2File(1, "an agent that logs");
+    --depth;
+    return 0;
+}
+
+TEST_F(LockedLogs, AnAgentThatLogsIsNotEnteredAgain) {
+    SetLogPath(tree.root());
+    ASSERT_EQ(KORX_OrxLogInit(80101, "zelk"), 0u);
+    g_KorxImAgentReportLogByIdFunc = CountedAgent;
+    EXPECT_EQ(KORX_ReportLogByImLib(1, "direct"), 0u);
+    EXPECT_EQ(KORX_ReportDiagLogByImLib(1, "direct"), 0u);
+    ORX_Log2File(1, "by the log");
+}
+
+}  // namespace
+}  // namespace korx::test
