@@ -160,6 +160,7 @@ TEST_P(SharedFile, DescriptorsThatTheProcessClosedAreNotTouchedAgain) {
 TEST_P(SharedFile, AFifoIsNoLog) {
     ASSERT_EQ(mkfifo(file(), 0600), 0);
     EXPECT_NE(GetParam().write("one\n"), 0u);
+    EXPECT_NE(GetParam().write("two\n"), 0u) << "the first line left it open";
 }
 
 TEST_P(SharedFile, AForkedChildLogsThoughAnotherThreadWasLogging) {
