@@ -1,5 +1,8 @@
 #include <signal.h>
+#include <sys/mman.h>
 #include <syslog.h>
+
+#include <thread>
 
 #include "korx/log.h"
 #include "korx/plog.h"
@@ -41,18 +44,25 @@ TEST_F(LogSetup, ReservesTheSpaceFullLogAnew) {
 
 // Runs the dump where a process would: in the handler of a fatal signal on a small stack.
 template <typename Crash>
-int CrashStatus(Crash crash) {
+int CrashStatus(Crash crash, int flags = SA_ONSTACK) {
     return RunChild([&] {
-        static char stack[64 * 1024];
+        constexpr size_t kGuard = 4096;
+        constexpr size_t kStack = 64 * 1024;
+        void* const memory =
+            mmap(nullptr, kGuard + kStack, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         stack_t alternate = {};
-        alternate.ss_sp = stack;
-        alternate.ss_size = sizeof stack;
-        sigaltstack(&alternate, nullptr);
+        alternate.ss_sp = static_cast<char*>(memory) + kGuard;
+        alternate.ss_size = kStack;
+        EXPECT_EQ(mprotect(alternate.ss_sp, kStack, PROT_READ | PROT_WRITE), 0);
+        if ((flags & SA_ONSTACK) != 0)
+            sigaltstack(&alternate, nullptr);
         struct sigaction action = {};
-        action.sa_flags = SA_ONSTACK;
+        action.sa_flags = flags;
         action.sa_handler = [](int) { KORX_DumpBacktraceHandler(); };
-        sigfillset(&action.sa_mask);
-        sigaction(SIGUSR1, &action, nullptr);
+        if ((flags & SA_NODEFER) == 0)
+            sigfillset(&action.sa_mask);
+        for (const int number : {SIGUSR1, SIGSEGV, SIGABRT})
+            sigaction(number, &action, nullptr);
         crash();
         return 0;
     });
@@ -86,10 +96,45 @@ TEST_F(LogSetup, EndsADumpThatHangs) {
     LOG_FileInit();
     g_KorxImAgentReportLogByIdFunc = nullptr;
     const auto crash = [] {
+        // A thread that swallows every signal of the process and puts its alarms off.
+        std::thread([] {
+            sigset_t all;
+            sigfillset(&all);
+            for (int number = 0;; (void) sigwait(&all, &number))
+                (void) alarm(1000);
+        }).detach();
         pthread_mutex_lock(&g_unDLogMutex);
         raise(SIGUSR1);
     };
     EXPECT_EQ(CrashStatus(crash), kCrashStatus);
+}
+
+uint32_t FaultingAgent(uint32_t, uint32_t id, const char*, ...) {
+    if (id != 0)
+        *reinterpret_cast<volatile int*>(uintptr_t{id}) = 0;
+    return 0;
+}
+
+uint32_t AbortingAgent(uint32_t, uint32_t, const char*, ...) {
+    abort();
+}
+
+uint32_t OverflowingAgent(uint32_t type, uint32_t id, const char* format, ...) {
+    volatile char room[1024];
+    if (type == UINT32_MAX)
+        return 0;
+    room[0] = static_cast<char>(type);
+    return OverflowingAgent(type + 1, id, format) + static_cast<uint32_t>(room[0]);
+}
+
+TEST_F(LogSetup, AFaultInsideTheDumpEndsItWithItsStatus) {
+    ASSERT_EQ(KORX_OrxLogInit(80101, "zelk"), 0u);
+    LOG_FileInit();
+    for (auto* const agent : {FaultingAgent, AbortingAgent, OverflowingAgent}) {
+        g_KorxImAgentReportLogByIdFunc = agent;
+        for (const int flags : {0, SA_NODEFER, SA_ONSTACK, SA_ONSTACK | SA_NODEFER})
+            EXPECT_EQ(CrashStatus([] { raise(SIGUSR1); }, flags), kCrashStatus) << flags;
+    }
 }
 
 }  // namespace

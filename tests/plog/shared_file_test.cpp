@@ -109,7 +109,8 @@ struct SharedFile : RoomTest, ::testing::WithParamInterface<Row> {
         const std::string inode = ":" + std::to_string(st.st_ino) + " ";
         for (;;) {
             const std::string locks = ReadFile("/proc/locks");
-            for (size_t at = locks.find("->"); at != std::string::npos; at = locks.find("->", at + 1))
+            for (size_t at = locks.find("->"); at != std::string::npos;
+                 at = locks.find("->", at + 1))
                 if (locks.substr(at, locks.find('\n', at) - at).find(inode) != std::string::npos)
                     return;
             usleep(1000);
@@ -178,7 +179,7 @@ TEST_P(SharedFile, AForkedChildLogsThoughAnotherThreadWasLogging) {
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
-        EXPECT_TRUE(holds("three\n"));
+    EXPECT_TRUE(holds("three\n"));
 }
 
 TEST_P(SharedFile, ACancelledThreadLeavesNothingLocked) {
@@ -193,12 +194,11 @@ TEST_P(SharedFile, ACancelledThreadLeavesNothingLocked) {
     EXPECT_TRUE(holds("two\n") && holds("three\n"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Logs, SharedFile, ::testing::ValuesIn(kRows),
-                         [](const auto& row) {
-                             std::string name = row.param.name;
-                             std::erase(name, ' ');
-                             return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Logs, SharedFile, ::testing::ValuesIn(kRows), [](const auto& row) {
+    std::string name = row.param.name;
+    std::erase(name, ' ');
+    return name;
+});
 
 struct LockedLogs : RoomTest {};
 
