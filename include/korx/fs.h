@@ -33,6 +33,8 @@ KORX_BEGIN_DECLS
 #define ORXFS_ERR_LINK_DIFF 31u         /* a link has other contents than expected */
 #define ORXFS_ERR_NULL_PARA 32u         /* a required argument is null */
 
+#define KORX_LINK_ERR_NULL_PARA 1u /* the same, from the calls of links and relative paths */
+
 /* --- Files and directories --- */
 
 /* 1 when something of any type stands at path, links followed: a dangling link does not exist.
@@ -219,8 +221,8 @@ KORX_API int32_t KORX_IsFileLinkRight(const char* expected, const char* path, ui
 KORX_API uint32_t KORX_LinkFile(const char* target, uint32_t target_length, const char* path,
                                 uint32_t path_length);
 
-/* The checks of KORX_LinkFilesSafe: 0; 1 for null; 0x71000002 for a directory of more than 255 or a
- * name of more than 127 characters. Not logged. */
+/* The checks of KORX_LinkFilesSafe: 0; KORX_LINK_ERR_NULL_PARA; 0x71000002 for a directory of more
+ * than 255 or a name of more than 127 characters. Not logged. */
 KORX_API uint32_t KORX_LinkFilesSafeParaCheck(const char* source_directory, const char* file_name,
                                               const char* link_directory, const char* link_name);
 
@@ -234,8 +236,8 @@ KORX_API uint32_t KORX_LinkFilesSafe(const char* source_directory, const char* f
 
 /* Appends to out, of size bytes and cleared by the caller, the path of source as seen from the
  * directory of destination; both are absolute, and nothing is looked up. With k steps up the text
- * must stay below size - 3k characters. Result: 0; 1 for null; 0x0FFFFFFF, out being empty where it
- * did not fit. */
+ * must stay below size - 3k characters. Result: 0; KORX_LINK_ERR_NULL_PARA; 0x0FFFFFFF, out being
+ * empty where it did not fit. */
 KORX_API uint32_t ORX_GetRelPath(const char* source, const char* destination, char* out,
                                  uint32_t size);
 
@@ -269,7 +271,13 @@ KORX_API uint32_t KORX_WalkDirRecurInner(const char* root, const char* relative_
  * no recursion; memory is needed for the paths of the pending directories only. Result: 0 or
  * 0x0FFFFFFF, logged; the first failure ends the removal and nothing is restored. */
 
-/* mode 1 removes everything, mode 0 keeps the directories; any other fails without a line. */
+/* What ORX_RmParentDir removes. */
+enum {
+    ORX_RM_KEEP_DIRECTORIES = 0, /* as ORX_RmParentDirReserveDir */
+    ORX_RM_ALL = 1               /* as ORX_RmParentDirNotReserveDir */
+};
+
+/* Removes what mode says; any other mode fails without a line. */
 KORX_API uint32_t ORX_RmParentDir(const char* path, int32_t mode);
 
 /* Removes the directory and everything in it. A directory that cannot be opened, one that does not
@@ -295,13 +303,16 @@ KORX_API uint32_t KORX_CopyFile(const char* source, uint32_t source_length, cons
 KORX_API uint32_t KORXFS_CheckCopyFilePara(const char* source, uint32_t source_length,
                                            const char* destination, uint32_t destination_length);
 
+/* What KORXFS_CopyFile does when the destination exists; any higher value overwrites, too. */
+enum { ORXFS_KEEP_EXISTING = 0, ORXFS_OVERWRITE = 1 };
+
 /* The safe copy: writes destination + ".orxtmp" and renames it over the destination, so that no
  * reader sees a half-written file; names too long for the suffix are written directly. A missing
  * directory is made with mode 0750. An existing destination is deleted first: a copy that fails
  * after that leaves none. A rename that fails is logged and still gives 0.
  *
  * Result: 0; a code of the checks; 12 also where deleting the destination, or its temporary name,
- * would delete the source; 5 for an existing destination with overwrite 0; 6 for a protected one;
+ * would delete the source; 5 for an existing destination that is to be kept; 6 for a protected one;
  * 0x0FFFFFFF for a failed copy, a directory of 256 or a name of 128 characters or more. Copies to
  * one destination at the same time share the temporary name: serialise them. */
 KORX_API uint32_t KORXFS_CopyFile(const char* source, uint32_t source_length,
