@@ -228,14 +228,14 @@ uint32_t KORX_GetExitStatus(int32_t wait_status) {
 
 uint32_t ORX_IsCommandForbidden(const char* program) {
     if (program == nullptr || program[0] == '\0')
-        return 1;
+        return KORX_TRUE;
     const char* const slash = strrchr(program, '/');
     const char* const name = slash == nullptr ? program : slash + 1;
     for (const char* const forbidden : kForbiddenPrograms) {
         if (strcmp(name, forbidden) == 0)
-            return 1;
+            return KORX_TRUE;
     }
-    return 0;
+    return KORX_FALSE;
 }
 
 uint32_t ORX_CommandConstructArgv(const char* command, const char* separators, char*** argv) {
@@ -263,7 +263,7 @@ uint32_t ORX_CommandConstructArgv(const char* command, const char* separators, c
 uint32_t KORX_SystemExecvp(char** argv) {
     if (argv == nullptr)
         return kAllBits;
-    if (ORX_IsCommandForbidden(argv[0]) == 1)
+    if (ORX_IsCommandForbidden(argv[0]) == KORX_TRUE)
         return Fail(kAllBits, "Forbidden command : %s.", argv[0] == nullptr ? "" : argv[0]);
 
     RunDispositions dispositions;

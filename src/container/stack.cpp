@@ -29,7 +29,7 @@ ORX_StackNode* ORX_CreateStack() {
 }
 
 uint32_t ORX_IsStackEmpty(const ORX_StackNode* stack) {
-    return stack->pstNext == nullptr ? 1 : 0;
+    return stack->pstNext == nullptr ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t ORX_PushStack(ORX_StackNode* stack, void* element) {
@@ -51,7 +51,7 @@ uint32_t ORX_PopStack(ORX_StackNode* stack, void** element) {
 }
 
 uint32_t ORX_GetStackTopElement(const ORX_StackNode* stack, void** element) {
-    if (ORX_IsStackEmpty(stack) == 1)
+    if (ORX_IsStackEmpty(stack) == KORX_TRUE)
         return kFailed;
     *element = stack->pstNext->pData;
     return kOk;

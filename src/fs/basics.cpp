@@ -51,17 +51,17 @@ using namespace korx;
 
 uint32_t KORX_IsFileExist(const char* path) {
     struct stat st;
-    return path != nullptr && stat(path, &st) == 0 ? 1 : 0;
+    return path != nullptr && stat(path, &st) == 0 ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t KORX_IsDirExist(const char* path) {
     struct stat st;
-    return path != nullptr && stat(path, &st) == 0 && S_ISDIR(st.st_mode) ? 1 : 0;
+    return path != nullptr && stat(path, &st) == 0 && S_ISDIR(st.st_mode) ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t ORX_IsSymLink(const char* path, uint32_t) {
     struct stat st;
-    return path != nullptr && lstat(path, &st) == 0 && S_ISLNK(st.st_mode) ? 1 : 0;
+    return path != nullptr && lstat(path, &st) == 0 && S_ISLNK(st.st_mode) ? KORX_TRUE : KORX_FALSE;
 }
 
 void KORX_RemoveLastRn(char* text) {
@@ -120,14 +120,14 @@ uint32_t KORX_IsPostfixMatch(const char* text, const char* suffix) {
     const size_t length = strlen(text);
     const size_t suffix_length = strlen(suffix);
     if (length <= suffix_length)
-        return 0;
-    return strcasecmp(text + length - suffix_length, suffix) == 0 ? 1 : 0;
+        return KORX_FALSE;
+    return strcasecmp(text + length - suffix_length, suffix) == 0 ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t KORX_IsPrefixMatch(const char* text, const char* prefix) {
-    if (ORX_IsSpaceString(text) == 1 || ORX_IsSpaceString(prefix) == 1)
-        return 0;
-    return strncmp(text, prefix, strlen(prefix)) == 0 ? 1 : 0;
+    if (ORX_IsSpaceString(text) == KORX_TRUE || ORX_IsSpaceString(prefix) == KORX_TRUE)
+        return KORX_FALSE;
+    return strncmp(text, prefix, strlen(prefix)) == 0 ? KORX_TRUE : KORX_FALSE;
 }
 
 char* KORX_GetFileName(char* path) {
@@ -213,13 +213,13 @@ uint32_t KORX_CheckDirName(const char* name) {
 uint32_t KORX_IsDirEmpty(const char* path) {
     struct stat st;
     if (path == nullptr || lstat(path, &st) < 0)
-        return 1;
+        return KORX_TRUE;
     const UniqueDir directory(opendir(path));
     if (!directory)
         return Fail(ORXFS_ERR_DIR_OPEN, "Path:%s not Exist, errno:%d.", path, errno);
     while (const struct dirent* entry = readdir(directory.get())) {
         if (!IsDotName(entry->d_name))
-            return 0;
+            return KORX_FALSE;
     }
-    return 1;
+    return KORX_TRUE;
 }

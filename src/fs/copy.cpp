@@ -208,7 +208,7 @@ uint32_t KORXFS_CheckCopyFilePara(const char* source, uint32_t source_length,
 
     if (strcmp(source, destination) == 0)
         return FailAsSame(source, destination);
-    if (KORX_IsFileExist(source) == 0)
+    if (KORX_IsFileExist(source) == KORX_FALSE)
         return Warn(ORXFS_ERR_NOT_EXIST, "[ORXFS-LOCAL] File '%s' is not exist!", source);
     return ORXFS_OK;
 }
@@ -219,8 +219,8 @@ uint32_t KORXFS_CopyFile(const char* source, uint32_t source_length, const char*
         KORXFS_CheckCopyFilePara(source, source_length, destination, destination_length);
     if (code != ORXFS_OK)
         return code;
-    const bool exists = KORX_IsFileExist(destination) == 1;
-    if (exists && overwrite == 0)
+    const bool exists = KORX_IsFileExist(destination) == KORX_TRUE;
+    if (exists && overwrite == ORXFS_KEEP_EXISTING)
         return Fail(ORXFS_ERR_ALREADY_EXIST, "[ORXFS-LOCAL] File '%s' is already exist!",
                     destination);
 
@@ -234,9 +234,9 @@ uint32_t KORXFS_CopyFile(const char* source, uint32_t source_length, const char*
 
     if (exists)
         (void) KORX_DelFile(destination, destination_length);
-    if (KORX_IsFileProtected(destination) == 1)
+    if (KORX_IsFileProtected(destination) == KORX_TRUE)
         return Fail(ORXFS_ERR_PROTECTED, "[ORXFS-LOCAL] File '%s' is protected!", destination);
-    if (target.has_directory && KORX_IsDirExist(target.directory.c_str()) == 0)
+    if (target.has_directory && KORX_IsDirExist(target.directory.c_str()) == KORX_FALSE)
         (void) KORX_Mkdir(target.directory.c_str(), kDirectoryMode);
 
     if (target.uses_temporary)

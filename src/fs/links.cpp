@@ -25,8 +25,6 @@ constexpr char kRelativeRoot[] = "/opt";
 constexpr char kUp[] = "../";
 constexpr uint32_t kUpLength = sizeof kUp - 1;
 
-constexpr uint32_t kNullArgument = 1;
-
 using PathText = FixedText<kPathSize>;
 
 bool ReadLink(const char* path, PathText* contents) {
@@ -137,9 +135,9 @@ uint32_t SkipCommon(const char* whole_source, const char** source, const char** 
 using namespace korx;
 
 int32_t KORX_IsFileLinkRight(const char* expected, const char* path, uint32_t length) {
-    if (KORX_IsFileExist(path) == 0)
+    if (KORX_IsFileExist(path) == KORX_FALSE)
         return ORXFS_ERR_NOT_EXIST;
-    if (ORX_IsSymLink(path, length) == 0) {
+    if (ORX_IsSymLink(path, length) == KORX_FALSE) {
         Log(kLevelInfo, "File: %s is not link.", path);
         return ORXFS_ERR_NOT_LINK;
     }
@@ -156,7 +154,7 @@ int32_t KORX_IsFileLinkRight(const char* expected, const char* path, uint32_t le
 uint32_t KORX_LinkFile(const char* target, uint32_t, const char* path, uint32_t) {
     if (strcmp(target, path) == 0)
         return Fail(ORXFS_ERR_SAME_FILE, "Src File '%s' is same to Dst File '%s'.", target, path);
-    if (KORX_IsFileExist(target) == 0)
+    if (KORX_IsFileExist(target) == KORX_FALSE)
         return Warn(ORXFS_ERR_NOT_EXIST, "File '%s' is not exist when link file!", target);
     if (HoldsSource(path, target))
         return Fail(ORXFS_ERR_SAME_FILE, "Src File '%s' is same to Dst File '%s'.", target, path);
@@ -178,7 +176,7 @@ uint32_t KORX_LinkFilesSafeParaCheck(const char* source_directory, const char* f
                                      const char* link_directory, const char* link_name) {
     if (source_directory == nullptr || file_name == nullptr || link_directory == nullptr ||
         link_name == nullptr)
-        return kNullArgument;
+        return KORX_LINK_ERR_NULL_PARA;
     if (strlen(source_directory) > kMaxDirectory || strlen(link_directory) > kMaxDirectory ||
         strlen(file_name) > kMaxName || strlen(link_name) > kMaxName)
         return kInvalidParam;
@@ -210,7 +208,7 @@ uint32_t KORX_LinkFilesSafe(const char* source_directory, const char* file_name,
     if (was_link && strcmp(current.c_str(), paths.target.c_str()) != 0)
         (void) remove(link);
 
-    if (KORX_IsFileExist(link) == 1) {
+    if (KORX_IsFileExist(link) == KORX_TRUE) {
         const int made = symlink(contents.c_str(), link);
         if (!IsLinkedOrTaken(made))
             return Fail(kFailed,
@@ -229,7 +227,7 @@ uint32_t KORX_LinkFilesSafe(const char* source_directory, const char* file_name,
 
 uint32_t ORX_GetRelPath(const char* source, const char* destination, char* out, uint32_t size) {
     if (source == nullptr || destination == nullptr || out == nullptr)
-        return kNullArgument;
+        return KORX_LINK_ERR_NULL_PARA;
     if (source[0] != '/' || destination[0] != '/')
         return Fail(kFailed, "TAV_GetRelPath input must be absolute path.");
     const char* rest = source;

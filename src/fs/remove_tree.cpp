@@ -29,8 +29,6 @@ namespace korx {
 namespace {
 
 constexpr size_t kPathSize = 256;
-constexpr int kModeKeepDirectories = 0;
-constexpr int kModeRemoveAll = 1;
 
 constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
 constexpr int kOpenEntry = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
@@ -162,7 +160,7 @@ uint32_t Removal::begin(const char* path) {
 // Post-order by reading again: a directory stays on the stack below its subdirectories, and is
 // removed when a reading meets none.
 uint32_t Removal::remove_directories() {
-    while (ORX_IsStackEmpty(stack_.get()) == 0) {
+    while (ORX_IsStackEmpty(stack_.get()) == KORX_FALSE) {
         void* top = nullptr;
         if (ORX_GetStackTopElement(stack_.get(), &top) != kOk)
             return Fail(kFailed, "Get Top Directory %s unsuccessfully!", tree_.start());
@@ -193,7 +191,7 @@ uint32_t Removal::remove_directories() {
 
 // Pre-order: each directory is read once, and all of them stay.
 uint32_t Removal::clear_directories() {
-    while (ORX_IsStackEmpty(stack_.get()) == 0) {
+    while (ORX_IsStackEmpty(stack_.get()) == KORX_FALSE) {
         void* top = nullptr;
         (void) ORX_PopStack(stack_.get(), &top);
         MallocPtr<char> popped(static_cast<char*>(top));
@@ -314,9 +312,9 @@ uint32_t Removal::remove_file(int directory, const char* name, const char* path,
 using namespace korx;
 
 uint32_t ORX_RmParentDir(const char* path, int32_t mode) {
-    if (mode == kModeRemoveAll)
+    if (mode == ORX_RM_ALL)
         return ORX_RmParentDirNotReserveDir(path);
-    if (mode == kModeKeepDirectories)
+    if (mode == ORX_RM_KEEP_DIRECTORIES)
         return ORX_RmParentDirReserveDir(path);
     return kFailed;
 }

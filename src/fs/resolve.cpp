@@ -42,7 +42,7 @@ struct SplitName {
 
     bool split(const char* path) {
         return ORX_SplitPathFileName(path, directory.data(), directory.capacity(), name.data(),
-                                     name.capacity()) == 1;
+                                     name.capacity()) == KORX_TRUE;
     }
 };
 
@@ -135,9 +135,9 @@ uint32_t KORX_Trans2AbsolutePath(const char* path, char* buffer, uint32_t size) 
 }
 
 uint32_t ORX_PathCat(const char* component, char* path, uint32_t size) {
-    if (ORX_IsStringEqual(component, "..") == 1)
+    if (ORX_IsStringEqual(component, "..") == KORX_TRUE)
         return ORX_PathCatDoubleDot(path);
-    if (ORX_IsStringEqual(component, ".") == 1)
+    if (ORX_IsStringEqual(component, ".") == KORX_TRUE)
         return kOk;
 
     const size_t length = path == nullptr ? 0 : strlen(path);
@@ -190,7 +190,7 @@ uint32_t KORX_GetCanonicalFilepath(const char* path, char* out, uint32_t size) {
     if (path == nullptr || out == nullptr)
         return Refuse(out, size, Fail(kFailed, "Parameter error"));
     FixedText<kPathSize> resolved;
-    if (KORX_IsFileExist(path) == 1) {
+    if (KORX_IsFileExist(path) == KORX_TRUE) {
         if (KORX_Trans2CanonicalFilepath(path, resolved.data(), kPathSize) != kOk)
             return Refuse(
                 out, size,
@@ -308,15 +308,15 @@ uint32_t ORX_CreateDirByFile(const char* file) {
         return Fail(kFailed, "ORX_Trans2AbsolutePath failed, file:%s", file);
     FixedText<kCreateDirSize> directory;
     if (ORX_SplitPathFileName(absolute.c_str(), directory.data(), directory.capacity(), nullptr,
-                              0) != 1)
+                              0) != KORX_TRUE)
         return kFailed;
-    if (KORX_IsDirExist(directory.c_str()) == 1)
+    if (KORX_IsDirExist(directory.c_str()) == KORX_TRUE)
         return kOk;
     return KORX_Mkdir(directory.c_str(), kNewDirMode) == kOk ? kOk : kFailed;
 }
 
 uint32_t KORX_CreateFile(const char* file) {
-    if (KORX_IsFileExist(file) == 1)
+    if (KORX_IsFileExist(file) == KORX_TRUE)
         return kOk;
     FixedText<kPathSize> absolute;
     if (ORX_GetAbsolutePathAndFileName(file, absolute.data(), absolute.capacity()) != kOk)

@@ -35,11 +35,6 @@ constexpr size_t kLineSize = 400;
 constexpr size_t kPathSize = 256;
 constexpr char kAbsent[] = "\"\"";  // what a lookup finds where there is no such key
 
-constexpr uint32_t kNotLoaded = 0;
-constexpr uint32_t kRead = 1;
-
-enum LineClass : uint32_t { kSectionLine = 0, kKeyLine = 1, kBlankLine = 2, kCommentLine = 3 };
-
 bool IsBlank(char c) {
     return c == ' ' || c == '\t';
 }
@@ -55,13 +50,14 @@ const char* TrimEnd(const char* begin, const char* end) {
     return end;
 }
 
-LineClass Classify(const char* line) {
+uint32_t Classify(const char* line) {
     const char* const text = SkipBlanks(line);
     if (text[0] == '\0' || text[0] == ';')
-        return kBlankLine;
+        return KORX_INI_LINE_BLANK;
     if (text[0] == '#')
-        return kCommentLine;
-    return text[0] == '[' && text[strlen(text) - 1] == ']' ? kSectionLine : kKeyLine;
+        return KORX_INI_LINE_COMMENT;
+    return text[0] == '[' && text[strlen(text) - 1] == ']' ? KORX_INI_LINE_SECTION
+                                                           : KORX_INI_LINE_KEY;
 }
 
 // Copies [begin, begin + length) and terminates; what does not fit in size, at least 1, is left
@@ -89,9 +85,9 @@ class Loader {
 
     LoadStatus add(const char* line) {
         switch (Classify(line)) {
-            case kSectionLine:
+            case KORX_INI_LINE_SECTION:
                 return add_section(line);
-            case kKeyLine:
+            case KORX_INI_LINE_KEY:
                 return next_key_ == nullptr ? LoadStatus::kLoaded : add_key(line);
             default:
                 return LoadStatus::kLoaded;
@@ -148,8 +144,8 @@ uint32_t CopyMissing(const char* text, char* out, uint32_t size) {
     const int copied = strncpy_s(out, size, text, size - 1);
     out[size - 1] = '\0';
     if (copied != 0)
-        return Fail(0u, "nRet=%d.Copy pszStr unsuccessfully,pszStr=%s.", copied, text);
-    return 0;
+        return Fail(KORX_FALSE, "nRet=%d.Copy pszStr unsuccessfully,pszStr=%s.", copied, text);
+    return KORX_FALSE;
 }
 
 }  // namespace
@@ -254,7 +250,7 @@ uint32_t KORX_IniReadProfile(const char* file, const char* section, const char* 
     if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk)
         return Fail(kFailed, "Get the abolute path of file %s unsuccessfully when read profile.",
                     file);
-    if (KORX_IsFileExist(path.c_str()) == 0) {
+    if (KORX_IsFileExist(path.c_str()) == KORX_FALSE) {
         Log(kLevelInfo, "File %s is not exist.", file);
         return kFailed;
     }
@@ -264,39 +260,37 @@ uint32_t KORX_IniReadProfile(const char* file, const char* section, const char* 
     Profile profile;
     (void) LoadProfile(std::move(stream), &profile);
     if (!profile)
-        return kNotLoaded;
+        return KORX_INI_NOT_LOADED;
 
     const KORX_IniKey* const found = FindKey(FindSection(profile.get(), section), key);
     const char* const text = found == nullptr ? kAbsent : found->acValue;
     CopyCut(value, size, text, strlen(text));
-    return kRead;
+    return KORX_INI_READ;
 }
 
 __attribute__((weak)) uint32_t KORX_IniGetValue(const char* file, const char* section,
                                                 const char* key, char* value, uint32_t size) {
-    constexpr uint32_t kNullArgument = 1;
-    constexpr uint32_t kArgumentTooLong = 2;
-    constexpr uint32_t kLoadFailed = 3;
-    constexpr uint32_t kQuoteFailed = 4;
     constexpr size_t kMaxNameSize = 64;
 
     if (file == nullptr || section == nullptr || key == nullptr || value == nullptr)
-        return Fail(kNullArgument, "Input para is invalid.");
+        return Fail(KORX_INI_ERR_NULL_PARA, "Input para is invalid.");
     if (IsTooLong(key, kMaxNameSize) || IsTooLong(section, kMaxNameSize) ||
         IsTooLong(file, kPathSize))
-        return Fail(kArgumentTooLong, "Input para len is invalid, filename %s, section %s, key %s.",
-                    file, section, key);
+        return Fail(KORX_INI_ERR_TOO_LONG,
+                    "Input para len is invalid, filename %s, section %s, key %s.", file, section,
+                    key);
     // Only a profile that does not load is a failure. A file that is not there or may not be opened
     // has no value: the caller gets an empty text.
     FixedText<256> stored;
-    if (KORX_IniReadProfile(file, section, key, stored.data(), stored.capacity()) == kNotLoaded)
-        return Warn(kLoadFailed, "[ORX] Load file %s unsuccessfully, section '%s', key '%s'", file,
-                    section, key);
+    if (KORX_IniReadProfile(file, section, key, stored.data(), stored.capacity()) ==
+        KORX_INI_NOT_LOADED)
+        return Warn(KORX_INI_ERR_LOAD, "[ORX] Load file %s unsuccessfully, section '%s', key '%s'",
+                    file, section, key);
 
     if (stored.c_str()[0] == '"') {
-        if (KORX_GetMidString(stored.c_str(), "\"", "\"", value, size) == 1)
+        if (KORX_GetMidString(stored.c_str(), "\"", "\"", value, size) == KORX_TRUE)
             return kOk;
-        return Fail(kQuoteFailed,
+        return Fail(KORX_INI_ERR_QUOTE,
                     "[ORX] GetMidString unsuccessfully. file %s section %s key %s value %s", file,
                     section, key, stored.c_str());
     }
@@ -309,10 +303,10 @@ __attribute__((weak)) uint32_t KORX_IniGetValue(const char* file, const char* se
 uint32_t KORX_GetMidString(const char* text, const char* head, const char* tail, char* out,
                            uint32_t size) {
     if (size == 0)
-        return 0;
+        return KORX_FALSE;
     out[0] = '\0';
     if (text == nullptr)
-        return 0;
+        return KORX_FALSE;
     const char* const at_head = strstr(text, head);
     const char* const begin = at_head == nullptr ? nullptr : at_head + strlen(head);
     const char* const end = begin == nullptr ? nullptr : strstr(begin, tail);
@@ -321,9 +315,9 @@ uint32_t KORX_GetMidString(const char* text, const char* head, const char* tail,
 
     const auto length = static_cast<size_t>(end - begin);
     if (length + 1 > size)
-        return Fail(0u, "BufSize is not long enough.");
+        return Fail(KORX_FALSE, "BufSize is not long enough.");
     const int copied = strncpy_s(out, length + 1, begin, length);
     if (copied != 0)
-        return Fail(0u, "nRet=%d.Copy HeadSize unsuccessfully,HeadSize=%s.", copied, begin);
-    return 1;
+        return Fail(KORX_FALSE, "nRet=%d.Copy HeadSize unsuccessfully,HeadSize=%s.", copied, begin);
+    return KORX_TRUE;
 }

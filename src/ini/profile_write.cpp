@@ -43,12 +43,6 @@ constexpr size_t kMaxFileName = 255;
 constexpr size_t kMaxName = 63;
 constexpr size_t kMaxSetValue = 255;
 
-constexpr uint32_t kNullArgument = 1;
-constexpr uint32_t kArgumentTooLong = 2;
-constexpr uint32_t kLoadFailed = 3;
-constexpr uint32_t kAbsent = 4;
-constexpr uint32_t kNoNode = 12;
-
 using PathText = FixedText<kPathSize>;
 using TemporaryName = FixedText<kTemporarySize>;
 
@@ -57,7 +51,7 @@ constinit pthread_mutex_t change_mutex = PTHREAD_MUTEX_INITIALIZER;
 // --- Saving ---
 
 bool RemoveRemains(const char* temporary) {
-    if (KORX_IsFileExist(temporary) == 0)
+    if (KORX_IsFileExist(temporary) == KORX_FALSE)
         return true;
     Log(kLevelInfo, "[ORX]file '%s' remain! delete it!", temporary);
     if (unlink(temporary) < 0)
@@ -266,15 +260,17 @@ uint32_t ChangeExisting(const char* file, const char* path, const char* section_
     Profile profile;
     (void) LoadProfile(std::move(stream), &profile);
     if (!profile)
-        return Fail(kLoadFailed, "[ORX] Load file %s unsuccessfully.", file);
+        return Fail(KORX_INI_ERR_LOAD, "[ORX] Load file %s unsuccessfully.", file);
 
     KORX_IniSection* const section = FindSection(profile.get(), section_name);
     if (section == nullptr)
-        return Fail(kAbsent, "[ORX] Section %s is not exist in file %s.", section_name, file);
+        return Fail(KORX_INI_ERR_NOT_FOUND, "[ORX] Section %s is not exist in file %s.",
+                    section_name, file);
     KORX_IniKey* const key = FindKey(section, key_name);
     if (key == nullptr)
-        return Fail(kAbsent, "[ORX] Key %s is not exist in file %s under %s section.", key_name,
-                    file, section_name);
+        return Fail(KORX_INI_ERR_NOT_FOUND,
+                    "[ORX] Key %s is not exist in file %s under %s section.", key_name, file,
+                    section_name);
     StoreValue(key, value);
     return KORX_IniSaveFile(file, profile.get());
 }
@@ -290,10 +286,10 @@ uint32_t ChangeOrAdd(const char* file, const char* section, const char* key, con
     Profile profile;
     const LoadStatus status = LoadProfile(std::move(stream), &profile);
     if (status != LoadStatus::kLoaded)
-        return Fail(status == LoadStatus::kOutOfMemory ? kNoNode : kFailed,
+        return Fail(status == LoadStatus::kOutOfMemory ? KORX_INI_ERR_NO_MEMORY : kFailed,
                     "[ORX] Load file %s unsuccessfully.", file);
     if (!SetOrAdd(&profile, section, key, value))
-        return kNoNode;
+        return KORX_INI_ERR_NO_MEMORY;
     return KORX_IniSaveFile(file, profile.get());
 }
 
@@ -353,7 +349,7 @@ uint32_t KORX_IniSetValue(const char* file, const char* section, const char* key
 uint32_t KORX_IniSetOrAddValue(const char* file, const char* section, const char* key,
                                const char* value) {
     if (file == nullptr || section == nullptr || key == nullptr || value == nullptr)
-        return Fail(kNullArgument, "Input para is invalid.");
+        return Fail(KORX_INI_ERR_NULL_PARA, "Input para is invalid.");
     if (!HasOnlyLines(section, key, value))
         return kFailed;
     return UnderLockFile(file, [&](const char* lock_file) {
@@ -371,6 +367,6 @@ uint32_t KORX_CheckIniValuePara(const char* file, const char* section, const cha
                                 const char* value) {
     if (strlen(file) > kMaxFileName || strlen(section) > kMaxName || strlen(key) > kMaxName ||
         strlen(value) > kMaxSetValue)
-        return Fail(kArgumentTooLong, "Input para is invalid length of para is invalid.");
+        return Fail(KORX_INI_ERR_TOO_LONG, "Input para is invalid length of para is invalid.");
     return kOk;
 }

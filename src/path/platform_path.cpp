@@ -80,7 +80,7 @@ uint32_t CopyPath(const char* path, char* buffer, uint32_t size) {
 }
 
 void ParseOnFirstUse() {
-    if (KORX_IsPathInit() == 0)
+    if (KORX_IsPathInit() == KORX_FALSE)
         KORX_ParsePathConf();
 }
 
@@ -90,7 +90,7 @@ void ParseOnFirstUse() {
 using namespace korx;
 
 void KORX_ParsePathConf(void) {
-    if (KORX_IsFileExist(kConfFile) == 0)
+    if (KORX_IsFileExist(kConfFile) == KORX_FALSE)
         return UseDefaults();
 
     PathText log;
@@ -115,7 +115,8 @@ void KORX_ParsePathConf(void) {
 }
 
 uint32_t KORX_IsPathInit(void) {
-    return g_stPtnPath.acLogPath[0] != '\0' || g_stPtnPath.acDataPath[0] != '\0' ? 1 : 0;
+    return g_stPtnPath.acLogPath[0] != '\0' || g_stPtnPath.acDataPath[0] != '\0' ? KORX_TRUE
+                                                                                 : KORX_FALSE;
 }
 
 uint32_t KORX_GetLogPath(char* buffer, uint32_t size) {
@@ -156,9 +157,9 @@ uint32_t KORX_GetLocalDataFileFullPath(char* buffer, uint32_t size) {
 }
 
 void KORX_CreateLinkFileForPath(const char* path, uint32_t size) {
-    if (KORX_IsFileLinkRight(kLogLinkTarget, path, size) == 0)
+    if (KORX_IsFileLinkRight(kLogLinkTarget, path, size) == ORXFS_OK)
         return Log(kLevelInfo, "Log path is link right.");
-    if (ORX_IsSymLink(path, size) == 0)
+    if (ORX_IsSymLink(path, size) == KORX_FALSE)
         return Log(kLevelWarning, "File: %s is not link.", path);
 
     (void) KORX_DelFile(path, size);

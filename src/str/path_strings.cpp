@@ -57,11 +57,11 @@ void ORX_EnSureExistPathSep(char* path, uint32_t size) {
 uint32_t ORX_SplitPathFileName(const char* path, char* directory, uint32_t directory_size,
                                char* name, uint32_t name_size) {
     if (path == nullptr)
-        return 0;
+        return KORX_FALSE;
     ClearText(directory, directory_size);
     ClearText(name, name_size);
     if (path[0] == '\0')
-        return 0;
+        return KORX_FALSE;
 
     const char* const name_part = NamePart(path);
     const auto directory_length = static_cast<size_t>(name_part - path);
@@ -71,22 +71,24 @@ uint32_t ORX_SplitPathFileName(const char* path, char* directory, uint32_t direc
     if (directory != nullptr) {
         const int code = strncpy_s(directory, directory_size, path, directory_length);
         if (code != 0)
-            return Fail(0u, "nRet=%d.Copy string FileName:%s unsuccessfully, FileNameLen=%d.", code,
+            return Fail(KORX_FALSE,
+                        "nRet=%d.Copy string FileName:%s unsuccessfully, FileNameLen=%d.", code,
                         path, static_cast<int>(directory_length));
     }
     if (name == nullptr)
-        return 1;
+        return KORX_TRUE;
     const int code = strncpy_s(name, name_size, name_part, name_length);
     if (code != 0 && directory_length == 0)
-        return Fail(0u, "nRet=%d.Copy FileName:%s unsuccessfully, FileNameLen=%d.", code, path,
-                    static_cast<int>(name_length));
+        return Fail(KORX_FALSE, "nRet=%d.Copy FileName:%s unsuccessfully, FileNameLen=%d.", code,
+                    path, static_cast<int>(name_length));
     if (code != 0)
         return Fail(
-            0u, "nRet=%d.Strncpy FileName unsuccessfully.FileName=%s, FileNameLen=%d, bufflen=%u.",
+            KORX_FALSE,
+            "nRet=%d.Strncpy FileName unsuccessfully.FileName=%s, FileNameLen=%d, bufflen=%u.",
             code, name_part, static_cast<int>(name_length), name_size);
     if (directory_length == 0)
         name[name_size - 1] = '\0';
-    return 1;
+    return KORX_TRUE;
 }
 
 uint32_t ORX_FindPreGangStr(const char* text, uint32_t position) {

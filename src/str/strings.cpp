@@ -16,7 +16,6 @@ namespace korx {
 namespace {
 
 constexpr size_t kPrefixSize = 128;
-constexpr int kIpAddressFields = 4;
 
 // At most count characters of source, in count + 1 bytes of their own.
 MallocPtr<char> CopyOf(const char* source, size_t count) {
@@ -65,13 +64,13 @@ using namespace korx;
 
 uint32_t ORX_StrIsStartWith(const char* text, const char* prefix) {
     if (text == nullptr || prefix == nullptr)
-        return 0;
+        return KORX_FALSE;
     const size_t length = strlen(prefix);
     char start[kPrefixSize] = {};
     if (const int code = strncpy_s(start, sizeof start, text, length); code != 0)
-        return Fail(0u, "nRet=%d.Copy pcStr unsuccessfully, pcStr=%s, pcStrLen=%u.", code, text,
-                    static_cast<uint32_t>(length));
-    return strcmp(start, prefix) == 0 ? 1 : 0;
+        return Fail(KORX_FALSE, "nRet=%d.Copy pcStr unsuccessfully, pcStr=%s, pcStrLen=%u.", code,
+                    text, static_cast<uint32_t>(length));
+    return strcmp(start, prefix) == 0 ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t ORX_ReplaceChar(char* text, char from, char to) {
@@ -111,15 +110,15 @@ uint32_t ORX_StringLoop(const char* source, char* destination, uint32_t size) {
 }
 
 uint32_t ORX_IsStringEqual(const char* a, const char* b) {
-    return a != nullptr && b != nullptr && strcmp(a, b) == 0 ? 1 : 0;
+    return a != nullptr && b != nullptr && strcmp(a, b) == 0 ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t ORX_IsDigitString(const char* text) {
     if (text == nullptr || *text == '\0')
-        return 0;
+        return KORX_FALSE;
     while (isdigit(static_cast<unsigned char>(*text)))
         ++text;
-    return *text == '\0' ? 1 : 0;
+    return *text == '\0' ? KORX_TRUE : KORX_FALSE;
 }
 
 int32_t ORX_Write(int fd, const void* data, uint32_t length) {
@@ -147,7 +146,7 @@ int ORX_GetDigIpAddrByStr(const char* text, uint32_t* address) {
     unsigned a = 0, b = 0, c = 0, d = 0;
     const int fields = sscanf_s(text, "%u.%u.%u.%u", &a, &b, &c, &d);
     // Fields above 255 spill into their neighbours: the sum is all that is promised.
-    if (fields == kIpAddressFields)
+    if (fields == ORX_IP_ADDRESS_FIELDS)
         *address = (a << 24) + (b << 16) + (c << 8) + d;
     return fields;
 }

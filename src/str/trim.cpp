@@ -120,10 +120,10 @@ void ORX_RemoveLastRn(char* text, uint32_t /*size*/) {
 
 uint32_t ORX_IsSpaceString(const char* text) {
     if (text == nullptr)
-        return 1;
+        return KORX_TRUE;
     while (IsSpace(*text))
         ++text;
-    return *text == '\0' ? 1 : 0;
+    return *text == '\0' ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t ORX_StringTrim(char* text) {
