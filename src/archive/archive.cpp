@@ -2,11 +2,12 @@
 //
 // The command lines are split at blanks and filtered like any other: no shell sees a path, and a
 // path with a blank becomes two arguments.
+#include "korx/fs.h"
+
 #include "base/codes.h"
 #include "base/report.h"
 #include "base/text.h"
 #include "korx/cmd.h"
-#include "korx/fs.h"
 #include "korx/str.h"
 
 namespace korx {

@@ -1,9 +1,10 @@
 // A last-in, first-out stack of pointers: a head node whose chain starts with the top.
+#include "korx/container.h"
+
 #include <stddef.h>
 #include <stdlib.h>
 
 #include "base/codes.h"
-#include "korx/container.h"
 
 static_assert(sizeof(ORX_StackNode) == 16);
 static_assert(offsetof(ORX_StackNode, pData) == 0);

@@ -1,10 +1,11 @@
 // Flat buffers of records: a 16-bit type, a 16-bit length and the value, in host byte order and
 // without gaps. Fields may lie at odd addresses, so they move as bytes.
+#include "korx/container.h"
+
 #include <string.h>
 
 #include "base/bounded.h"
 #include "base/codes.h"
-#include "korx/container.h"
 
 namespace korx {
 namespace {

@@ -1,8 +1,12 @@
 // Tests, copies and conversions of texts, and the small waits and writes that callers share.
+#include "korx/str.h"
+
 #include <ctype.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
+
+#include <string_view>
 
 #include "base/bounded.h"
 #include "base/codes.h"
@@ -10,7 +14,6 @@
 #include "base/text.h"
 #include "base/unique.h"
 #include "base/write_all.h"
-#include "korx/str.h"
 
 namespace korx {
 namespace {
@@ -28,8 +31,8 @@ MallocPtr<char> CopyOf(const char* source, size_t count) {
     return copy;
 }
 
-bool AppendToken(ORX_VEC_Vector* vector, const char* token, size_t length) {
-    MallocPtr<char> copy = CopyOf(token, length);
+bool AppendToken(ORX_VEC_Vector* vector, std::string_view token) {
+    MallocPtr<char> copy = CopyOf(token.data(), token.size());
     if (!copy || ORX_VEC_VectorSet(vector, copy.get()) == kAllBits)
         return false;
     (void) copy.release();  // the vector owns it now
@@ -47,11 +50,11 @@ bool AppendTokens(ORX_VEC_Vector* vector, const char* text, char separator, uint
         if (left == 0)
             return true;
         if (max_count != 0 && appended == max_count)
-            return AppendToken(vector, token, left);
+            return AppendToken(vector, {token, left});
 
         const void* const found = memchr(token, separator, left);
         const char* const token_end = found == nullptr ? end : static_cast<const char*>(found);
-        if (!AppendToken(vector, token, static_cast<size_t>(token_end - token)))
+        if (!AppendToken(vector, {token, static_cast<size_t>(token_end - token)}))
             return false;
         token = token_end;
     }

@@ -1,5 +1,7 @@
 // Trimming. Two notions of space live here and must not be merged: the blank trimmers take blanks
 // and double quotes but no tabs, ORX_StringTrim takes what isspace takes and no quotes.
+#include "korx/str.h"
+
 #include <ctype.h>
 #include <string.h>
 
@@ -8,7 +10,6 @@
 #include "base/codes.h"
 #include "base/report.h"
 #include "base/unique.h"
-#include "korx/str.h"
 
 namespace korx {
 namespace {
