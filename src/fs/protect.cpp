@@ -24,6 +24,13 @@ namespace {
 constexpr mode_t kWriteBits = 0222;
 constexpr mode_t kPermissionBits = 07777;
 
+MallocPtr<char> ResolveOrReport(const char* path) {
+    MallocPtr<char> real(realpath(path, nullptr));
+    if (!real)
+        Log(kLevelErr, "[ORX-LIB] open file '%s' return err, errno:%d.", path, errno);
+    return real;
+}
+
 UniqueFd OpenForFlags(const char* path) {
     return UniqueFd(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
@@ -108,9 +115,9 @@ uint32_t UndoProtectOpened(const UniqueFd& fd, const char* path) {
 using namespace korx;
 
 uint32_t KORX_IsForIoctl(const char* path) {
-    const MallocPtr<char> real(realpath(path, nullptr));
+    const MallocPtr<char> real = ResolveOrReport(path);
     if (!real)
-        return Fail(kFailed, "[ORX-LIB] open file '%s' return err, errno:%d.", path, errno);
+        return kFailed;
     const UniqueFd fd = OpenForFlags(real.get());
     if (!fd)
         return Fail(KORX_TRUE, "open file '%s' return err when protect it, errno:%d.", path, errno);
@@ -144,9 +151,9 @@ uint32_t KORX_IsFileProtected(const char* path) {
 }
 
 uint32_t KORX_ProtectFile(const char* path) {
-    const MallocPtr<char> real(realpath(path, nullptr));
+    const MallocPtr<char> real = ResolveOrReport(path);
     if (!real)
-        return Fail(kFailed, "[ORX-LIB] open file '%s' return err, errno:%d.", path, errno);
+        return kFailed;
     const UniqueFd fd = OpenForFlags(real.get());
     if (!fd)
         return Fail(kFailed, "[ORX-LIB] open file '%s' return err when protect it, errno:%d.", path,
@@ -176,9 +183,9 @@ uint32_t KORX_ProtectFile(const char* path) {
 }
 
 uint32_t KORX_UndoProtectFile(const char* path) {
-    const MallocPtr<char> real(realpath(path, nullptr));
+    const MallocPtr<char> real = ResolveOrReport(path);
     if (!real)
-        return Fail(kFailed, "[ORX-LIB] open file '%s' return err, errno:%d.", path, errno);
+        return kFailed;
     return UndoProtectOpened(OpenForFlags(real.get()), path);
 }
 

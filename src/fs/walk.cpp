@@ -1,4 +1,6 @@
 // The depth-first walk of a directory tree with the caller's callbacks.
+#include "korx/fs.h"
+
 #include <dirent.h>
 
 #include "base/codes.h"
@@ -6,12 +8,9 @@
 #include "base/text.h"
 #include "base/unique.h"
 #include "fs/entry.h"
-#include "korx/fs.h"
 
 namespace korx {
 namespace {
-
-using PathText = FixedText<384>;
 
 struct Walk {
     const char* root;
@@ -20,7 +19,7 @@ struct Walk {
     void* context;
 };
 
-uint32_t ComposeEntry(const char* directory, const char* name, PathText* path) {
+uint32_t ComposeEntry(const char* directory, const char* name, FullPathText* path) {
     if (directory[0] == '\0') {
         if (!path->format("%s", name))
             return Fail(kFailed, "Print DirEntName unsuccessfully, DirEntName=%s", name);
@@ -63,7 +62,7 @@ uint32_t ORX_WalkDirRecur(const char* root, const char*, ORX_WalkCallback on_dir
 uint32_t KORX_WalkDirRecurInner(const char* root, const char* relative_directory,
                                 ORX_WalkCallback on_directory, ORX_WalkCallback on_file,
                                 void* context) {
-    PathText path;  // the directory, then each of its entries
+    FullPathText path;  // the directory, then each of its entries
     if (!path.format("%s/%s", root, relative_directory))
         return Fail(kFailed, "Print RootPath unsuccessfully, RootPath=%s/%s", root,
                     relative_directory);
