@@ -54,6 +54,7 @@ uint32_t MoveData(int from, int to, char* buffer, size_t size, const char* sourc
     }
 }
 
+// What is copied.
 struct Source {
     const char* name;
     UniqueFd fd;
@@ -89,6 +90,7 @@ uint32_t CopyInto(const Source& source, const char* destination, const char* res
         return Fail(kFailed, "CopyFile:open file destination path %s errno:%d!", destination,
                     errno);
 
+    // A large buffer is only faster: where there is no memory for it, small steps do.
     const bool is_large = source.st.st_size > off_t{kLargeStepSize};
     const MallocPtr<char> large(is_large ? static_cast<char*>(malloc(kLargeStepSize)) : nullptr);
     return large ? MoveData(source.fd.get(), to.get(), large.get(), kLargeStepSize, source.name,
@@ -109,7 +111,7 @@ uint32_t CopyFile(const char* source_name, const char* destination, int flags) {
     DirectoryText resolved;
     uint32_t code =
         ORX_GetAbsolutePathAndFileName(destination, resolved.data(), resolved.capacity());
-    // Before anything can fail: what a failure leaves behind is deleted.
+    // Settled before the copy can fail: a failed one deletes what stands at the destination's name.
     if (code == kOk && IsSource(resolved.c_str(), source))
         return Fail(kFailed, "CopyFile:source path %s and destination path %s are the same file!",
                     source_name, destination);

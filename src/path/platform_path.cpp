@@ -63,12 +63,10 @@ uint32_t ReadKey(const char* key, DirectoryText* value) {
     return read;
 }
 
-uint32_t CopyPath(const char* path, char* buffer, uint32_t size) {
-    const size_t length = strlen(path);
-    (void) strncpy_s(buffer, size, path, length);
-    buffer[length] = '\0';
+// Into a buffer that is large enough.
+void CopyClean(const char* path, char* buffer, uint32_t size) {
+    (void) strncpy_s(buffer, size, path, strlen(path));
     ORX_CutPathStr(buffer);
-    return kOk;
 }
 
 void ParseOnFirstUse() {
@@ -118,7 +116,8 @@ uint32_t KORX_GetLogPath(char* buffer, uint32_t size) {
     if (strlen(g_stPtnPath.acLogPath) >= size)
         return Fail(kBufferTooShort, "LogPath buffer len is too short, BufLen=%u, LogPath=[%s].",
                     size, g_stPtnPath.acLogPath);
-    return CopyPath(g_stPtnPath.acLogPath, buffer, size);
+    CopyClean(g_stPtnPath.acLogPath, buffer, size);
+    return kOk;
 }
 
 uint32_t KORX_GetDataPath(char* buffer, uint32_t size) {
@@ -129,7 +128,8 @@ uint32_t KORX_GetDataPath(char* buffer, uint32_t size) {
         return Fail(kBufferTooShort,
                     "ComDataPath buffer len is too short, BufLen=%u, DataPath=[%s].", size,
                     g_stPtnPath.acDataPath);
-    return CopyPath(g_stPtnPath.acDataPath, buffer, size);
+    CopyClean(g_stPtnPath.acDataPath, buffer, size);
+    return kOk;
 }
 
 uint32_t KORX_GetCommTmpPath(char* buffer, uint32_t size) {

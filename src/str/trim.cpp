@@ -5,6 +5,8 @@
 #include <ctype.h>
 #include <string.h>
 
+#include <string_view>
+
 #include "base/alloc.h"
 #include "base/bounded.h"
 #include "base/codes.h"
@@ -24,9 +26,9 @@ size_t CountLeading(const char* text, char c) {
     return count;
 }
 
-size_t CountTrailing(const char* text, size_t length, char c) {
+size_t CountTrailing(std::string_view text, char c) {
     size_t count = 0;
-    while (count < length && text[length - 1 - count] == c)
+    for (; !text.empty() && text.back() == c; text.remove_suffix(1))
         ++count;
     return count;
 }
@@ -84,7 +86,7 @@ uint32_t ORX_Strtriml(char* text) {
     if (!copy)
         return kNoMemory;
 
-    const size_t quotes = CountTrailing(text, length, kQuote);
+    const size_t quotes = CountTrailing({text, length}, kQuote);
     const size_t unquoted = length - quotes;
     if (const int code = strncpy_s(copy.get(), length + 1, text, unquoted); code != 0)
         return Fail(kFailed,
@@ -92,7 +94,7 @@ uint32_t ORX_Strtriml(char* text) {
                     code, text, Number(quotes), Number(length));
 
     // Quotes only or blanks only leave nothing to copy back: the zeroed text is the result.
-    const size_t blanks = CountTrailing(copy.get(), unquoted, kBlank);
+    const size_t blanks = CountTrailing({copy.get(), unquoted}, kBlank);
     (void) memset_s(text, length, 0, length);
     if (const int code = strncpy_s(text, length + 1, copy.get(), unquoted - blanks); code != 0)
         return Fail(
