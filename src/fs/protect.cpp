@@ -127,8 +127,9 @@ uint32_t KORX_IsForIoctl(const char* path) {
 
 uint32_t KORX_IsFileWriteable(const char* path) {
     struct stat st;
-    return path != nullptr && lstat(path, &st) == 0 && (st.st_mode & kWriteBits) != 0 ? KORX_TRUE
-                                                                                      : KORX_FALSE;
+    if (path == nullptr || lstat(path, &st) < 0)
+        return KORX_FALSE;
+    return (st.st_mode & kWriteBits) != 0 ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t KORX_RmWriteRight(const char* path) {

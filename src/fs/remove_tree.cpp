@@ -1,10 +1,9 @@
 // Removal of directory trees, without recursion.
 //
 // The directories to be handled wait on a stack as path strings. The strings are for bookkeeping
-// and messages: every directory is entered from the opened start directory, one component after the
-// other and never through a link, and its entries are examined and deleted relative to its own
-// descriptor. So a directory that is swapped for a link meanwhile is not entered, and nothing
-// outside the tree is touched. However large the tree, three descriptors are enough.
+// and messages: the tree is entered by its own rules, and a directory's entries are examined and
+// deleted relative to its descriptor, so nothing outside the tree is touched. However large the
+// tree, three descriptors are enough.
 #include "korx/fs.h"
 
 #include <dirent.h>
@@ -16,101 +15,22 @@
 #include <unistd.h>
 
 #include <memory>
-#include <string_view>
 
 #include "base/bounded.h"
 #include "base/codes.h"
-#include "base/directory.h"
 #include "base/report.h"
 #include "base/text.h"
 #include "base/unique.h"
-#include "fs/entry.h"
 #include "fs/protect.h"
+#include "fs/tree.h"
 #include "korx/container.h"
 
 namespace korx {
 namespace {
 
-constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
 constexpr int kOpenEntry = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 using UniqueStack = std::unique_ptr<ORX_StackNode, Releaser<ORX_DestroyStack>>;
-
-// A directory's entries but "." and "..".
-class Entries {
-  public:
-    explicit Entries(DIR* directory) : directory_(directory) {}
-
-    // Null behind the last one, and when reading fails.
-    const dirent* next() {
-        const dirent* entry;
-        do {
-            errno = 0;
-            entry = readdir(directory_);
-            error_ = entry == nullptr ? errno : 0;
-        } while (entry != nullptr && IsDotName(entry->d_name));
-        return entry;
-    }
-    // The errno of a failed reading, else 0.
-    int error() const { return error_; }
-
-  private:
-    DIR* const directory_;
-    int error_ = 0;
-};
-
-// The tree below a start path. A path of the tree is the start path and the components behind it.
-class Tree {
-  public:
-    [[nodiscard]] bool begin(const char* start) {
-        start_length_ = strlen(start);
-        return start_.format("%s", start);
-    }
-    const char* start() const { return start_.c_str(); }
-
-    UniqueDir open_directory(const char* path) {
-        UniqueFd fd = enter(path);
-        if (!fd)
-            return nullptr;
-        UniqueDir directory(fdopendir(fd.get()));
-        if (directory)
-            (void) fd.release();
-        return directory;
-    }
-
-    // Removes an empty directory. Returns 0 or the errno of what failed.
-    int remove_directory(const char* path) {
-        if (path[start_length_] == '\0')
-            return rmdir(path) == 0 ? 0 : errno;
-        const UniqueFd parent = enter(DirectoryOf(path));
-        const bool removed = parent && unlinkat(parent.get(), NameOf(path), AT_REMOVEDIR) == 0;
-        return removed ? 0 : errno;
-    }
-
-  private:
-    // Opens a directory of the tree. The start directory is opened once, by its name, which may be
-    // a link: that is the caller's choice.
-    UniqueFd enter(std::string_view path) {
-        if (!root_)
-            root_.reset(open(start_.c_str(), kOpenDirectory));
-        if (!root_)
-            return UniqueFd();
-
-        path.remove_prefix(start_length_);
-        DirectoryText below;
-        (void) strncpy_s(below.data(), below.capacity(), path.data(), path.size());
-        UniqueFd directory(openat(root_.get(), ".", kOpenDirectory));
-        char* rest = nullptr;
-        for (const char* name = strtok_r(below.data(), "/", &rest); directory && name != nullptr;
-             name = strtok_r(nullptr, "/", &rest))
-            directory.reset(openat(directory.get(), name, kOpenDirectory | O_NOFOLLOW));
-        return directory;
-    }
-
-    DirectoryText start_;
-    size_t start_length_ = 0;
-    UniqueFd root_;
-};
 
 enum class Directories { kRemoved, kKept };
 

@@ -105,8 +105,8 @@ void KORX_ParsePathConf(void) {
 }
 
 uint32_t KORX_IsPathInit(void) {
-    return g_stPtnPath.acLogPath[0] != '\0' || g_stPtnPath.acDataPath[0] != '\0' ? KORX_TRUE
-                                                                                 : KORX_FALSE;
+    const bool is_known = g_stPtnPath.acLogPath[0] != '\0' || g_stPtnPath.acDataPath[0] != '\0';
+    return is_known ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t KORX_GetLogPath(char* buffer, uint32_t size) {
