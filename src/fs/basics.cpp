@@ -20,7 +20,7 @@
 #include "base/text.h"
 #include "base/unique.h"
 #include "base/write_all.h"
-#include "fs/entry.h"
+#include "fs/tree.h"
 #include "korx/str.h"
 #include "str/directories.h"
 
@@ -221,9 +221,5 @@ uint32_t KORX_IsDirEmpty(const char* path) {
     const UniqueDir directory(opendir(path));
     if (!directory)
         return Fail(ORXFS_ERR_DIR_OPEN, "Path:%s not Exist, errno:%d.", path, errno);
-    while (const struct dirent* entry = readdir(directory.get())) {
-        if (!IsDotName(entry->d_name))
-            return KORX_FALSE;
-    }
-    return KORX_TRUE;
+    return Entries(directory.get()).next() == nullptr ? KORX_TRUE : KORX_FALSE;
 }

@@ -2,7 +2,6 @@
 #include "korx/fs.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>

@@ -7,12 +7,16 @@
 
 #include "base/bounded.h"
 #include "base/directory.h"
-#include "fs/entry.h"
 
 namespace korx {
 namespace {
 
 constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
+
+// The entries that every directory has.
+bool IsDotName(const char* name) {
+    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
+}
 
 }  // namespace
 

@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <utility>
 
