@@ -64,19 +64,17 @@ uint32_t OpenLockFile(const char* file, DirectoryText* name, UniqueFd* fd) {
 
 // Runs a change, given the lock file's name, while no other thread or process changes the profile.
 //
-// Locks are taken in this order and given back in the opposite one, each before its descriptor is
-// closed, so each is declared behind the descriptor's owner:
-//   change_mutex, one for all profiles. Record locks belong to the process: without it a second
-//   thread
-//     would be let into F.lock as well, and its close would end the first one's lock.
-//   F.lock, against other processes. A file of its own, because the lock on F would stay with the
-//   old
-//     version when a new one is renamed over it, and the next process would lock the new one.
-//   g_unKorxIniWriteLock, which is published: whoever holds it keeps this process's changes away.
-//   So
-//     it may not be held while F.lock is waited for, or such a caller would wait for other
-//     processes.
-//   F+, then F, by the saver: against programs that know nothing of F.lock.
+// Five locks, in this order, and given back in the opposite one. A record lock is given back before
+// its descriptor is closed, so it is declared behind the descriptor's owner.
+//
+// 1. change_mutex, one for all profiles. Record locks belong to the process: without it a second
+//    thread would be let into F.lock as well, and its close would end the first one's lock.
+// 2. F.lock, against other processes. It is a file of its own, because F is replaced: a lock on F
+//    would stay with the old version, and the next process would lock the new one.
+// 3. g_unKorxIniWriteLock, which is published: a caller who holds it keeps this process's changes
+//    away. Behind F.lock, so that he does not wait for the changes of other processes, too.
+// 4. F+ and 5. F, both by the saver, against programs that lock what they work on and know nothing
+//    of F.lock.
 template <typename Change>
 uint32_t UnderLockFile(const char* file, Change change) {
     const MutexGuard threads(change_mutex);

@@ -92,10 +92,9 @@ bool ReachesDisk(FILE* out) {
     return ferror(out) == 0 && fflush(out) == 0 && fsync(fileno(out)) == 0;
 }
 
-// Writes the new version next to the profile. F+ and then F are locked: F+ until it is whole, so
-// that nobody takes it for a version, and F, still the old one, until the rename has come and gone.
-// Whoever holds a lock on the profile itself while he works on it is waited for; where F cannot be
-// locked, the new version is worth more than his convenience.
+// Writes the new version next to the profile, under the last two locks of a change: F+ until it is
+// whole, and F, still the old version, until the new one stands in its place. A file system that
+// grants no lock on F does not stop the change.
 bool WriteTemporary(const char* temporary, const char* file, FILE* old, RecordLock* old_lock,
                     const KORX_IniSection* profile) {
     UniqueFd fd = CreateTemporary(temporary);
