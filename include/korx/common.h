@@ -29,4 +29,17 @@
 #define KORX_ERR_BUFFER_TOO_SHORT 0x71000007u /* the caller's buffer is too short */
 #define KORX_ERR_ALL_BITS 0xFFFFFFFFu /* failure of vectors, TLV readers, commands, records */
 
+/* The answers of functions that are questions: those described as "1 when ..., else 0". */
+#define KORX_FALSE 0u
+#define KORX_TRUE 1u
+
+/* The levels of all logs. Each takes a higher one for its highest. */
+enum {
+    KORX_LEVEL_DEBUG = 0,
+    KORX_LEVEL_INFO = 1,
+    KORX_LEVEL_WARNING = 2,
+    KORX_LEVEL_ERR = 3,  /* the diagnostic log's highest; "ERROR" in the product logs */
+    KORX_LEVEL_FATAL = 4 /* of the product logs */
+};
+
 #endif

@@ -135,6 +135,8 @@ KORX_API uint32_t ORX_VEC_Bzero(void* memory, uint32_t size);
  * after another without gaps or alignment. A value has at most 32763 bytes, a buffer at most 32767;
  * a negative count means no space. No call logs. */
 
+#define ORX_TLV_ERR_TEXT 1u /* no such text, or no room for it */
+
 /* Writes a record at position. *remaining holds the bytes free from there on and shrinks by
  * length + 4; type is taken modulo 2^16; value may be null when length is 0. Returns where the next
  * record goes, or null: a null position or count, or too long a value, and nothing is written; or a
@@ -153,7 +155,7 @@ KORX_API uint32_t ORX_GetVFromTLV(const void* buffer, int16_t buffer_length, uin
                                   uint16_t* length, const void** value);
 
 /* Copies the value of the first record of the type into text, of size bytes, and terminates it.
- * Result: 0, or 1 with text untouched: as above, or length + 1 is more than size. */
+ * Result: 0, or ORX_TLV_ERR_TEXT with text untouched: as above, or length + 1 is more than size. */
 KORX_API uint32_t ORX_GetStrByTlvType(uint16_t type, const void* buffer, int16_t buffer_length,
                                       char* text, uint32_t size);
 

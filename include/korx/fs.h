@@ -12,7 +12,8 @@
 
 KORX_BEGIN_DECLS
 
-/* The results of the checking calls, which also return the codes of common.h. */
+/* The results of the checking calls, below without their ORXFS_ERR_. They also return the codes of
+ * common.h. */
 #define ORXFS_OK 0u
 #define ORXFS_ERR_NAME_TOO_LONG 1u      /* a file name has at most 382 characters */
 #define ORXFS_ERR_NAME_EMPTY 2u         /* and at least one */
@@ -32,6 +33,8 @@ KORX_BEGIN_DECLS
 #define ORXFS_ERR_READLINK 30u          /* a symbolic link could not be read */
 #define ORXFS_ERR_LINK_DIFF 31u         /* a link has other contents than expected */
 #define ORXFS_ERR_NULL_PARA 32u         /* a required argument is null */
+
+#define KORX_LINK_ERR_NULL_PARA 1u /* the same, from the calls of links and relative paths */
 
 /* --- Files and directories --- */
 
@@ -84,18 +87,20 @@ KORX_API uint32_t KORX_GetGidByName(const char* name, uint32_t* gid);
  * below 1 unchanged; else that of the failing write, -1 or 0. Not logged. */
 KORX_API int32_t KORX_Write(int fd, const void* data, int32_t length);
 
-/* Removes a file or an empty directory. Result: 0, logged at INFO; 29, logged at WARNING; 32 for
- * null. */
+/* Removes a file or an empty directory. Result: 0, logged at INFO; REMOVE, logged at
+ * WARNING; NULL_PARA. */
 KORX_API uint32_t KORX_DelFile(const char* path, uint32_t length);
 
-/* Whether a name may be a file's: 0, 1, 2, 3, or 32 for null. Nothing is looked up. */
+/* Whether a name may be a file's: 0, NAME_TOO_LONG, NAME_EMPTY, NAME_END_SLASH or NULL_PARA.
+ * Nothing is looked up. */
 KORX_API uint32_t KORX_CheckFileName(const char* name, uint32_t length);
 
-/* Whether it may be a directory's, which may end in '/': 0, 13, 14, or 32 for null. */
+/* Whether it may be a directory's, which may end in '/': 0, DIR_NAME_TOO_LONG, DIR_NAME_EMPTY or
+ * NULL_PARA. */
 KORX_API uint32_t KORX_CheckDirName(const char* name);
 
-/* 1 for an empty directory, and for null or nothing at all; 0 for one with entries; 15 for what
- * cannot be opened as a directory. */
+/* 1 for an empty directory, and for null or nothing at all; 0 for one with entries; DIR_OPEN for
+ * what cannot be opened as a directory. */
 KORX_API uint32_t KORX_IsDirEmpty(const char* path);
 
 /* --- Protection --- */
@@ -129,12 +134,13 @@ KORX_API uint32_t KORX_ProtectFile(const char* path);
  * 0x0FFFFFFF, as above. */
 KORX_API uint32_t KORX_UndoProtectFile(const char* path);
 
-/* The same after checks, and not for symbolic links. Result: that of the call behind it, or 4 for a
- * missing file and 22 for a link; 3 for a name that is neither a file's nor a directory's. */
+/* The same after checks, and not for symbolic links. Result: that of the call behind it;
+ * NOT_EXIST; PROTECT_SYMLINK; NAME_END_SLASH for a name that is neither a file's nor a
+ * directory's. */
 KORX_API uint32_t ORXFS_ProtectFile(const char* name, uint32_t length);
 
-/* Result: as above, but 24 for a link and the code of KORX_CheckFileName for a bad name: one that
- * ends in '/' is refused here. The checks of existence and type are not logged. */
+/* Result: as above, but UNPROTECT_SYMLINK for a link and the code of KORX_CheckFileName for a bad
+ * name: one that ends in '/' is refused here. The checks of existence and type are not logged. */
 KORX_API uint32_t ORXFS_UndoProtectFile(const char* name, uint32_t length);
 
 /* --- Path resolution and canonical open --- */
@@ -208,34 +214,34 @@ KORX_API uint32_t KORX_CreateFile(const char* file);
 typedef uint32_t (*ORX_WalkCallback)(const char* root, const char* relative_path, uint32_t* flag,
                                      void* context);
 
-/* Whether path is a symbolic link with exactly the expected contents: 0, 4 for nothing or a
- * dangling link, 11, 30 or 31. */
+/* Whether path is a symbolic link with exactly the expected contents: 0; NOT_EXIST, also for a
+ * dangling link; NOT_LINK; READLINK; LINK_DIFF. */
 KORX_API int32_t KORX_IsFileLinkRight(const char* expected, const char* path, uint32_t length);
 
 /* Makes path a symbolic link with the contents target, in place of whatever file or empty directory
- * stands there. Result: 0; 4 when the target, seen from the working directory, does not exist; 12
- * when both are the same or removing path would remove the target; 27 when the link cannot be made,
- * what stood there being gone. */
+ * stands there. Result: 0; NOT_EXIST when the target, seen from the working directory, does not
+ * exist; SAME_FILE when both are the same or removing path would remove the target; SYMLINK when
+ * the link cannot be made, what stood there being gone. */
 KORX_API uint32_t KORX_LinkFile(const char* target, uint32_t target_length, const char* path,
                                 uint32_t path_length);
 
-/* The checks of KORX_LinkFilesSafe: 0; 1 for null; 0x71000002 for a directory of more than 255 or a
- * name of more than 127 characters. Not logged. */
+/* The checks of KORX_LinkFilesSafe: 0; KORX_LINK_ERR_NULL_PARA; 0x71000002 for a directory of more
+ * than 255 or a name of more than 127 characters. Not logged. */
 KORX_API uint32_t KORX_LinkFilesSafeParaCheck(const char* source_directory, const char* file_name,
                                               const char* link_directory, const char* link_name);
 
 /* Links link_name in one directory to file_name in another, which need not exist. The contents are
  * the absolute name, or a relative one where both begin with "/opt". A link with other contents
  * than the absolute name is made anew and a dangling one replaced; anything else at the link's name
- * stays, with result 0. Result: 0, a code of the checks, 27 when there is no relative path that
- * fits, with the old link untouched, or 0x0FFFFFFF. */
+ * stays, with result 0. Result: 0, a code of the checks, SYMLINK when there is no relative path
+ * that fits, with the old link untouched, or 0x0FFFFFFF. */
 KORX_API uint32_t KORX_LinkFilesSafe(const char* source_directory, const char* file_name,
                                      const char* link_directory, const char* link_name);
 
 /* Appends to out, of size bytes and cleared by the caller, the path of source as seen from the
  * directory of destination; both are absolute, and nothing is looked up. With k steps up the text
- * must stay below size - 3k characters. Result: 0; 1 for null; 0x0FFFFFFF, out being empty where it
- * did not fit. */
+ * must stay below size - 3k characters. Result: 0; KORX_LINK_ERR_NULL_PARA; 0x0FFFFFFF, out being
+ * empty where it did not fit. */
 KORX_API uint32_t ORX_GetRelPath(const char* source, const char* destination, char* out,
                                  uint32_t size);
 
@@ -269,7 +275,13 @@ KORX_API uint32_t KORX_WalkDirRecurInner(const char* root, const char* relative_
  * no recursion; memory is needed for the paths of the pending directories only. Result: 0 or
  * 0x0FFFFFFF, logged; the first failure ends the removal and nothing is restored. */
 
-/* mode 1 removes everything, mode 0 keeps the directories; any other fails without a line. */
+/* What ORX_RmParentDir removes. */
+enum {
+    ORX_RM_KEEP_DIRECTORIES = 0, /* as ORX_RmParentDirReserveDir */
+    ORX_RM_ALL = 1               /* as ORX_RmParentDirNotReserveDir */
+};
+
+/* Removes what mode says; any other mode fails without a line. */
 KORX_API uint32_t ORX_RmParentDir(const char* path, int32_t mode);
 
 /* Removes the directory and everything in it. A directory that cannot be opened, one that does not
@@ -290,20 +302,23 @@ KORX_API uint32_t ORX_RmParentDirReserveDir(const char* path);
 KORX_API uint32_t KORX_CopyFile(const char* source, uint32_t source_length, const char* destination,
                                 uint32_t destination_length);
 
-/* The checks of KORXFS_CopyFile. Result: 32 for a null name, the code of KORX_CheckFileName, 12 for
- * equal names, 4 for a missing source, else 0. */
+/* The checks of KORXFS_CopyFile. Result: NULL_PARA, the code of KORX_CheckFileName, SAME_FILE for
+ * equal names, NOT_EXIST for a missing source, else 0. */
 KORX_API uint32_t KORXFS_CheckCopyFilePara(const char* source, uint32_t source_length,
                                            const char* destination, uint32_t destination_length);
+
+/* What KORXFS_CopyFile does when the destination exists; any higher value overwrites, too. */
+enum { ORXFS_KEEP_EXISTING = 0, ORXFS_OVERWRITE = 1 };
 
 /* The safe copy: writes destination + ".orxtmp" and renames it over the destination, so that no
  * reader sees a half-written file; names too long for the suffix are written directly. A missing
  * directory is made with mode 0750. An existing destination is deleted first: a copy that fails
  * after that leaves none. A rename that fails is logged and still gives 0.
  *
- * Result: 0; a code of the checks; 12 also where deleting the destination, or its temporary name,
- * would delete the source; 5 for an existing destination with overwrite 0; 6 for a protected one;
- * 0x0FFFFFFF for a failed copy, a directory of 256 or a name of 128 characters or more. Copies to
- * one destination at the same time share the temporary name: serialise them. */
+ * Result: 0; a code of the checks; SAME_FILE also where deleting the destination, or its temporary
+ * name, would delete the source; ALREADY_EXIST; PROTECTED; 0x0FFFFFFF for a failed copy, a
+ * directory of 256 or a name of 128 characters or more. Copies to one destination at the same time
+ * share the temporary name: serialise them. */
 KORX_API uint32_t KORXFS_CopyFile(const char* source, uint32_t source_length,
                                   const char* destination, uint32_t overwrite,
                                   uint32_t destination_length);

@@ -23,6 +23,26 @@
 
 KORX_BEGIN_DECLS
 
+/* The results of lookups and changes, which also return the codes of common.h. */
+#define KORX_INI_ERR_NULL_PARA 1u  /* a required argument is null */
+#define KORX_INI_ERR_TOO_LONG 2u   /* an argument is too long */
+#define KORX_INI_ERR_LOAD 3u       /* the profile is empty or cannot be loaded */
+#define KORX_INI_ERR_QUOTE 4u      /* lookups: no closing quote, or no room for a quoted value */
+#define KORX_INI_ERR_NOT_FOUND 4u  /* changes: there is no such section or key */
+#define KORX_INI_ERR_NO_MEMORY 12u /* memory for the profile, or for its new entry, is short */
+
+/* What KORX_IniReadProfile answers besides KORX_ERR_FAILED. */
+#define KORX_INI_NOT_LOADED 0u /* the profile is empty or cannot be loaded */
+#define KORX_INI_READ 1u       /* the value, or the two quotes that stand for a missing key */
+
+/* The class of a line, by KORX_IniAnalysisTextLine. */
+enum {
+    KORX_INI_LINE_SECTION = 0,
+    KORX_INI_LINE_KEY = 1,
+    KORX_INI_LINE_BLANK = 2,  /* empty, or a ";" comment */
+    KORX_INI_LINE_COMMENT = 3 /* a "#" comment */
+};
+
 /* One key of a section. Every node is an allocation of its own. */
 typedef struct KORX_IniKey {
     char acKey[65];    /* at most 64 characters */
@@ -51,8 +71,7 @@ KORX_API KORX_IniSection* KORX_IniLoadProfile(FILE* stream);
 /* Frees a profile with all its sections and keys; null is ignored. */
 KORX_API void KORX_FreeProfile(KORX_IniSection* profile);
 
-/* The class of a line without its line end: 0 section, 1 key, 2 empty or ";" comment, 3 "#"
- * comment. */
+/* The class of a line without its line end, KORX_INI_LINE_... */
 KORX_API uint32_t KORX_IniAnalysisTextLine(const char* line);
 
 /* Copies a line from its first character that is no blank or tab, cut to size - 1 characters. A
@@ -66,18 +85,16 @@ KORX_API uint32_t KORX_IniGetKeyInfo(const char* line, char* key, uint32_t key_s
                                      uint32_t value_size);
 
 /* Reads a value as it stands in the file, cut to size - 1 characters; two double quotes where there
- * is no such key. Result: 1; 0 when the profile is empty or cannot be loaded; 0x0FFFFFFF when the
- * file is missing (logged at INFO) or cannot be opened, and for a size below 2: value is then left
- * alone. */
+ * is no such key. Result: KORX_INI_READ; KORX_INI_NOT_LOADED; 0x0FFFFFFF when the file is missing
+ * (logged at INFO) or cannot be opened, and for a size below 2: value is then left alone. */
 KORX_API uint32_t KORX_IniReadProfile(const char* file, const char* section, const char* key,
                                       char* value, uint32_t size);
 
 /* Reads a value, cut to 255 characters, without the double quotes around it. A missing key, and a
  * file that is missing or cannot be opened, have the value "". section and key have at most 63
- * characters, file at most 255. Result: 0; 1 for a null argument; 2 for one that is too long; 3 for
- * a profile that is empty or cannot be loaded; 4 for a quoted value that has no closing quote
- * (value then holds it, cut to fit) or is too long for value (then ""); 0x0FFFFFFF for any other
- * value that is too long.
+ * characters, file at most 255. Result: 0; KORX_INI_ERR_NULL_PARA, _TOO_LONG or _LOAD;
+ * KORX_INI_ERR_QUOTE for a quoted value that has no closing quote (value then holds it, cut to fit)
+ * or is too long for value (then ""); 0x0FFFFFFF for any other value that is too long.
  *
  * A weak symbol: a process may define its own, which this library then calls as well. */
 KORX_API uint32_t KORX_IniGetValue(const char* file, const char* section, const char* key,
@@ -105,22 +122,22 @@ KORX_API uint32_t KORX_IniSaveFile(const char* file, const KORX_IniSection* prof
 /* Changes an existing key and saves the profile. Arguments must not be null; lengths are those of
  * KORX_CheckIniValuePara; a line end in section, key or value is refused. Waits until all other
  * changes of the file are done, those of other processes included, by "F.lock", which it creates
- * and leaves. Result: 0 or that of KORX_IniSaveFile; 3 for a profile that is empty or cannot be
- * loaded; 4 for a missing section or key, nothing is written then; 0x0FFFFFFF. */
+ * and leaves. Result: 0 or that of KORX_IniSaveFile; KORX_INI_ERR_LOAD; KORX_INI_ERR_NOT_FOUND,
+ * nothing is written then; 0x0FFFFFFF. */
 KORX_API uint32_t KORX_IniSetValue(const char* file, const char* section, const char* key,
                                    const char* value);
 
 /* Changes a key, or adds it at the top of its section, and a missing section at the top of the
  * file, which must exist; then as KORX_IniSetValue. A value of more than 256 characters, and a new
  * section or key of more than 64, is stored empty. Section names must carry their brackets and
- * values must not hold "=", or they are not read back. Result: 0 or that of KORX_IniSaveFile; 1 for
- * a null argument; 12 when memory is short; 0x0FFFFFFF. A file that cannot be loaded stays as it
- * is. */
+ * values must not hold "=", or they are not read back. Result: 0 or that of KORX_IniSaveFile;
+ * KORX_INI_ERR_NULL_PARA; KORX_INI_ERR_NO_MEMORY; 0x0FFFFFFF. A file that cannot be loaded stays as
+ * it is. */
 KORX_API uint32_t KORX_IniSetOrAddValue(const char* file, const char* section, const char* key,
                                         const char* value);
 
 /* 0 for a file name of at most 255 characters, a section and a key of at most 63 and a value of at
- * most 255, else 2. None may be null. */
+ * most 255, else KORX_INI_ERR_TOO_LONG. None may be null. */
 KORX_API uint32_t KORX_CheckIniValuePara(const char* file, const char* section, const char* key,
                                          const char* value);
 

@@ -23,11 +23,16 @@ enum {
     ORX_LOG_MODE_FILE = 3         /* the full line to the log file only */
 };
 
+#define ORX_LOG_MODULE_AGENT 80100u /* the agent's module id; its log file is one of its own */
+
+/* What ORX_UpdatelogLen does; any other value reads, too. */
+enum { ORX_LOG_LENGTH_READ = 0, ORX_LOG_LENGTH_WRITE = 1 };
+
 /* The log record, 464 bytes without gaps. Read freely; replace it with KORX_LogInit. */
 typedef struct ORX_LogInfo {
     uint32_t uiLogLevel;     /* for the processes' own use; the library never filters by it */
     uint32_t uiLogMode;      /* ORX_LOG_MODE_... */
-    uint32_t uiModuleId;     /* printed in every line; 80100 is the agent */
+    uint32_t uiModuleId;     /* printed in every line; ORX_LOG_MODULE_AGENT is the agent */
     uint32_t uiMaxLogLen;    /* limit of the log file's text in bytes */
     char acProcName[64];     /* for the processes' own use */
     char acLogDir[256];      /* directory of the log file */
@@ -41,7 +46,7 @@ KORX_API extern char* g_pcORXCrcEnv;
 /* For callers; the library neither reads nor writes it. */
 KORX_API extern void* g_pstOrxLogCfgHead;
 
-/* Writes one line. level: 0 DEBUG, 1 INFO, 2 WARNING, 3 and above ERR; nothing is filtered. The
+/* Writes one line. level: KORX_LEVEL_..., any above ERR is ERR; nothing is filtered. The
  * message has at most 1021 characters, the line with its prefix 1022; a longer one is dropped and
  * reported to the system log. Keeps errno. Safe from any thread and between processes. */
 KORX_API void ORX_Log2File(uint32_t level, const char* format, ...) KORX_PRINTF(2, 3);
@@ -56,7 +61,7 @@ KORX_API void ORX_GetLogTimeStr(char* buffer, uint32_t size);
 /* The syslog priority of a level: 6, 6, 4, 3 for 0 to 3, else 6. */
 KORX_API uint32_t ORX_LogLevelSwitch2SysLogLevel(uint32_t level);
 
-/* Writes (operation 1) or reads (any other) the 4-byte count at the start of a log file through
+/* Writes or reads, by ORX_LOG_LENGTH_..., the 4-byte count at the start of a log file through
  * length. A failed seek is silent, a short transfer is reported to the system log. The caller holds
  * the file's flock. */
 KORX_API void ORX_UpdatelogLen(int fd, uint32_t operation, uint32_t* length);
@@ -78,7 +83,7 @@ KORX_API uint32_t ORX_IsCrcClosed(void);
  * already log: call it at process start. */
 KORX_API void KORX_LogInit(const ORX_LogInfo* record);
 
-/* Sets the log up for a process: ORX_LOG_MODE_DIAG, "orx_agent.log" for module 80100 and
+/* Sets the log up for a process: ORX_LOG_MODE_DIAG, "orx_agent.log" for the agent and
  * "orx_app.log" for any other, in the configured log directory, limit 524288. The name has at most
  * 63 characters. Result: 0, or the failing step's code; a failure leaves the record as it was. Call
  * it at process start, before other threads log. */

@@ -2,11 +2,11 @@
  * directory, and the binding to the platform's agent library.
  *
  * A record is one line that begins with the local time "[yyyy-mm-dd hh:mm:ss.uuuuuu]" and has at
- * most 599 characters; a longer one is refused, never cut. Levels are 0 DEBUG, 1 INFO, 2 WARNING,
- * 3 ERROR and above FATAL. Every read-modify-write of a file happens under a POSIX record lock on
- * the whole file, and inside a process under a mutex taken before it, so any thread of any process
- * may log. A process must not open and close these files on its own: closing any descriptor of a
- * file drops the process's lock on it.
+ * most 599 characters; a longer one is refused, never cut. Levels are KORX_LEVEL_... Every
+ * read-modify-write of a file happens under a POSIX record lock on the whole file, and inside a
+ * process under a mutex taken before it, so any thread of any process may log. A process must not
+ * open and close these files on its own: closing any descriptor of a file drops the process's lock
+ * on it.
  *
  * Functions of this header report their failures to the system log through DBG_SysLog. Where a
  * result is "0xFFFFFFFF", it is KORX_ERR_ALL_BITS.
@@ -23,6 +23,40 @@
 #include "korx/common.h"
 
 KORX_BEGIN_DECLS
+
+/* The results besides those of common.h. */
+#define ORX_PLOG_ERR_NULL_PARA 1u  /* a required argument is null */
+#define ORX_PLOG_ERR_HOOK 2u       /* a hook is set: nothing was written */
+#define ORX_PLOG_ERR_OPEN 6u       /* the file could not be opened */
+#define ORX_PLOG_ERR_LOCK 7u       /* the file could not be locked */
+#define ORX_PLOG_ERR_SEEK 8u       /* start log: a seek failed, or there is nothing to seek in */
+#define ORX_PLOG_ERR_CUT 9u        /* start log: the log file could not be cut */
+#define ORX_PLOG_ERR_HEADER 11u    /* start log: the header could not be written whole */
+#define ORX_PLOG_ERR_DISCARDED 99u /* the record was discarded to keep unread ones */
+
+/* The component's processes, and the indexes of their logs in g_stPLogInfo and g_iPLogFileFd. */
+enum {
+    ORX_PLOG_COMP_QTMON = 0,
+    ORX_PLOG_COMP_ZELK_AGENT = 1,
+    ORX_PLOG_COMP_ZELK_QR9T = 2,
+    ORX_PLOG_COMP_ZELK = 3,
+    ORX_PLOG_COMP_DXN = 4,
+    ORX_PLOG_COMP_COUNT = 5,
+    ORX_PLOG_COMP_UNKNOWN = ORX_PLOG_COMP_COUNT /* any other name */
+};
+
+/* The sections of the start log, each for the lines of one module. */
+enum {
+    STLOG_SECTION_FRAME = 0,
+    STLOG_SECTION_PATCH = 1,
+    STLOG_SECTION_CFL = 2,
+    STLOG_SECTION_DBG = 3,
+    STLOG_SECTION_COUNT = 4
+};
+
+/* The commands and types of DBG_LockReg: fcntl's F_SETLK and F_SETLKW, F_WRLCK and F_UNLCK. */
+enum { DBG_LOCK_SET = 6, DBG_LOCK_SET_WAIT = 7 };
+enum { DBG_LOCK_WRITE = 1, DBG_LOCK_RELEASE = 2 };
 
 /* --- Shared state ---
  *
@@ -63,7 +97,7 @@ typedef struct STLOG_HDR_S {
     uint32_t uiFlag;
     uint32_t uiMagic;
     uint32_t uiVersion;
-    STLOG_SEC_S astSec[4]; /* FRAME, PATCH, CFL, DBG */
+    STLOG_SEC_S astSec[4]; /* by STLOG_SECTION_... */
 } STLOG_HDR_S;
 
 typedef void (*ORX_LOG_Hook)(void);
@@ -85,7 +119,7 @@ KORX_API extern int g_iSTLogFileHeadFd;
 KORX_API extern pthread_mutex_t g_unDLogMutex;
 KORX_API extern pthread_mutex_t g_unSLogMutex;
 KORX_API extern pthread_mutex_t g_unLLogMutex;
-KORX_API extern ORX_LOG_Hook g_pfOrxDiagLogHook; /* never called; set: KORX_DLog only returns 2 */
+KORX_API extern ORX_LOG_Hook g_pfOrxDiagLogHook; /* never called; set: KORX_DLog writes nothing */
 KORX_API extern ORX_LOG_Hook
     g_pfOrxSafeLogHook;                     /* never called; set: no security event is written */
 KORX_API extern uint32_t g_uiOrxLocationId; /* the "L:" field of every record */
@@ -115,8 +149,8 @@ KORX_API LOG_INFO_S* DLOG_GetLogInfo(void);
 KORX_API LOG_INFO_S* SLOG_GetLogInfo(void);
 KORX_API LOG_INFO_S* LLOG_GetLogInfo(void);
 
-/* The component number of a process: "QTMON" 0, "zelk_agent" 1, "ZELK_QR9T" 2, "zelk" 3, "DXN" 4,
- * any other name 5. */
+/* The number of a process, ORX_PLOG_COMP_...: "QTMON", "zelk_agent", "ZELK_QR9T", "zelk" and "DXN"
+ * have one, any other name is ORX_PLOG_COMP_UNKNOWN. */
 KORX_API uint32_t ORX_PLOG_GetCompType(const char* process_name);
 /* The name of the first process whose log is configured. Result: 0, or nonzero, with buffer empty
  * or untouched, when none is configured or the name does not fit. */
@@ -129,9 +163,10 @@ KORX_API uint32_t ORX_PLOG_GetProcName(char* buffer, uint32_t size);
  * LOG_ERR. Flushes standard output. Keeps errno. */
 KORX_API void DBG_SysLog(int priority, const char* format, ...) KORX_PRINTF(2, 3);
 
-/* One record-lock request: command 6 sets, 7 sets and waits; type 1 locks for writing, 2 unlocks.
- * Waiting goes on after a signal and after EDEADLK, which the kernel also gives where several
- * threads of several processes use several files without any deadlock. Result: 0 or 7. */
+/* One record-lock request, DBG_LOCK_SET or DBG_LOCK_SET_WAIT with DBG_LOCK_WRITE or
+ * DBG_LOCK_RELEASE. Waiting goes on after a signal and after EDEADLK, which the kernel also gives
+ * where several threads of several processes use several files without any deadlock. Result: 0 or
+ * ORX_PLOG_ERR_LOCK. */
 KORX_API uint32_t DBG_LockReg(int fd, int command, short type, off_t start, short whence,
                               off_t length);
 
@@ -139,12 +174,12 @@ KORX_API uint32_t DBG_LockReg(int fd, int command, short type, off_t start, shor
 KORX_API int LOG_SetCloexecFlag(int fd);
 
 /* Opens the file that path resolves to, mode 0640, close-on-exec and never on descriptors 0 to 2.
- * Result: 0; 6 when open failed (*fd is -1); 0xFFFFFFFF. */
+ * Result: 0; ORX_PLOG_ERR_OPEN (*fd is -1); 0xFFFFFFFF. */
 KORX_API uint32_t LOG_OpenFile(const char* path, int flags, int* fd);
 
 /* Makes *fd an open descriptor of the file at path: one that is not open, or whose file is no
  * longer what path names, is closed and opened anew at the file's end, with the directories it
- * needs. Result: 0; 1 for a null argument; 0xFFFFFFFF. */
+ * needs. Result: 0; ORX_PLOG_ERR_NULL_PARA; 0xFFFFFFFF. */
 KORX_API uint32_t LOG_CheckAndCreateFile(const char* path, int* fd);
 
 /* One write. Result: its result; -1 for a negative descriptor or null data. */
@@ -183,7 +218,7 @@ KORX_API uint32_t PLOG_CheckAndTruncate(int fd, uint32_t length, uint32_t limit)
 
 /* --- Diagnostic record log: the ring "KORX_DIAG_LOG" --- */
 
-/* Writes a record, or hands the message to the bound agent. Result: 0; 2 when a hook is set;
+/* Writes a record, or hands the message to the bound agent. Result: 0; ORX_PLOG_ERR_HOOK;
  * 0xFFFFFFFF. */
 KORX_API uint32_t KORX_DLog(uint32_t app_cid, uint32_t index, uint32_t level, uint32_t m_value,
                             uint32_t value, const char* format, ...) KORX_PRINTF(6, 7);
@@ -193,7 +228,7 @@ KORX_API uint32_t DLOG_LogFile(const char* format, ...) KORX_PRINTF(1, 2);
 /* Writes a record into the ring, under the file lock. Result: 0 or 0xFFFFFFFF. */
 KORX_API uint32_t DLOG_Buff2File(int fd, const void* record, uint32_t length, uint32_t limit);
 /* Makes *fd an open descriptor of a ring log, with a zero head if the file is new. The directory
- * must exist. Result: 0; 1 for a null argument; 0xFFFFFFFF. */
+ * must exist. Result: 0; ORX_PLOG_ERR_NULL_PARA; 0xFFFFFFFF. */
 KORX_API uint32_t DLOG_CheckAndCreateFile(const char* path, int* fd);
 /* Result: the bytes written or read, or -1 when the seek failed. The caller holds the file lock. */
 KORX_API int DLOG_WriteHead(int fd, const LOG_HEAD_S* head);
@@ -201,14 +236,15 @@ KORX_API int DLOG_ReadHead(int fd, LOG_HEAD_S* head);
 
 /* --- Security event log: the ring "korx_safe.log", which never overwrites unread records --- */
 
-/* Writes an event, or hands the message to the bound agent. Result: 0; 99 when the record was
- * discarded to keep unread ones (a warning then stands in the diagnostic record log); the agent's
- * result; 0xFFFFFFFF, also when a hook is set. */
+/* Writes an event, or hands the message to the bound agent. Result: 0; ORX_PLOG_ERR_DISCARDED (a
+ * warning then stands in the diagnostic record log); the agent's result; 0xFFFFFFFF, also when a
+ * hook is set. */
 KORX_API uint32_t KORX_SecurityEventLog(uint32_t app_cid, uint32_t index, uint32_t level,
                                         uint32_t m_value, uint32_t value, const char* format, ...)
     KORX_PRINTF(6, 7);
 KORX_API uint32_t SLOG_LogFile(const char* format, ...) KORX_PRINTF(1, 2);
-/* Writes a record into the ring. The caller holds the file lock. Result: 0, 99 or 0xFFFFFFFF. */
+/* Writes a record into the ring. The caller holds the file lock. Result: 0,
+ * ORX_PLOG_ERR_DISCARDED or 0xFFFFFFFF. */
 KORX_API uint32_t SLOG_Buff2File(int fd, const void* record, uint32_t length, uint32_t limit);
 /* 1 when a record of this length would overwrite records that no reader has taken yet, else 0. With
  * uiLogLen equal to uiDumpLen it takes everything as read; see LOG_HEAD_S. */
@@ -217,8 +253,8 @@ KORX_API uint32_t LOG_IsReachUndump(LOG_HEAD_S head, uint32_t length, uint32_t l
 /* --- Life-cycle log: the ring "korx_life.log", which never overwrites unread records --- */
 
 /* Writes an event if "../conf/config/korx_sdk_init.conf" exists, else hands the message to the
- * agent if it is bound. Result: 0, also when the event goes nowhere; 99 as above; 7 when the file
- * lock failed; the agent's result; 0xFFFFFFFF. */
+ * agent if it is bound. Result: 0, also when the event goes nowhere; ORX_PLOG_ERR_DISCARDED as
+ * above; ORX_PLOG_ERR_LOCK; the agent's result; 0xFFFFFFFF. */
 KORX_API uint32_t KORX_LifeCycleLog(uint32_t app_cid, uint32_t index, uint32_t level,
                                     uint32_t m_value, uint32_t value, const char* format, ...)
     KORX_PRINTF(6, 7);
@@ -226,8 +262,8 @@ KORX_API uint32_t LLOG_LogFile(const char* format, ...) KORX_PRINTF(1, 2);
 
 /* --- Start log: "KORX_START_LOG", four rings side by side, cursors in ".korxloghdr" --- */
 
-/* Writes a line into a module's section (0 FRAME, 1 PATCH, 2 CFL, 3 DBG), or hands it to the bound
- * agent. Result: 0 or 0xFFFFFFFF. */
+/* Writes a line into a module's section, STLOG_SECTION_..., or hands it to the bound agent. Result:
+ * 0 or 0xFFFFFFFF. */
 KORX_API uint32_t KORX_STLog(uint32_t module, uint32_t level, uint32_t value, const char* format,
                              ...) KORX_PRINTF(4, 5);
 KORX_API uint32_t STLOG_LogFile(uint32_t section, const char* format, ...) KORX_PRINTF(2, 3);
@@ -236,10 +272,10 @@ KORX_API uint32_t STLOG_CheckFileHandle(void);
 /* Writes a record at its section's cursor, under both file locks. Result: 0 or 0xFFFFFFFF. */
 KORX_API uint32_t STLOG_LogBuff2File(uint32_t section, const void* record, uint32_t length);
 /* Reads the header, resets both files when it is not acceptable, and moves the log file to the
- * section's cursor. Result: 0; 8 when a seek failed (or a file is not open, or the section is not 0
- * to 3); 9 when the cut failed. The caller holds the locks. */
+ * section's cursor. Result: 0; ORX_PLOG_ERR_SEEK, also when a file is not open or there is no such
+ * section; ORX_PLOG_ERR_CUT. The caller holds the locks. */
 KORX_API uint32_t STLOG_LogHdrGet(uint32_t section, STLOG_HDR_S* header);
-/* Result: 0; 8 when the seek failed; 11 when fewer than 76 bytes were written. */
+/* Result: 0, ORX_PLOG_ERR_SEEK or ORX_PLOG_ERR_HEADER. */
 KORX_API uint32_t STLOG_LogHdrPut(const STLOG_HDR_S* header);
 /* Fills in the default layout. */
 KORX_API void STLOG_LoghdrInit(STLOG_HDR_S* header);
@@ -249,8 +285,8 @@ KORX_API uint32_t STLOG_LogValidCheck(const STLOG_HDR_S* read, STLOG_HDR_S* head
 KORX_API void STLOG_LogSeperatorInit(const STLOG_HDR_S* header);
 /* Writes at most 600 blanks at the log file's position. Result: that of the write. */
 KORX_API int STLOG_LogCleanupEnding(uint32_t count);
-/* Copies the module name of a section, "DEFAULT" beyond 3. Result: 0, or nonzero when it does not
- * fit. */
+/* Copies the module name of a section, "DEFAULT" beyond the last. Result: 0, or nonzero when it
+ * does not fit. */
 KORX_API uint32_t STLOG_GetMoudleBySecIndex(uint32_t section, char* buffer, uint32_t size);
 
 /* --- Agent reporting --- */

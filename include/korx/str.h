@@ -11,6 +11,8 @@
 
 KORX_BEGIN_DECLS
 
+#define ORX_IP_ADDRESS_FIELDS 4 /* what ORX_GetDigIpAddrByStr reads of a whole address */
+
 /* Appends "/" to a path that is not empty and does not end in '/' or '\\'. Where size has no room
  * for it, that is logged and the path is empty afterwards. Null is ignored. */
 KORX_API void ORX_EnSureExistPathSep(char* path, uint32_t size);
@@ -101,8 +103,9 @@ KORX_API uint32_t ORX_Sleep(uint32_t seconds);
  * always enough. Result: the characters written, or -1 with an empty text. */
 KORX_API int ORX_GetStrIpAddrByDig(uint32_t address, char* buffer, uint32_t size);
 
-/* Reads such a text. Result: the number of fields read; *address is written only when it is 4, so
- * test against 4. Fields are not tested against 255: higher ones spill into their neighbours. */
+/* Reads such a text. Result: the number of fields read; *address is written only when it is
+ * ORX_IP_ADDRESS_FIELDS, so test against that. Fields are not tested against 255: higher ones spill
+ * into their neighbours. */
 KORX_API int ORX_GetDigIpAddrByStr(const char* text, uint32_t* address);
 
 KORX_END_DECLS

@@ -2,11 +2,12 @@
 //
 // The command lines are split at blanks and filtered like any other: no shell sees a path, and a
 // path with a blank becomes two arguments.
+#include "korx/fs.h"
+
 #include "base/codes.h"
 #include "base/report.h"
 #include "base/text.h"
 #include "korx/cmd.h"
-#include "korx/fs.h"
 #include "korx/str.h"
 
 namespace korx {
@@ -30,9 +31,9 @@ using namespace korx;
 uint32_t ORX_CheckUnZipFilePara(const char* archive, const char* directory) {
     if (archive == nullptr || directory == nullptr)
         return Fail(kInvalidParam, "[unzip file] Input para is invalid.");
-    if (KORX_IsFileExist(archive) == 0)
+    if (KORX_IsFileExist(archive) == KORX_FALSE)
         return Fail(kInvalidParam, "[unzip file] The File doesn't exist, path:%s.", archive);
-    if (KORX_IsDirExist(directory) == 1)
+    if (KORX_IsDirExist(directory) == KORX_TRUE)
         return kOk;
     if (ORX_MkDir(directory, kDirectoryMode) != kOk)
         return Fail(kFailed, "[unzip file] Create dir[%s] unsuccessfully.", directory);
@@ -56,9 +57,9 @@ uint32_t ORX_UnZipFile(const char* archive, const char* directory) {
 }
 
 uint32_t ORX_PrepareZipFileAction(const char* directory, const char* archive, uint32_t length) {
-    if (KORX_IsFileExist(archive) == 1)
+    if (KORX_IsFileExist(archive) == KORX_TRUE)
         (void) KORX_DelFile(archive, length);
-    if (KORX_IsDirExist(directory) == 0)
+    if (KORX_IsDirExist(directory) == KORX_FALSE)
         return Fail(kInvalidParam, "[zip file] The dir doesn't exist, dir:%s.", Shown(directory));
     return kOk;
 }

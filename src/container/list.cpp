@@ -1,8 +1,8 @@
 // The circular list over its callers' nodes: the head's sentinel closes the ring, so no operation
 // has an end to treat apart.
-#include <stddef.h>
-
 #include "korx/container.h"
+
+#include <stddef.h>
 
 static_assert(sizeof(KORX_DllNode) == 24);
 static_assert(offsetof(KORX_DllNode, pstNext) == 0);

@@ -1,9 +1,10 @@
 // A last-in, first-out stack of pointers: a head node whose chain starts with the top.
+#include "korx/container.h"
+
 #include <stddef.h>
 #include <stdlib.h>
 
 #include "base/codes.h"
-#include "korx/container.h"
 
 static_assert(sizeof(ORX_StackNode) == 16);
 static_assert(offsetof(ORX_StackNode, pData) == 0);
@@ -29,7 +30,7 @@ ORX_StackNode* ORX_CreateStack() {
 }
 
 uint32_t ORX_IsStackEmpty(const ORX_StackNode* stack) {
-    return stack->pstNext == nullptr ? 1 : 0;
+    return stack->pstNext == nullptr ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t ORX_PushStack(ORX_StackNode* stack, void* element) {
@@ -51,7 +52,7 @@ uint32_t ORX_PopStack(ORX_StackNode* stack, void** element) {
 }
 
 uint32_t ORX_GetStackTopElement(const ORX_StackNode* stack, void** element) {
-    if (ORX_IsStackEmpty(stack) == 1)
+    if (ORX_IsStackEmpty(stack) == KORX_TRUE)
         return kFailed;
     *element = stack->pstNext->pData;
     return kOk;

@@ -1,17 +1,17 @@
 // Flat buffers of records: a 16-bit type, a 16-bit length and the value, in host byte order and
 // without gaps. Fields may lie at odd addresses, so they move as bytes.
+#include "korx/container.h"
+
 #include <string.h>
 
 #include "base/bounded.h"
 #include "base/codes.h"
-#include "korx/container.h"
 
 namespace korx {
 namespace {
 
 constexpr int kLengthOffset = 2;
 constexpr int kHeaderSize = 4;
-constexpr uint32_t kTextFailed = 1;
 
 uint16_t LoadField(const uint8_t* field) {
     uint16_t value;
@@ -90,12 +90,12 @@ uint32_t ORX_GetStrByTlvType(uint16_t type, const void* buffer, int16_t buffer_l
                              uint32_t size) {
     const uint8_t* const record = FindRecord(buffer, buffer_length, type);
     if (record == nullptr || text == nullptr)
-        return kTextFailed;
+        return ORX_TLV_ERR_TEXT;
     const uint16_t length = LoadField(record + kLengthOffset);
     if (length >= size)
-        return kTextFailed;
+        return ORX_TLV_ERR_TEXT;
     if (memcpy_s(text, size, record + kHeaderSize, length) != 0)
-        return kTextFailed;
+        return ORX_TLV_ERR_TEXT;
     text[length] = '\0';
     return kOk;
 }

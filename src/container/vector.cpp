@@ -1,4 +1,6 @@
 // A growable array of pointers with numbered slots; a null slot is an empty one.
+#include "korx/container.h"
+
 #include <stddef.h>
 #include <stdlib.h>
 
@@ -8,7 +10,6 @@
 #include "base/bounded.h"
 #include "base/codes.h"
 #include "base/unique.h"
-#include "korx/container.h"
 
 static_assert(sizeof(ORX_VEC_Vector) == 16);
 static_assert(offsetof(ORX_VEC_Vector, uiUsedSlots) == 0);

@@ -3,6 +3,8 @@
 // The safe copy writes to a temporary name beside the destination and renames. What it deletes on
 // the way, the old destination and a stale temporary file, must never be the source under another
 // name; that is settled before anything is deleted.
+#include "korx/fs.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
@@ -10,24 +12,23 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <string_view>
+
 #include "base/alloc.h"
 #include "base/bounded.h"
 #include "base/codes.h"
+#include "base/directory.h"
 #include "base/report.h"
 #include "base/text.h"
 #include "base/unique.h"
 #include "base/write_all.h"
 #include "fs/entry.h"
-#include "korx/fs.h"
 
 namespace korx {
 namespace {
 
 constexpr size_t kStepSize = 4096;
 constexpr size_t kLargeStepSize = 65536;  // for files that are larger than it
-constexpr size_t kSourceSize = 512;
-constexpr size_t kPathSize = 256;
-constexpr size_t kNameSize = 128;
 constexpr mode_t kPermissionBits = 07777;
 constexpr mode_t kDirectoryMode = 0750;
 
@@ -35,8 +36,6 @@ constexpr char kTemporarySuffix[] = ".orxtmp";
 
 constexpr unsigned kReadRetries = 30000;
 constexpr useconds_t kReadPauseUs = 10000;
-
-using Path = FixedText<kPathSize>;
 
 // Moves everything from one descriptor to the other through buffer. source and destination are the
 // names for the messages.
@@ -55,66 +54,73 @@ uint32_t MoveData(int from, int to, char* buffer, size_t size, const char* sourc
     }
 }
 
-// A copy under way: its source is open.
-struct Copy {
-    const char* source;
-    const char* destination;
-    int from;
-    struct stat st;  // of the source
-    char* buffer;    // of kStepSize
+// What is copied.
+struct Source {
+    const char* name;
+    UniqueFd fd;
+    struct stat st;
 };
 
-uint32_t CopyInto(const Copy& copy, const char* resolved, int flags) {
+uint32_t OpenSource(Source* source) {
+    BuildText resolved;
+    const uint32_t code =
+        ORX_GetAbsolutePathAndFileName(source->name, resolved.data(), resolved.capacity());
+    if (code != kOk)
+        return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", source->name, code);
+    source->fd.reset(open(resolved.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!source->fd)
+        return Warn(kFailed, "CopyFile:open file source path %s errno:%d!", source->name, errno);
+    if (fstat(source->fd.get(), &source->st) < 0)
+        return Fail(kFailed, "get file %s stat unsuccessfully, errno:%d.", resolved.c_str(), errno);
+    return kOk;
+}
+
+// Looked up, not opened: opening the source as the destination would already truncate it.
+bool IsSource(const char* resolved, const Source& source) {
+    struct stat st;
+    return stat(resolved, &st) == 0 && IsSameFile(st, source.st);
+}
+
+// Copies to the resolved name of the destination, through buffer, of kStepSize, or a larger one.
+uint32_t CopyInto(const Source& source, const char* destination, const char* resolved, int flags,
+                  char* buffer) {
     const UniqueFd to(open(resolved, O_RDWR | O_CREAT | O_TRUNC | O_NOCTTY | O_CLOEXEC | flags,
-                           copy.st.st_mode & kPermissionBits));
+                           source.st.st_mode & kPermissionBits));
     if (!to)
-        return Fail(kFailed, "CopyFile:open file destination path %s errno:%d!", copy.destination,
+        return Fail(kFailed, "CopyFile:open file destination path %s errno:%d!", destination,
                     errno);
 
-    const bool is_large = copy.st.st_size > off_t{kLargeStepSize};
+    // A large buffer is only faster: where there is no memory for it, small steps do.
+    const bool is_large = source.st.st_size > off_t{kLargeStepSize};
     const MallocPtr<char> large(is_large ? static_cast<char*>(malloc(kLargeStepSize)) : nullptr);
-    return large ? MoveData(copy.from, to.get(), large.get(), kLargeStepSize, copy.source,
-                            copy.destination)
-                 : MoveData(copy.from, to.get(), copy.buffer, kStepSize, copy.source,
-                            copy.destination);
+    return large ? MoveData(source.fd.get(), to.get(), large.get(), kLargeStepSize, source.name,
+                            destination)
+                 : MoveData(source.fd.get(), to.get(), buffer, kStepSize, source.name, destination);
 }
 
 // The raw copy; flags are added to the destination's open.
-uint32_t CopyFile(const char* source, const char* destination, int flags) {
+uint32_t CopyFile(const char* source_name, const char* destination, int flags) {
     const MallocPtr<char> buffer(static_cast<char*>(AllocateZeroed(kStepSize)));
     if (!buffer)
         return Fail(kFailed, "Malloc unsuccessfully.");
+    Source source = {source_name, UniqueFd(), {}};
+    const uint32_t opened = OpenSource(&source);
+    if (opened != kOk)
+        return opened;
 
-    FixedText<kSourceSize> resolved_source;
+    DirectoryText resolved;
     uint32_t code =
-        ORX_GetAbsolutePathAndFileName(source, resolved_source.data(), resolved_source.capacity());
-    if (code != kOk)
-        return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", source, code);
-    UniqueFd from(open(resolved_source.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!from)
-        return Warn(kFailed, "CopyFile:open file source path %s errno:%d!", source, errno);
-    Copy copy = {source, destination, from.get(), {}, buffer.get()};
-    if (fstat(from.get(), &copy.st) < 0)
-        return Fail(kFailed, "get file %s stat unsuccessfully, errno:%d.", resolved_source.c_str(),
-                    errno);
-
-    Path resolved;
-    code = ORX_GetAbsolutePathAndFileName(destination, resolved.data(), resolved.capacity());
-    if (code != kOk) {
+        ORX_GetAbsolutePathAndFileName(destination, resolved.data(), resolved.capacity());
+    // Settled before the copy can fail: a failed one deletes what stands at the destination's name.
+    if (code == kOk && IsSource(resolved.c_str(), source))
+        return Fail(kFailed, "CopyFile:source path %s and destination path %s are the same file!",
+                    source_name, destination);
+    if (code == kOk)
+        code = CopyInto(source, destination, resolved.c_str(), flags, buffer.get());
+    else
         code = Fail(kFailed,
                     "Get the abolute path and file name of file %s unsuccessfully when copy file.",
                     destination);
-    } else {
-        // Looked up, not opened: opening it would already truncate the source, and so would the
-        // deletion after a failed open destroy it.
-        struct stat st;
-        if (stat(resolved.c_str(), &st) == 0 && IsSameFile(st, copy.st))
-            return Fail(kFailed,
-                        "CopyFile:source path %s and destination path %s are the same file!",
-                        source, destination);
-        code = CopyInto(copy, resolved.c_str(), flags);
-    }
-    from.reset();
     if (code != kOk)
         (void) KORX_DelFile(resolved.c_str(), resolved.capacity());
     return code;
@@ -128,37 +134,37 @@ uint32_t FailAsSame(const char* source, const char* destination) {
 // Where the safe copy writes. Every length is settled here, before the old destination goes.
 struct Target {
     uint32_t set(const char* destination) {
-        const char* const slash = strrchr(destination, '/');
-        if (slash != nullptr) {
-            has_directory = true;
-            uint32_t code = copy_part(destination, static_cast<size_t>(slash - destination),
-                                      directory.data(), directory.capacity());
+        const char* const last = NameOf(destination);
+        has_directory = last != destination;
+        if (has_directory) {
+            const auto directory_length = static_cast<size_t>(last - 1 - destination);
+            uint32_t code = copy_part({destination, directory_length}, &directory);
             if (code == kOk)
-                code = copy_part(slash + 1, strlen(slash + 1), name.data(), name.capacity());
+                code = copy_part(last, &name);
             if (code != kOk)
                 return code;
         }
-        uses_temporary = strlen(destination) + sizeof kTemporarySuffix < kPathSize &&
-                         strlen(name.c_str()) + sizeof kTemporarySuffix < kNameSize;
-        if (uses_temporary && !temporary.format("%s%s", destination, kTemporarySuffix))
+        const bool fits = strlen(destination) + sizeof kTemporarySuffix < temporary.capacity() &&
+                          strlen(name.c_str()) + sizeof kTemporarySuffix < name.capacity();
+        if (fits && !temporary.format("%s%s", destination, kTemporarySuffix))
             return Fail(kFailed, "Print pcDstFileName unsuccessfully, pcDstFileName=%s/%s",
                         destination, kTemporarySuffix);
         return kOk;
     }
 
     bool has_directory = false;
-    Path directory;
-    FixedText<kNameSize> name;
-    bool uses_temporary = false;
-    Path temporary;
+    DirectoryText directory;
+    ComponentText name;
+    DirectoryText temporary;  // empty when its name would be too long
 
   private:
-    static uint32_t copy_part(const char* part, size_t length, char* buffer, size_t size) {
-        const int error = strncpy_s(buffer, size, part, length);
+    template <size_t N>
+    static uint32_t copy_part(std::string_view part, FixedText<N>* text) {
+        const int error = strncpy_s(text->data(), N, part.data(), part.size());
         if (error != 0)
             return Fail(kFailed,
                         "nRet=%d.Copy DstFileName unsuccessfully, DstFileName=%s, FileNameLen=%u.",
-                        error, part, static_cast<unsigned>(length));
+                        error, part.data(), static_cast<unsigned>(part.size()));
         return kOk;
     }
 };
@@ -208,7 +214,7 @@ uint32_t KORXFS_CheckCopyFilePara(const char* source, uint32_t source_length,
 
     if (strcmp(source, destination) == 0)
         return FailAsSame(source, destination);
-    if (KORX_IsFileExist(source) == 0)
+    if (KORX_IsFileExist(source) == KORX_FALSE)
         return Warn(ORXFS_ERR_NOT_EXIST, "[ORXFS-LOCAL] File '%s' is not exist!", source);
     return ORXFS_OK;
 }
@@ -219,8 +225,8 @@ uint32_t KORXFS_CopyFile(const char* source, uint32_t source_length, const char*
         KORXFS_CheckCopyFilePara(source, source_length, destination, destination_length);
     if (code != ORXFS_OK)
         return code;
-    const bool exists = KORX_IsFileExist(destination) == 1;
-    if (exists && overwrite == 0)
+    const bool exists = KORX_IsFileExist(destination) == KORX_TRUE;
+    if (exists && overwrite == ORXFS_KEEP_EXISTING)
         return Fail(ORXFS_ERR_ALREADY_EXIST, "[ORXFS-LOCAL] File '%s' is already exist!",
                     destination);
 
@@ -229,17 +235,17 @@ uint32_t KORXFS_CopyFile(const char* source, uint32_t source_length, const char*
     if (code != kOk)
         return code;
     if (HoldsSource(destination, source) ||
-        (target.uses_temporary && HoldsSource(target.temporary.c_str(), source)))
+        (!target.temporary.empty() && HoldsSource(target.temporary.c_str(), source)))
         return FailAsSame(source, destination);
 
     if (exists)
         (void) KORX_DelFile(destination, destination_length);
-    if (KORX_IsFileProtected(destination) == 1)
+    if (KORX_IsFileProtected(destination) == KORX_TRUE)
         return Fail(ORXFS_ERR_PROTECTED, "[ORXFS-LOCAL] File '%s' is protected!", destination);
-    if (target.has_directory && KORX_IsDirExist(target.directory.c_str()) == 0)
+    if (target.has_directory && KORX_IsDirExist(target.directory.c_str()) == KORX_FALSE)
         (void) KORX_Mkdir(target.directory.c_str(), kDirectoryMode);
 
-    if (target.uses_temporary)
+    if (!target.temporary.empty())
         return CopyThroughTemporary(source, target.temporary.c_str(), destination);
     code = CopyFile(source, destination, 0);
     return code == kOk ? kOk : FailedCopy(code, source, destination);

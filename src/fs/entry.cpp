@@ -4,6 +4,9 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <string_view>
+
+#include "base/directory.h"
 #include "base/text.h"
 
 namespace korx {
@@ -11,14 +14,15 @@ namespace {
 
 constexpr unsigned kMaxLinks = 40;  // the kernel follows no more either
 
+using PathText = FixedText<PATH_MAX>;  // what a link leads to may be any path
+
 // The directory entry that a path names: the same directory and name by whatever path.
 struct Entry {
-    explicit Entry(const char* path) {
-        const char* const slash = strrchr(path, '/');
-        name = slash == nullptr ? path : slash + 1;
-        FixedText<PATH_MAX> parent;
-        known = parent.format("%.*s", static_cast<int>(name - path), path) &&
-                stat(slash == nullptr ? "." : parent.c_str(), &directory) == 0;
+    explicit Entry(const char* path) : name(NameOf(path)) {
+        const std::string_view parent = DirectoryOf(path);
+        PathText text;
+        known = text.format("%.*s", static_cast<int>(parent.size()), parent.data()) &&
+                stat(text.c_str(), &directory) == 0;
     }
     bool operator==(const Entry& other) const {
         return known && other.known && IsSameFile(directory, other.directory) &&
@@ -39,15 +43,17 @@ bool IsDirectoryOfSource(const char* path, const char* source) {
 }
 
 // Replaces the path of a symbolic link by the path that it leads to. False for anything else.
-bool FollowLink(FixedText<PATH_MAX>* path) {
-    FixedText<PATH_MAX> target;
+bool FollowLink(PathText* path) {
+    PathText target;
     if (readlink(path->c_str(), target.data(), target.capacity() - 1) < 0)
         return false;
-    const char* const slash = strrchr(path->c_str(), '/');
-    const bool is_relative = target.c_str()[0] != '/' && slash != nullptr;
-    FixedText<PATH_MAX> next;
-    const auto parent = static_cast<int>(is_relative ? slash + 1 - path->c_str() : 0);
-    (void) next.format("%.*s%s", parent, path->c_str(), target.c_str());
+    if (target.c_str()[0] == '/') {
+        *path = target;
+        return true;
+    }
+    const std::string_view parent = DirectoryOf(path->c_str());
+    PathText next;
+    (void) next.format("%.*s/%s", static_cast<int>(parent.size()), parent.data(), target.c_str());
     *path = next;
     return true;
 }
@@ -58,7 +64,7 @@ bool HoldsSource(const char* path, const char* source) {
     if (IsDirectoryOfSource(path, source))
         return true;
     const Entry entry(path);
-    FixedText<PATH_MAX> step;
+    PathText step;
     (void) step.format("%s", source);
     for (unsigned links = 0; links <= kMaxLinks; ++links) {
         if (entry == Entry(step.c_str()))

@@ -1,18 +1,12 @@
 // Which file a name leads to, and through which directory entries.
 #pragma once
 
-#include <string.h>
 #include <sys/stat.h>
 
 namespace korx {
 
 inline bool IsSameFile(const struct stat& a, const struct stat& b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
-// The entries that every directory has.
-inline bool IsDotName(const char* name) {
-    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
 }
 
 // Whether deleting path would take the source away: path is the entry that source names, or one on

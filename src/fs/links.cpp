@@ -1,6 +1,7 @@
 // Symbolic links that have the contents they should have, and the relative paths they may need.
+#include "korx/fs.h"
+
 #include <errno.h>
-#include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
@@ -12,44 +13,37 @@
 #include "base/text.h"
 #include "base/unique.h"
 #include "fs/entry.h"
-#include "korx/fs.h"
 
 namespace korx {
 namespace {
 
-constexpr size_t kPathSize = 384;
-constexpr size_t kRelativeSize = 256;
-constexpr size_t kMaxDirectory = 255;
-constexpr size_t kMaxName = 127;
+constexpr size_t kMaxDirectory = kDirectorySize - 1;
+constexpr size_t kMaxName = kComponentSize - 1;
 constexpr char kRelativeRoot[] = "/opt";
 constexpr char kUp[] = "../";
 constexpr uint32_t kUpLength = sizeof kUp - 1;
 
-constexpr uint32_t kNullArgument = 1;
-
-using PathText = FixedText<kPathSize>;
-
-bool ReadLink(const char* path, PathText* contents) {
-    const ssize_t length = readlink(path, contents->data(), kPathSize - 1);
+bool ReadLink(const char* path, FullPathText* contents) {
+    const ssize_t length = readlink(path, contents->data(), kFullPathSize - 1);
     if (length >= 0)
         contents->data()[length] = '\0';
     return length >= 0;
 }
 
-bool StartsWithRelativeRoot(const PathText& path) {
+bool StartsWithRelativeRoot(const FullPathText& path) {
     return strncmp(path.c_str(), kRelativeRoot, sizeof kRelativeRoot - 1) == 0;
 }
 
-void EnsureSlash(PathText* path) {
+void EnsureSlash(FullPathText* path) {
     const size_t length = strlen(path->c_str());
     const bool ends_in_slash = length > 0 && path->c_str()[length - 1] == '/';
-    if (!ends_in_slash && length + 1 < kPathSize)
+    if (!ends_in_slash && length + 1 < kFullPathSize)
         path->data()[length] = '/';
 }
 
 struct LinkPaths {
-    PathText target;
-    PathText link;
+    FullPathText target;
+    FullPathText link;
 };
 
 uint32_t ComposePaths(const char* source_directory, const char* file_name,
@@ -62,14 +56,14 @@ uint32_t ComposePaths(const char* source_directory, const char* file_name,
     EnsureSlash(&paths->link);
 
     char* const target = paths->target.data();
-    int spliced = strncat_s(target, kPathSize, file_name, kPathSize - 1 - strlen(target));
+    int spliced = strncat_s(target, kFullPathSize, file_name, kFullPathSize - 1 - strlen(target));
     if (spliced != 0)
         return Fail(
             kFailed,
             "nRet = %d. Splice pcFileName behind acSrcPath unsuccessfully. pcFileName = %s, acSrcPath = %s.",
             spliced, file_name, target);
     char* const link = paths->link.data();
-    spliced = strncat_s(link, kPathSize, link_name, kPathSize - 1 - strlen(link));
+    spliced = strncat_s(link, kFullPathSize, link_name, kFullPathSize - 1 - strlen(link));
     if (spliced != 0)
         return Fail(
             kFailed,
@@ -79,23 +73,51 @@ uint32_t ComposePaths(const char* source_directory, const char* file_name,
 }
 
 // A link below the common root has relative contents: the tree may be mounted elsewhere.
-uint32_t ChooseContents(const LinkPaths& paths, PathText* contents) {
+uint32_t ChooseContents(const LinkPaths& paths, FullPathText* contents) {
     if (!StartsWithRelativeRoot(paths.target) || !StartsWithRelativeRoot(paths.link)) {
         *contents = paths.target;
         return kOk;
     }
-    FixedText<kRelativeSize> relative;
-    if (ORX_GetRelPath(paths.target.c_str(), paths.link.c_str(), relative.data(), kRelativeSize) !=
-        kOk)
+    DirectoryText relative;
+    if (ORX_GetRelPath(paths.target.c_str(), paths.link.c_str(), relative.data(),
+                       relative.capacity()) != kOk)
         return Fail(ORXFS_ERR_SYMLINK, "[TAV-LIB] TAV_GetRelPath unsuccessfully!");
     if (!contents->format("%s", relative.c_str()))
         return Fail(kFailed, "Print acRelSrcFile = %s unsuccessfully.", relative.c_str());
     return kOk;
 }
 
-// An entry that is already there is left as it is.
-bool IsLinkedOrTaken(int result) {
-    return result == 0 || errno == EEXIST;
+// What a symlink call came to.
+struct Linked {
+    int result;
+    int error;
+
+    // An entry that is already there is left as it is.
+    bool failed() const { return result != 0 && error != EEXIST; }
+};
+
+Linked Link(const char* contents, const char* link) {
+    const int result = symlink(contents, link);
+    return {result, errno};
+}
+
+// Makes the link, in place of a dangling one; anything else at its name stays.
+uint32_t PutLink(const char* contents, const char* link) {
+    if (KORX_IsFileExist(link) == KORX_TRUE) {
+        const Linked made = Link(contents, link);
+        if (made.failed())
+            return Fail(kFailed,
+                        "Make symlink(%s) to file(%s) unsuccessfully, errcode=%d, errno=%d.", link,
+                        contents, made.result, made.error);
+        return kOk;
+    }
+    Log(kLevelInfo, "Rudimental Link File ,Delete link file: %s!", link);
+    (void) remove(link);
+    const Linked made = Link(contents, link);
+    if (made.failed())
+        return Fail(kFailed, "make symlink(%s) to file(%s) unsuccessfully, errcode=%d, errno=%d.",
+                    link, contents, made.result, made.error);
+    return kOk;
 }
 
 size_t ComponentLength(const char* text) {
@@ -131,19 +153,18 @@ uint32_t SkipCommon(const char* whole_source, const char** source, const char** 
 }
 
 }  // namespace
-
 }  // namespace korx
 
 using namespace korx;
 
 int32_t KORX_IsFileLinkRight(const char* expected, const char* path, uint32_t length) {
-    if (KORX_IsFileExist(path) == 0)
+    if (KORX_IsFileExist(path) == KORX_FALSE)
         return ORXFS_ERR_NOT_EXIST;
-    if (ORX_IsSymLink(path, length) == 0) {
+    if (ORX_IsSymLink(path, length) == KORX_FALSE) {
         Log(kLevelInfo, "File: %s is not link.", path);
         return ORXFS_ERR_NOT_LINK;
     }
-    PathText contents;
+    FullPathText contents;
     if (!ReadLink(path, &contents))
         return ORXFS_ERR_READLINK;
     if (strcmp(contents.c_str(), expected) != 0) {
@@ -156,7 +177,7 @@ int32_t KORX_IsFileLinkRight(const char* expected, const char* path, uint32_t le
 uint32_t KORX_LinkFile(const char* target, uint32_t, const char* path, uint32_t) {
     if (strcmp(target, path) == 0)
         return Fail(ORXFS_ERR_SAME_FILE, "Src File '%s' is same to Dst File '%s'.", target, path);
-    if (KORX_IsFileExist(target) == 0)
+    if (KORX_IsFileExist(target) == KORX_FALSE)
         return Warn(ORXFS_ERR_NOT_EXIST, "File '%s' is not exist when link file!", target);
     if (HoldsSource(path, target))
         return Fail(ORXFS_ERR_SAME_FILE, "Src File '%s' is same to Dst File '%s'.", target, path);
@@ -178,7 +199,7 @@ uint32_t KORX_LinkFilesSafeParaCheck(const char* source_directory, const char* f
                                      const char* link_directory, const char* link_name) {
     if (source_directory == nullptr || file_name == nullptr || link_directory == nullptr ||
         link_name == nullptr)
-        return kNullArgument;
+        return KORX_LINK_ERR_NULL_PARA;
     if (strlen(source_directory) > kMaxDirectory || strlen(link_directory) > kMaxDirectory ||
         strlen(file_name) > kMaxName || strlen(link_name) > kMaxName)
         return kInvalidParam;
@@ -197,46 +218,32 @@ uint32_t KORX_LinkFilesSafe(const char* source_directory, const char* file_name,
         return code;
     const char* const link = paths.link.c_str();
     Log(kLevelInfo, "TAV_LinkFile[Dest](%s) to file[Src](%s)", link, paths.target.c_str());
-    PathText current;
+    FullPathText current;
     const bool was_link = ReadLink(link, &current);
     Log(kLevelInfo, "ReadLink Really(%s) size %d.", current.c_str(),
-        static_cast<int>(kPathSize - 1));
+        static_cast<int>(kFullPathSize - 1));
 
     // Before the old link goes: a link that cannot be made again must not be lost.
-    PathText contents;
+    FullPathText contents;
     code = ChooseContents(paths, &contents);
     if (code != kOk)
         return code;
     if (was_link && strcmp(current.c_str(), paths.target.c_str()) != 0)
         (void) remove(link);
-
-    if (KORX_IsFileExist(link) == 1) {
-        const int made = symlink(contents.c_str(), link);
-        if (!IsLinkedOrTaken(made))
-            return Fail(kFailed,
-                        "Make symlink(%s) to file(%s) unsuccessfully, errcode=%d, errno=%d.", link,
-                        contents.c_str(), made, errno);
-        return kOk;
-    }
-    Log(kLevelInfo, "Rudimental Link File ,Delete link file: %s!", link);
-    (void) remove(link);
-    const int made = symlink(contents.c_str(), link);
-    if (!IsLinkedOrTaken(made))
-        return Fail(kFailed, "make symlink(%s) to file(%s) unsuccessfully, errcode=%d, errno=%d.",
-                    link, contents.c_str(), made, errno);
-    return kOk;
+    return PutLink(contents.c_str(), link);
 }
 
 uint32_t ORX_GetRelPath(const char* source, const char* destination, char* out, uint32_t size) {
     if (source == nullptr || destination == nullptr || out == nullptr)
-        return kNullArgument;
+        return KORX_LINK_ERR_NULL_PARA;
     if (source[0] != '/' || destination[0] != '/')
         return Fail(kFailed, "TAV_GetRelPath input must be absolute path.");
     const char* rest = source;
     if (SkipCommon(source, &rest, &destination) != kOk)
         return kFailed;
 
-    // Each step up counts twice against the room: as text, and once more as reserve.
+    // Each step up counts twice against the room: as text, and as a reserve that stays free. The
+    // limit is published, so a path that would only fit without the reserve must be refused.
     const uint32_t levels = CountLevels(destination);
     const uint64_t reserve = uint64_t{levels} * kUpLength;
     const size_t room = reserve < size ? size - reserve : 0;

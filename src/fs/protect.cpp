@@ -24,6 +24,13 @@ namespace {
 constexpr mode_t kWriteBits = 0222;
 constexpr mode_t kPermissionBits = 07777;
 
+MallocPtr<char> ResolveOrReport(const char* path) {
+    MallocPtr<char> real(realpath(path, nullptr));
+    if (!real)
+        Log(kLevelErr, "[ORX-LIB] open file '%s' return err, errno:%d.", path, errno);
+    return real;
+}
+
 UniqueFd OpenForFlags(const char* path) {
     return UniqueFd(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
@@ -108,19 +115,21 @@ uint32_t UndoProtectOpened(const UniqueFd& fd, const char* path) {
 using namespace korx;
 
 uint32_t KORX_IsForIoctl(const char* path) {
-    const MallocPtr<char> real(realpath(path, nullptr));
+    const MallocPtr<char> real = ResolveOrReport(path);
     if (!real)
-        return Fail(kFailed, "[ORX-LIB] open file '%s' return err, errno:%d.", path, errno);
+        return kFailed;
     const UniqueFd fd = OpenForFlags(real.get());
     if (!fd)
-        return Fail(1u, "open file '%s' return err when protect it, errno:%d.", path, errno);
+        return Fail(KORX_TRUE, "open file '%s' return err when protect it, errno:%d.", path, errno);
     int flags;
-    return GetFlags(fd, &flags) ? 1 : 0;
+    return GetFlags(fd, &flags) ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t KORX_IsFileWriteable(const char* path) {
     struct stat st;
-    return path != nullptr && lstat(path, &st) == 0 && (st.st_mode & kWriteBits) != 0 ? 1 : 0;
+    if (path == nullptr || lstat(path, &st) < 0)
+        return KORX_FALSE;
+    return (st.st_mode & kWriteBits) != 0 ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t KORX_RmWriteRight(const char* path) {
@@ -132,20 +141,20 @@ uint32_t KORX_GiveWriteRight(const char* path) {
 }
 
 uint32_t KORX_IsFileProtected(const char* path) {
-    if (KORX_IsFileExist(path) == 0) {
+    if (KORX_IsFileExist(path) == KORX_FALSE) {
         Log(kLevelInfo, "File '%s' is not exist.", path);
-        return 0;
+        return KORX_FALSE;
     }
-    if (KORX_IsForIoctl(path) == 1 && access(path, W_OK) < 0)
-        return 1;
+    if (KORX_IsForIoctl(path) == KORX_TRUE && access(path, W_OK) < 0)
+        return KORX_TRUE;
     struct stat st;
-    return lstat(path, &st) == 0 && (st.st_mode & kWriteBits) == 0 ? 1 : 0;
+    return lstat(path, &st) == 0 && (st.st_mode & kWriteBits) == 0 ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t KORX_ProtectFile(const char* path) {
-    const MallocPtr<char> real(realpath(path, nullptr));
+    const MallocPtr<char> real = ResolveOrReport(path);
     if (!real)
-        return Fail(kFailed, "[ORX-LIB] open file '%s' return err, errno:%d.", path, errno);
+        return kFailed;
     const UniqueFd fd = OpenForFlags(real.get());
     if (!fd)
         return Fail(kFailed, "[ORX-LIB] open file '%s' return err when protect it, errno:%d.", path,
@@ -175,9 +184,9 @@ uint32_t KORX_ProtectFile(const char* path) {
 }
 
 uint32_t KORX_UndoProtectFile(const char* path) {
-    const MallocPtr<char> real(realpath(path, nullptr));
+    const MallocPtr<char> real = ResolveOrReport(path);
     if (!real)
-        return Fail(kFailed, "[ORX-LIB] open file '%s' return err, errno:%d.", path, errno);
+        return kFailed;
     return UndoProtectOpened(OpenForFlags(real.get()), path);
 }
 
@@ -186,9 +195,9 @@ uint32_t ORXFS_ProtectFile(const char* name, uint32_t length) {
     if (KORX_CheckFileName(name, length) != ORXFS_OK && KORX_CheckDirName(name) != ORXFS_OK)
         return Warn(ORXFS_ERR_NAME_END_SLASH, "[ORXFS-LOCAL] Check filename: %s unsuccessfully!",
                     name);
-    if (KORX_IsFileExist(name) == 0)
+    if (KORX_IsFileExist(name) == KORX_FALSE)
         return Warn(ORXFS_ERR_NOT_EXIST, "[ORXFS-LOCAL] File '%s' is not exist!", name);
-    if (ORX_IsSymLink(name, length) == 1)
+    if (ORX_IsSymLink(name, length) == KORX_TRUE)
         return Warn(ORXFS_ERR_PROTECT_SYMLINK,
                     "[ORXFS-LOCAL] Symlink File '%s' not permit to protect!", name);
     const uint32_t result = KORX_ProtectFile(name);
@@ -202,9 +211,9 @@ uint32_t ORXFS_UndoProtectFile(const char* name, uint32_t length) {
     const uint32_t checked = KORX_CheckFileName(name, length);
     if (checked != ORXFS_OK)
         return checked;
-    if (KORX_IsFileExist(name) == 0)
+    if (KORX_IsFileExist(name) == KORX_FALSE)
         return ORXFS_ERR_NOT_EXIST;
-    if (ORX_IsSymLink(name, length) == 1)
+    if (ORX_IsSymLink(name, length) == KORX_TRUE)
         return ORXFS_ERR_UNPROTECT_SYMLINK;
     const uint32_t result = KORX_UndoProtectFile(name);
     if (result != kOk)

@@ -1,10 +1,11 @@
 // Removal of directory trees, without recursion.
 //
 // The directories to be handled wait on a stack as path strings. The strings are for bookkeeping
-// and messages: every directory is entered from the opened start directory, one component after the
-// other and never through a link, and its entries are examined and deleted relative to its own
-// descriptor. So a directory that is swapped for a link meanwhile is not entered, and nothing
-// outside the tree is touched. However large the tree, three descriptors are enough.
+// and messages: the tree is entered by its own rules, and a directory's entries are examined and
+// deleted relative to its descriptor, so nothing outside the tree is touched. However large the
+// tree, three descriptors are enough.
+#include "korx/fs.h"
+
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -20,120 +21,55 @@
 #include "base/report.h"
 #include "base/text.h"
 #include "base/unique.h"
-#include "fs/entry.h"
 #include "fs/protect.h"
+#include "fs/tree.h"
 #include "korx/container.h"
-#include "korx/fs.h"
 
 namespace korx {
 namespace {
 
-constexpr size_t kPathSize = 256;
-constexpr int kModeKeepDirectories = 0;
-constexpr int kModeRemoveAll = 1;
-
-constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
 constexpr int kOpenEntry = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 using UniqueStack = std::unique_ptr<ORX_StackNode, Releaser<ORX_DestroyStack>>;
-using Path = FixedText<kPathSize>;
-
-// The next entry other than "." and "..", or null: with errno 0 at the end, else on an error.
-const dirent* NextEntry(DIR* directory) {
-    const dirent* entry;
-    do {
-        errno = 0;
-        entry = readdir(directory);
-    } while (entry != nullptr && IsDotName(entry->d_name));
-    return entry;
-}
-
-// The tree below a start path. A path of the tree is the start path and the components behind it.
-class Tree {
-  public:
-    [[nodiscard]] bool begin(const char* start) {
-        start_length_ = strlen(start);
-        return start_.format("%s", start);
-    }
-    const char* start() const { return start_.c_str(); }
-
-    UniqueDir open_directory(const char* path) {
-        UniqueFd fd = enter(path, strlen(path));
-        if (!fd)
-            return nullptr;
-        UniqueDir directory(fdopendir(fd.get()));
-        if (directory)
-            (void) fd.release();
-        return directory;
-    }
-
-    // Removes an empty directory. Returns 0, or -1 with errno.
-    int remove_directory(const char* path) {
-        if (path[start_length_] == '\0')
-            return rmdir(path);
-        const char* const slash = strrchr(path, '/');
-        const UniqueFd parent = enter(path, static_cast<size_t>(slash - path));
-        return parent ? unlinkat(parent.get(), slash + 1, AT_REMOVEDIR) : -1;
-    }
-
-  private:
-    // Opens the directory named by the first length characters of path. The start directory is
-    // opened once, by its name, which may be a link: that is the caller's choice.
-    UniqueFd enter(const char* path, size_t length) {
-        if (!root_)
-            root_.reset(open(start_.c_str(), kOpenDirectory));
-        if (!root_)
-            return UniqueFd();
-
-        Path below;
-        (void) strncpy_s(below.data(), below.capacity(), path + start_length_,
-                         length - start_length_);
-        UniqueFd directory(openat(root_.get(), ".", kOpenDirectory));
-        char* rest = nullptr;
-        for (const char* name = strtok_r(below.data(), "/", &rest); directory && name != nullptr;
-             name = strtok_r(nullptr, "/", &rest))
-            directory.reset(openat(directory.get(), name, kOpenDirectory | O_NOFOLLOW));
-        return directory;
-    }
-
-    Path start_;
-    size_t start_length_ = 0;
-    UniqueFd root_;
-};
 
 enum class Directories { kRemoved, kKept };
+
+// What handling the entries of a directory came to. A directory is empty only when no other one was
+// met in it.
+enum class Handled { kFailed, kWithoutDirectory, kWithDirectory };
 
 // One removal. The two variants differ in what becomes of directories and in their wording.
 class Removal {
   public:
-    explicit Removal(Directories directories) : keeps_(directories == Directories::kKept) {}
+    explicit Removal(Directories directories) : directories_(directories) {}
 
     uint32_t run(const char* path) {
         const uint32_t result = begin(path);
         if (result != kOk)
             return result;
-        return keeps_ ? clear_directories() : remove_directories();
+        return keeps() ? clear_directories() : remove_directories();
     }
 
   private:
+    bool keeps() const { return directories_ == Directories::kKept; }
     uint32_t begin(const char* path);
     uint32_t remove_directories();
     uint32_t clear_directories();
-    uint32_t handle_entries(DIR* directory, const char* path, bool* pushed);
+    Handled handle_entries(DIR* directory, const char* path);
     uint32_t push_directory(const char* path);
-    uint32_t remove_file(int directory, const char* name, const char* path, bool may_be_protected);
+    uint32_t remove_file(int directory, const char* name, const char* path, const struct stat& st);
 
-    const bool keeps_;
+    const Directories directories_;
     Tree tree_;
     UniqueStack stack_;
 };
 
 uint32_t Removal::begin(const char* path) {
     const size_t length = path == nullptr ? 0 : strlen(path);
-    if (length >= kPathSize && keeps_)
+    if (length >= kDirectorySize && keeps())
         return Fail(kFailed, "Remove Diretory %s unsuccessfully, Path is Too Long. PathLen = %zu!",
                     path, length);
-    if (length >= kPathSize)
+    if (length >= kDirectorySize)
         return Fail(kFailed, "Remove Diretory %s unsuccessfully, Path is Too Long. PathLen = %d!",
                     path, static_cast<int>(length));
 
@@ -143,8 +79,8 @@ uint32_t Removal::begin(const char* path) {
                     path == nullptr ? "" : path);
     if (const int error = strncpy_s(copy.get(), length + 1, path, length); error != 0)
         return Fail(kFailed,
-                    keeps_ ? "nRet=%d.Copy pcDirPath unsuccessfully, pcDirPath=%s."
-                           : "errCode=%d.Copy dirPath unsuccessfully, dirPath=%s.",
+                    keeps() ? "nRet=%d.Copy pcDirPath unsuccessfully, pcDirPath=%s."
+                            : "errCode=%d.Copy dirPath unsuccessfully, dirPath=%s.",
                     error, path == nullptr ? "" : path);
     if (length >= 2 && copy.get()[length - 1] == '/')
         copy.get()[length - 1] = '\0';
@@ -162,27 +98,25 @@ uint32_t Removal::begin(const char* path) {
 // Post-order by reading again: a directory stays on the stack below its subdirectories, and is
 // removed when a reading meets none.
 uint32_t Removal::remove_directories() {
-    while (ORX_IsStackEmpty(stack_.get()) == 0) {
+    while (ORX_IsStackEmpty(stack_.get()) == KORX_FALSE) {
         void* top = nullptr;
         if (ORX_GetStackTopElement(stack_.get(), &top) != kOk)
             return Fail(kFailed, "Get Top Directory %s unsuccessfully!", tree_.start());
         const char* const path = static_cast<const char*>(top);
 
-        bool pushed = false;
-        {
-            const UniqueDir directory = tree_.open_directory(path);
-            if (!directory)
-                return Fail(kOk, "Dir:%s open unsuccessfully, errno:%d!", path, errno);
-            const uint32_t result = handle_entries(directory.get(), path, &pushed);
-            if (result != kOk)
-                return result;
-        }
-        if (pushed)
+        UniqueDir directory = tree_.open_directory(path);
+        if (!directory)
+            return Fail(kOk, "Dir:%s open unsuccessfully, errno:%d!", path, errno);
+        const Handled handled = handle_entries(directory.get(), path);
+        directory.reset();
+        if (handled == Handled::kFailed)
+            return kFailed;
+        if (handled == Handled::kWithDirectory)
             continue;
 
-        if (tree_.remove_directory(path) < 0)
+        if (const int error = tree_.remove_directory(path); error != 0)
             return Fail(kFailed, "[ORX-LIB] Delete the Directory %s unsuccessfully, because %d!",
-                        path, errno);
+                        path, error);
         if (ORX_PopStack(stack_.get(), &top) != kOk)
             return Fail(kFailed, "[ORX-LIB] Pop Top Directory %s Out Of Stack unsuccessfully!",
                         path);
@@ -193,13 +127,13 @@ uint32_t Removal::remove_directories() {
 
 // Pre-order: each directory is read once, and all of them stay.
 uint32_t Removal::clear_directories() {
-    while (ORX_IsStackEmpty(stack_.get()) == 0) {
+    while (ORX_IsStackEmpty(stack_.get()) == KORX_FALSE) {
         void* top = nullptr;
         (void) ORX_PopStack(stack_.get(), &top);
         MallocPtr<char> popped(static_cast<char*>(top));
         if (!popped)
             return Fail(kFailed, "pcTopDir is null!");
-        Path path;
+        DirectoryText path;
         if (const int error =
                 strncpy_s(path.data(), path.capacity(), popped.get(), strlen(popped.get()));
             error != 0)
@@ -210,24 +144,25 @@ uint32_t Removal::clear_directories() {
         const UniqueDir directory = tree_.open_directory(path.c_str());
         if (!directory)
             return Fail(kFailed, "Dir:%s not Exist, errno:%d!", path.c_str(), errno);
-        bool pushed = false;
-        const uint32_t result = handle_entries(directory.get(), path.c_str(), &pushed);
-        if (result != kOk)
-            return result;
+        if (handle_entries(directory.get(), path.c_str()) == Handled::kFailed)
+            return kFailed;
     }
     return kOk;
 }
 
 // Deletes everything in a directory but its subdirectories: they go onto the stack.
-uint32_t Removal::handle_entries(DIR* directory, const char* path, bool* pushed) {
-    while (const dirent* const entry = NextEntry(directory)) {
+Handled Removal::handle_entries(DIR* directory, const char* path) {
+    Handled handled = Handled::kWithoutDirectory;
+    Entries entries(directory);
+    while (const dirent* const entry = entries.next()) {
         const char* const name = entry->d_name;
-        Path full;
+        DirectoryText full;
         if (!full.format("%s/%s", path, name))
             return Fail(
-                kFailed,
-                keeps_ ? "print acTmpTopDir, d_name unsuccessfully, acTmpTopDir=%s, acTmpTopDir=%s."
-                       : "print Diretory unsuccessfully, Diretory=%s/%s",
+                Handled::kFailed,
+                keeps()
+                    ? "print acTmpTopDir, d_name unsuccessfully, acTmpTopDir=%s, acTmpTopDir=%s."
+                    : "print Diretory unsuccessfully, Diretory=%s/%s",
                 path, name);
 
         struct stat st;
@@ -235,38 +170,36 @@ uint32_t Removal::handle_entries(DIR* directory, const char* path, bool* pushed)
             Log(kLevelWarning, "lstat Diretory %s unsuccessfully, errno:%d.", full.c_str(), errno);
             continue;
         }
-        uint32_t result;
-        if (S_ISDIR(st.st_mode)) {
-            *pushed = true;
-            result = push_directory(full.c_str());
-        } else {
-            result = remove_file(dirfd(directory), name, full.c_str(), S_ISREG(st.st_mode));
-        }
+        if (S_ISDIR(st.st_mode))
+            handled = Handled::kWithDirectory;
+        const uint32_t result = S_ISDIR(st.st_mode)
+                                    ? push_directory(full.c_str())
+                                    : remove_file(dirfd(directory), name, full.c_str(), st);
         if (result != kOk)
-            return result;
+            return Handled::kFailed;
     }
     // What could not be read keeps its directory from being removed, but a kept directory would
     // pass for cleared.
-    if (errno != 0 && keeps_)
-        return Fail(kFailed, "Dir:%s not Exist, errno:%d!", path, errno);
-    return kOk;
+    if (entries.error() != 0 && keeps())
+        return Fail(Handled::kFailed, "Dir:%s not Exist, errno:%d!", path, entries.error());
+    return handled;
 }
 
 uint32_t Removal::push_directory(const char* path) {
     const size_t length = strlen(path);
     MallocPtr<char> copy(static_cast<char*>(malloc(length + 1)));
-    if (!copy && keeps_)
+    if (!copy && keeps())
         return Fail(kFailed,
                     "Malloc Memory for Directory String unsuccessfully, acTmpDirPath = %s.", path);
     if (!copy)
         return Fail(kFailed, "Malloc Memory for Directory String unsuccessfully.");
     if (const int error = strncpy_s(copy.get(), length + 1, path, length); error != 0)
         return Fail(kFailed,
-                    keeps_ ? "nRet=%d.Copy acTmpDirPath unsuccessfully, acTmpDirPath=%s."
-                           : "errCode=%d.Copy tmpDirPath unsuccessfully, tmpDirPath=%s.",
+                    keeps() ? "nRet=%d.Copy acTmpDirPath unsuccessfully, acTmpDirPath=%s."
+                            : "errCode=%d.Copy tmpDirPath unsuccessfully, tmpDirPath=%s.",
                     error, path);
     const bool fits = ORX_PushStack(stack_.get(), copy.get()) == kOk;
-    if (!fits && keeps_)
+    if (!fits && keeps())
         return Fail(kFailed, "Push SubDirectory Into Stack unsuccessfully, pcTmpDirPath = %s.",
                     path);
     if (!fits)
@@ -286,24 +219,27 @@ void Unprotect(int directory, const char* name, const char* path) {
 }
 
 uint32_t Removal::remove_file(int directory, const char* name, const char* path,
-                              bool may_be_protected) {
+                              const struct stat& st) {
     if (unlinkat(directory, name, 0) == 0) {
-        if (keeps_)
+        if (keeps())
             Log(kLevelInfo, "Delete the file %s Successfully.", path);
         return kOk;
     }
-    Log(keeps_ ? kLevelErr : kLevelInfo,
-        keeps_ ? "Delete the file %s unsuccessfully, because %d, unprotect and try it again,"
-               : "Delete the file %s unsuccessfully, because %d, unprotect and try it again.",
-        path, errno);
-    if (may_be_protected)
+    if (keeps())
+        Log(kLevelErr, "Delete the file %s unsuccessfully, because %d, unprotect and try it again,",
+            path, errno);
+    else
+        Log(kLevelInfo,
+            "Delete the file %s unsuccessfully, because %d, unprotect and try it again.", path,
+            errno);
+    if (S_ISREG(st.st_mode))
         Unprotect(directory, name, path);
 
     if (unlinkat(directory, name, 0) < 0)
         return Fail(kFailed, "Delete the file %s unsuccessfully again, because %d.", path, errno);
     Log(kLevelInfo,
-        keeps_ ? "Delete the file %s Successfully, after undo protectl."
-               : "Delete the file %s ok, after undo protectl.",
+        keeps() ? "Delete the file %s Successfully, after undo protectl."
+                : "Delete the file %s ok, after undo protectl.",
         path);
     return kOk;
 }
@@ -314,9 +250,9 @@ uint32_t Removal::remove_file(int directory, const char* name, const char* path,
 using namespace korx;
 
 uint32_t ORX_RmParentDir(const char* path, int32_t mode) {
-    if (mode == kModeRemoveAll)
+    if (mode == ORX_RM_ALL)
         return ORX_RmParentDirNotReserveDir(path);
-    if (mode == kModeKeepDirectories)
+    if (mode == ORX_RM_KEEP_DIRECTORIES)
         return ORX_RmParentDirReserveDir(path);
     return kFailed;
 }

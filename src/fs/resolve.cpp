@@ -1,8 +1,8 @@
-// Resolution of names, and the opens and creations that resolve first. A resolver that fails leaves
-// its output empty, so that no caller goes on with a cut or stale name.
+// Resolution of names, and comparing and cutting them as texts. A resolver that fails leaves its
+// output empty, so that no caller goes on with a cut or stale name.
+#include "korx/fs.h"
+
 #include <errno.h>
-#include <fcntl.h>
-#include <libgen.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
@@ -12,20 +12,10 @@
 #include "base/report.h"
 #include "base/text.h"
 #include "base/unique.h"
-#include "korx/fs.h"
 #include "korx/str.h"
 
 namespace korx {
 namespace {
-
-constexpr size_t kDirSize = 256;
-constexpr size_t kNameSize = 128;
-constexpr size_t kPathSize = 384;
-constexpr size_t kCreateDirSize = 512;
-constexpr size_t kMaxOpenName = 384;
-constexpr size_t kParentSize = 256;
-constexpr mode_t kNewDirMode = 0750;
-constexpr mode_t kNewFileMode = 0666;
 
 constexpr size_t kNoSlash = SIZE_MAX;
 
@@ -37,12 +27,12 @@ uint32_t Refuse(char* out, size_t size, uint32_t code) {
 
 // A name split at its last separator; the directory part keeps it.
 struct SplitName {
-    FixedText<kDirSize> directory;
-    FixedText<kNameSize> name;
+    DirectoryText directory;
+    ComponentText name;
 
     bool split(const char* path) {
         return ORX_SplitPathFileName(path, directory.data(), directory.capacity(), name.data(),
-                                     name.capacity()) == 1;
+                                     name.capacity()) == KORX_TRUE;
     }
 };
 
@@ -74,10 +64,10 @@ uint32_t StartPath(const char* path, char* buffer, uint32_t size) {
 uint32_t ApplyComponents(const char* path, char* buffer, uint32_t size) {
     for (const char* rest = path; *rest != '\0';) {
         const size_t length = strcspn(rest, "/");
-        if (length >= kNameSize)
+        if (length >= kComponentSize)
             return Fail(kFailed, "file name too long, file = %s.", rest);
-        FixedText<kNameSize> component;
-        if (strncpy_s(component.data(), kNameSize, rest, length) != 0)
+        ComponentText component;
+        if (strncpy_s(component.data(), kComponentSize, rest, length) != 0)
             return kFailed;
         if (length > 0 && ORX_PathCat(component.c_str(), buffer, size) != kOk)
             return kFailed;
@@ -88,12 +78,12 @@ uint32_t ApplyComponents(const char* path, char* buffer, uint32_t size) {
     return kOk;
 }
 
-uint32_t ResolveMissing(const char* path, FixedText<kPathSize>* resolved) {
+uint32_t ResolveMissing(const char* path, FullPathText* resolved) {
     SplitName parts;
     if (!parts.split(path))
         return kFailed;
-    if (KORX_Trans2CanonicalFilepath(parts.directory.c_str(), parts.directory.data(), kDirSize) !=
-        kOk)
+    if (KORX_Trans2CanonicalFilepath(parts.directory.c_str(), parts.directory.data(),
+                                     kDirectorySize) != kOk)
         return Fail(kFailed, "Get the abolute path unsuccessfully, path : %s", path);
     if (!resolved->format("%s/%s", parts.directory.c_str(), parts.name.c_str()))
         return Fail(
@@ -135,9 +125,9 @@ uint32_t KORX_Trans2AbsolutePath(const char* path, char* buffer, uint32_t size) 
 }
 
 uint32_t ORX_PathCat(const char* component, char* path, uint32_t size) {
-    if (ORX_IsStringEqual(component, "..") == 1)
+    if (ORX_IsStringEqual(component, "..") == KORX_TRUE)
         return ORX_PathCatDoubleDot(path);
-    if (ORX_IsStringEqual(component, ".") == 1)
+    if (ORX_IsStringEqual(component, ".") == KORX_TRUE)
         return kOk;
 
     const size_t length = path == nullptr ? 0 : strlen(path);
@@ -189,9 +179,9 @@ uint32_t KORX_Trans2CanonicalFilepath(const char* path, char* out, uint32_t size
 uint32_t KORX_GetCanonicalFilepath(const char* path, char* out, uint32_t size) {
     if (path == nullptr || out == nullptr)
         return Refuse(out, size, Fail(kFailed, "Parameter error"));
-    FixedText<kPathSize> resolved;
-    if (KORX_IsFileExist(path) == 1) {
-        if (KORX_Trans2CanonicalFilepath(path, resolved.data(), kPathSize) != kOk)
+    FullPathText resolved;
+    if (KORX_IsFileExist(path) == KORX_TRUE) {
+        if (KORX_Trans2CanonicalFilepath(path, resolved.data(), kFullPathSize) != kOk)
             return Refuse(
                 out, size,
                 Fail(kFailed, "Get the abolute path unsuccessfully when file is exist, file : %s",
@@ -209,44 +199,6 @@ uint32_t KORX_GetCanonicalFilepath(const char* path, char* out, uint32_t size) {
     return kOk;
 }
 
-int ZUVA_CanonicalOpenUseMode(const char* name, int flags, uint32_t mode) {
-    const size_t length = strlen(name);
-    if (length == 0 || length > kMaxOpenName)
-        return Fail(-1, "Name length(%u) is illegal, name: %s.", static_cast<uint32_t>(length),
-                    name);
-    const MallocPtr<char> for_directory(strdup(name));
-    if (!for_directory)
-        return Fail(-1, "strdup file dir failed, name: %s, error: %d.", name, errno);
-    const MallocPtr<char> for_base(strdup(name));
-    if (!for_base)
-        return Fail(-1, "strdup file name failed, name: %s, error: %d.", name, errno);
-    const char* const directory = dirname(for_directory.get());
-    if (directory == nullptr)
-        return Fail(-1, "get dirname failed, name: %s, error: %d.", name, errno);
-    const char* const base = basename(for_base.get());
-    if (base == nullptr)
-        return Fail(-1, "get basename failed, name: %s, error: %d.", name, errno);
-
-    const MallocPtr<char> real(realpath(directory, nullptr));
-    if (!real)
-        return Fail(-1, "Failed to transform files %s into canonical form. error: %d.", directory,
-                    errno);
-    FixedText<kPathSize> path;
-    if (!path.format("%s/%s", real.get(), base))
-        return Fail(-1,
-                    "snprintf_s failed in ZUVA_CanonicalOpenUseMode, tempPath:%s, baseFileName:%s",
-                    real.get(), base);
-    return open(path.c_str(), flags | O_CLOEXEC, mode);
-}
-
-int ZUVA_CanonicalOpen(const char* name, int flags) {
-    return ZUVA_CanonicalOpenUseMode(name, flags, 0);
-}
-
-int ZUVA_CanonicalClose(int fd) {
-    return fd < 1 ? -1 : close(fd);
-}
-
 char* ORX_DelSlashInPathEnd(char* path, uint32_t) {
     const size_t length = strlen(path);
     if (length > 0 && path[length - 1] == '/')
@@ -256,15 +208,15 @@ char* ORX_DelSlashInPathEnd(char* path, uint32_t) {
 
 int ORX_CmpLinuxDirStr(const char* a, const char* b) {
     constexpr int kDiffers = 1;
-    if (a == nullptr || b == nullptr || strlen(a) >= kDirSize || strlen(b) >= kDirSize)
+    if (a == nullptr || b == nullptr || strlen(a) >= kDirectorySize || strlen(b) >= kDirectorySize)
         return Fail(kDiffers, "[ORXFS-LOCAL] ORX_CmpLinuxDirStr:%s or %s is too long!",
                     a == nullptr ? "(null)" : a, b == nullptr ? "(null)" : b);
-    FixedText<kDirSize> first;
-    int copied = strncpy_s(first.data(), kDirSize, a, strlen(a));
+    DirectoryText first;
+    int copied = strncpy_s(first.data(), kDirectorySize, a, strlen(a));
     if (copied != 0)
         return Fail(kDiffers, "nRet=%d.Copy pcName1 unsuccessfully. pcName1=%s", copied, a);
-    FixedText<kDirSize> second;
-    copied = strncpy_s(second.data(), kDirSize, b, strlen(b));
+    DirectoryText second;
+    copied = strncpy_s(second.data(), kDirectorySize, b, strlen(b));
     if (copied != 0)
         return Fail(kDiffers, "nRet=%d.Copy pcName2 unsuccessfully. pcName2=%s", copied, b);
     return strcmp(ORX_DelSlashInPathEnd(first.data(), 0), ORX_DelSlashInPathEnd(second.data(), 0));
@@ -277,7 +229,7 @@ uint32_t KORX_GetParentDir(const char* path, char* parent) {
     if (length <= 1)
         return Fail(kFailed, "[ORXFS-LOCAL]Get parent dir path len is 0!");
     const size_t held = strlen(parent);
-    if (held >= kParentSize)
+    if (held >= kDirectorySize)
         return Fail(kFailed, "[ORXFS-LOCAL]Get parent dir parent path is too long, %d!",
                     static_cast<int>(held));
 
@@ -287,7 +239,7 @@ uint32_t KORX_GetParentDir(const char* path, char* parent) {
                     "[ORXFS-LOCAL]Get parent dir parent find pre slash: %d, parent path len: %u!",
                     0, 0u);
     const size_t kept = slash + 1;
-    if (slash >= kParentSize - 2)
+    if (slash >= kDirectorySize - 2)
         return Fail(kFailed,
                     "[ORXFS-LOCAL]Get parent dir parent find pre slash: %d, parent path len: %u!",
                     1, static_cast<uint32_t>(kept));
@@ -295,37 +247,9 @@ uint32_t KORX_GetParentDir(const char* path, char* parent) {
         parent[kept] = '\0';
         return kOk;
     }
-    const int copied = strncpy_s(parent, kParentSize, path, kept);
+    const int copied = strncpy_s(parent, kDirectorySize, path, kept);
     if (copied != 0)
         return Fail(kFailed, "nRet=%d.Copy pcPath unsuccessfully. pcPath=%s,pcPathLen=%u", copied,
                     path, static_cast<uint32_t>(kept));
-    return kOk;
-}
-
-uint32_t ORX_CreateDirByFile(const char* file) {
-    FixedText<kCreateDirSize> absolute;
-    if (KORX_Trans2AbsolutePath(file, absolute.data(), absolute.capacity()) != kOk)
-        return Fail(kFailed, "ORX_Trans2AbsolutePath failed, file:%s", file);
-    FixedText<kCreateDirSize> directory;
-    if (ORX_SplitPathFileName(absolute.c_str(), directory.data(), directory.capacity(), nullptr,
-                              0) != 1)
-        return kFailed;
-    if (KORX_IsDirExist(directory.c_str()) == 1)
-        return kOk;
-    return KORX_Mkdir(directory.c_str(), kNewDirMode) == kOk ? kOk : kFailed;
-}
-
-uint32_t KORX_CreateFile(const char* file) {
-    if (KORX_IsFileExist(file) == 1)
-        return kOk;
-    FixedText<kPathSize> absolute;
-    if (ORX_GetAbsolutePathAndFileName(file, absolute.data(), absolute.capacity()) != kOk)
-        return Fail(kFailed, "get absolute path and file name failed, fullRpgFilelistInfo:%s",
-                    file);
-    // Without O_TRUNC: a file that has appeared since keeps what it holds.
-    const UniqueFd fd(
-        open(absolute.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kNewFileMode));
-    if (!fd)
-        return Fail(kFailed, "Create file (%s) unsuccessfully, errno=%d.", file, errno);
     return kOk;
 }

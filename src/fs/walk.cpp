@@ -1,17 +1,16 @@
 // The depth-first walk of a directory tree with the caller's callbacks.
+#include "korx/fs.h"
+
 #include <dirent.h>
 
 #include "base/codes.h"
 #include "base/report.h"
 #include "base/text.h"
 #include "base/unique.h"
-#include "fs/entry.h"
-#include "korx/fs.h"
+#include "fs/tree.h"
 
 namespace korx {
 namespace {
-
-using PathText = FixedText<384>;
 
 struct Walk {
     const char* root;
@@ -20,7 +19,7 @@ struct Walk {
     void* context;
 };
 
-uint32_t ComposeEntry(const char* directory, const char* name, PathText* path) {
+uint32_t ComposeEntry(const char* directory, const char* name, FullPathText* path) {
     if (directory[0] == '\0') {
         if (!path->format("%s", name))
             return Fail(kFailed, "Print DirEntName unsuccessfully, DirEntName=%s", name);
@@ -32,20 +31,19 @@ uint32_t ComposeEntry(const char* directory, const char* name, PathText* path) {
 }
 
 uint32_t EnterDirectory(const Walk& walk, const char* path) {
-    uint32_t descend = 1;
+    uint32_t descend = KORX_TRUE;
     if (walk.on_directory != nullptr) {
         const uint32_t result = walk.on_directory(walk.root, path, &descend, walk.context);
         if (result != kOk)
             return result;
     }
-    if (descend == 0)
+    if (descend == KORX_FALSE)
         return kOk;
     return KORX_WalkDirRecurInner(walk.root, path, walk.on_directory, walk.on_file, walk.context);
 }
 
 bool IsWalked(const struct dirent& entry) {
-    return !IsDotName(entry.d_name) &&
-           (entry.d_type == DT_REG || entry.d_type == DT_LNK || entry.d_type == DT_DIR);
+    return entry.d_type == DT_REG || entry.d_type == DT_LNK || entry.d_type == DT_DIR;
 }
 
 }  // namespace
@@ -63,7 +61,7 @@ uint32_t ORX_WalkDirRecur(const char* root, const char*, ORX_WalkCallback on_dir
 uint32_t KORX_WalkDirRecurInner(const char* root, const char* relative_directory,
                                 ORX_WalkCallback on_directory, ORX_WalkCallback on_file,
                                 void* context) {
-    PathText path;  // the directory, then each of its entries
+    FullPathText path;  // the directory, then each of its entries
     if (!path.format("%s/%s", root, relative_directory))
         return Fail(kFailed, "Print RootPath unsuccessfully, RootPath=%s/%s", root,
                     relative_directory);
@@ -72,8 +70,9 @@ uint32_t KORX_WalkDirRecurInner(const char* root, const char* relative_directory
         return kFailed;
 
     const Walk walk = {root, on_directory, on_file, context};
-    uint32_t stop = 0;
-    while (const struct dirent* entry = readdir(directory.get())) {
+    uint32_t stop = KORX_FALSE;
+    Entries entries(directory.get());
+    while (const dirent* const entry = entries.next()) {
         if (!IsWalked(*entry))
             continue;
         if (ComposeEntry(relative_directory, entry->d_name, &path) != kOk)
@@ -83,7 +82,7 @@ uint32_t KORX_WalkDirRecurInner(const char* root, const char* relative_directory
                                     : on_file(root, path.c_str(), &stop, context);
         if (result != kOk)
             return result;
-        if (stop != 0)
+        if (stop != KORX_FALSE)
             return kOk;
     }
     return kOk;

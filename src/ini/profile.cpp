@@ -10,6 +10,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "base/alloc.h"
@@ -32,13 +33,9 @@ namespace korx {
 namespace {
 
 constexpr size_t kLineSize = 400;
-constexpr size_t kPathSize = 256;
-constexpr char kAbsent[] = "\"\"";  // what a lookup finds where there is no such key
-
-constexpr uint32_t kNotLoaded = 0;
-constexpr uint32_t kRead = 1;
-
-enum LineClass : uint32_t { kSectionLine = 0, kKeyLine = 1, kBlankLine = 2, kCommentLine = 3 };
+constexpr char kNoValue[] = "\"\"";  // what a lookup finds where there is no such key
+constexpr size_t kMaxLookupName = 63;
+constexpr size_t kLookupSize = 256;  // of a value that is looked up, with its quotes
 
 bool IsBlank(char c) {
     return c == ' ' || c == '\t';
@@ -48,27 +45,26 @@ const char* SkipBlanks(const char* text) {
     return text + strspn(text, " \t");
 }
 
-// The end of the text before end without its trailing blanks.
-const char* TrimEnd(const char* begin, const char* end) {
-    while (end > begin && IsBlank(end[-1]))
-        --end;
-    return end;
+std::string_view TrimEnd(std::string_view text) {
+    while (!text.empty() && IsBlank(text.back()))
+        text.remove_suffix(1);
+    return text;
 }
 
-LineClass Classify(const char* line) {
+uint32_t Classify(const char* line) {
     const char* const text = SkipBlanks(line);
     if (text[0] == '\0' || text[0] == ';')
-        return kBlankLine;
+        return KORX_INI_LINE_BLANK;
     if (text[0] == '#')
-        return kCommentLine;
-    return text[0] == '[' && text[strlen(text) - 1] == ']' ? kSectionLine : kKeyLine;
+        return KORX_INI_LINE_COMMENT;
+    return text[0] == '[' && text[strlen(text) - 1] == ']' ? KORX_INI_LINE_SECTION
+                                                           : KORX_INI_LINE_KEY;
 }
 
-// Copies [begin, begin + length) and terminates; what does not fit in size, at least 1, is left
-// out.
-void CopyCut(char* out, uint32_t size, const char* begin, size_t length) {
-    const size_t copied = std::min<size_t>(length, size - 1);
-    memcpy(out, begin, copied);
+// Copies and terminates; what does not fit in size, at least 1, is left out.
+void CopyCut(char* out, uint32_t size, std::string_view text) {
+    const size_t copied = std::min<size_t>(text.size(), size - 1);
+    memcpy(out, text.data(), copied);
     out[copied] = '\0';
 }
 
@@ -89,9 +85,9 @@ class Loader {
 
     LoadStatus add(const char* line) {
         switch (Classify(line)) {
-            case kSectionLine:
+            case KORX_INI_LINE_SECTION:
                 return add_section(line);
-            case kKeyLine:
+            case KORX_INI_LINE_KEY:
                 return next_key_ == nullptr ? LoadStatus::kLoaded : add_key(line);
             default:
                 return LoadStatus::kLoaded;
@@ -123,7 +119,7 @@ class Loader {
 
 LoadStatus LoadLines(FILE* stream, KORX_IniSection** head) {
     Loader loader(head);
-    char line[kLineSize] = {};
+    char line[kLineSize];
     while (fgets(line, sizeof line, stream) != nullptr) {
         if (line[0] != '\n' && line[0] != '\r') {
             ORX_RemoveLastRn(line, sizeof line);
@@ -131,25 +127,18 @@ LoadStatus LoadLines(FILE* stream, KORX_IniSection** head) {
             if (status != LoadStatus::kLoaded)
                 return status;
         }
-        (void) memset_s(line, sizeof line, 0, sizeof line);
-        if (feof(stream))
-            return LoadStatus::kLoaded;
     }
     if (!feof(stream))
         return Fail(LoadStatus::kReadError, "[ORX] Can't get line from file, errno=%d", errno);
     return LoadStatus::kLoaded;
 }
 
-bool IsTooLong(const char* text, size_t size) {
-    return strlen(text) >= size;
-}
-
 uint32_t CopyMissing(const char* text, char* out, uint32_t size) {
     const int copied = strncpy_s(out, size, text, size - 1);
     out[size - 1] = '\0';
     if (copied != 0)
-        return Fail(0u, "nRet=%d.Copy pszStr unsuccessfully,pszStr=%s.", copied, text);
-    return 0;
+        return Fail(KORX_FALSE, "nRet=%d.Copy pszStr unsuccessfully,pszStr=%s.", copied, text);
+    return KORX_FALSE;
 }
 
 }  // namespace
@@ -226,23 +215,21 @@ uint32_t KORX_IniGetKeyInfo(const char* line, char* key, uint32_t key_size, char
     key[key_size - 1] = '\0';
     const char* const split = strrchr(text, '=');
     if (split == nullptr) {
-        CopyCut(key, key_size, text, strlen(text));
+        CopyCut(key, key_size, text);
         return kOk;
     }
 
-    const char* const key_end = TrimEnd(text, split);
-    const auto key_length = static_cast<size_t>(key_end - text);
-    CopyCut(key, key_size, text, key_length);
-    if (key_length >= key_size)
+    const std::string_view key_text = TrimEnd({text, static_cast<size_t>(split - text)});
+    CopyCut(key, key_size, key_text);
+    if (key_text.size() >= key_size)
         return Fail(kFailed, "Get key info unsuccessfully, KeyLen=%u, Text=%s", key_size, text);
 
-    const char* const value_begin = SkipBlanks(split + 1);
-    const char* const value_end = TrimEnd(value_begin, value_begin + strlen(value_begin));
-    const auto value_length = static_cast<size_t>(value_end - value_begin);
-    CopyCut(value, value_size, value_begin, std::min(value_length, kMaxValue));
-    if (value_length > kMaxValue || value_length >= value_size)
+    const std::string_view value_text = TrimEnd(SkipBlanks(split + 1));
+    const size_t longest = std::min<size_t>(kMaxValue, value_size - 1);
+    CopyCut(value, static_cast<uint32_t>(longest + 1), value_text);
+    if (value_text.size() > longest)
         return Fail(kFailed, "Get key info unsuccessfully, ValueLen=%u, Text=%s",
-                    static_cast<uint32_t>(kMaxValue), key_end);
+                    static_cast<uint32_t>(kMaxValue), text + key_text.size());
     return kOk;
 }
 
@@ -250,11 +237,11 @@ uint32_t KORX_IniReadProfile(const char* file, const char* section, const char* 
                              uint32_t size) {
     if (value == nullptr || size < 2)
         return Fail(kFailed, "ini read file unsuccessfully retStrLen:%d.", static_cast<int>(size));
-    FixedText<kPathSize> path;
+    DirectoryText path;
     if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk)
         return Fail(kFailed, "Get the abolute path of file %s unsuccessfully when read profile.",
                     file);
-    if (KORX_IsFileExist(path.c_str()) == 0) {
+    if (KORX_IsFileExist(path.c_str()) == KORX_FALSE) {
         Log(kLevelInfo, "File %s is not exist.", file);
         return kFailed;
     }
@@ -264,39 +251,34 @@ uint32_t KORX_IniReadProfile(const char* file, const char* section, const char* 
     Profile profile;
     (void) LoadProfile(std::move(stream), &profile);
     if (!profile)
-        return kNotLoaded;
+        return KORX_INI_NOT_LOADED;
 
     const KORX_IniKey* const found = FindKey(FindSection(profile.get(), section), key);
-    const char* const text = found == nullptr ? kAbsent : found->acValue;
-    CopyCut(value, size, text, strlen(text));
-    return kRead;
+    CopyCut(value, size, found == nullptr ? kNoValue : found->acValue);
+    return KORX_INI_READ;
 }
 
 __attribute__((weak)) uint32_t KORX_IniGetValue(const char* file, const char* section,
                                                 const char* key, char* value, uint32_t size) {
-    constexpr uint32_t kNullArgument = 1;
-    constexpr uint32_t kArgumentTooLong = 2;
-    constexpr uint32_t kLoadFailed = 3;
-    constexpr uint32_t kQuoteFailed = 4;
-    constexpr size_t kMaxNameSize = 64;
-
     if (file == nullptr || section == nullptr || key == nullptr || value == nullptr)
-        return Fail(kNullArgument, "Input para is invalid.");
-    if (IsTooLong(key, kMaxNameSize) || IsTooLong(section, kMaxNameSize) ||
-        IsTooLong(file, kPathSize))
-        return Fail(kArgumentTooLong, "Input para len is invalid, filename %s, section %s, key %s.",
-                    file, section, key);
+        return Fail(KORX_INI_ERR_NULL_PARA, "Input para is invalid.");
+    if (strlen(key) > kMaxLookupName || strlen(section) > kMaxLookupName ||
+        strlen(file) >= kDirectorySize)
+        return Fail(KORX_INI_ERR_TOO_LONG,
+                    "Input para len is invalid, filename %s, section %s, key %s.", file, section,
+                    key);
     // Only a profile that does not load is a failure. A file that is not there or may not be opened
     // has no value: the caller gets an empty text.
-    FixedText<256> stored;
-    if (KORX_IniReadProfile(file, section, key, stored.data(), stored.capacity()) == kNotLoaded)
-        return Warn(kLoadFailed, "[ORX] Load file %s unsuccessfully, section '%s', key '%s'", file,
-                    section, key);
+    FixedText<kLookupSize> stored;
+    if (KORX_IniReadProfile(file, section, key, stored.data(), stored.capacity()) ==
+        KORX_INI_NOT_LOADED)
+        return Warn(KORX_INI_ERR_LOAD, "[ORX] Load file %s unsuccessfully, section '%s', key '%s'",
+                    file, section, key);
 
     if (stored.c_str()[0] == '"') {
-        if (KORX_GetMidString(stored.c_str(), "\"", "\"", value, size) == 1)
+        if (KORX_GetMidString(stored.c_str(), "\"", "\"", value, size) == KORX_TRUE)
             return kOk;
-        return Fail(kQuoteFailed,
+        return Fail(KORX_INI_ERR_QUOTE,
                     "[ORX] GetMidString unsuccessfully. file %s section %s key %s value %s", file,
                     section, key, stored.c_str());
     }
@@ -309,10 +291,10 @@ __attribute__((weak)) uint32_t KORX_IniGetValue(const char* file, const char* se
 uint32_t KORX_GetMidString(const char* text, const char* head, const char* tail, char* out,
                            uint32_t size) {
     if (size == 0)
-        return 0;
+        return KORX_FALSE;
     out[0] = '\0';
     if (text == nullptr)
-        return 0;
+        return KORX_FALSE;
     const char* const at_head = strstr(text, head);
     const char* const begin = at_head == nullptr ? nullptr : at_head + strlen(head);
     const char* const end = begin == nullptr ? nullptr : strstr(begin, tail);
@@ -321,9 +303,9 @@ uint32_t KORX_GetMidString(const char* text, const char* head, const char* tail,
 
     const auto length = static_cast<size_t>(end - begin);
     if (length + 1 > size)
-        return Fail(0u, "BufSize is not long enough.");
+        return Fail(KORX_FALSE, "BufSize is not long enough.");
     const int copied = strncpy_s(out, length + 1, begin, length);
     if (copied != 0)
-        return Fail(0u, "nRet=%d.Copy HeadSize unsuccessfully,HeadSize=%s.", copied, begin);
-    return 1;
+        return Fail(KORX_FALSE, "nRet=%d.Copy HeadSize unsuccessfully,HeadSize=%s.", copied, begin);
+    return KORX_TRUE;
 }

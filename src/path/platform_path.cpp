@@ -11,6 +11,7 @@
 #include "base/codes.h"
 #include "base/report.h"
 #include "base/text.h"
+#include "format/board.h"
 #include "korx/fs.h"
 #include "korx/ini.h"
 #include "korx/str.h"
@@ -24,63 +25,52 @@ constinit KORX_PtnPath g_stPtnPath = {};
 namespace korx {
 namespace {
 
-constexpr char kConfFile[] = "/etc/base.d/base.conf";
-constexpr char kPathSection[] = "[PATH]";
-constexpr char kBaseDir[] = "/opt/veltra/quarn/common";
-constexpr char kTmpDir[] = "/opt/veltra/quarn/common/tmp";
-constexpr char kLocalDataFile[] = "korx_local_data.ini";
-constexpr char kLogLinkTarget[] = "/opt/tarnos/var/log";
-constexpr size_t kPathSize = sizeof g_stPtnPath.acLogPath;
-
-using PathText = FixedText<kPathSize>;
-
-bool DefaultPath(const char* name, PathText* path) {
+bool DefaultPath(const char* name, DirectoryText* path) {
     return path->format("%s/%s", kBaseDir, name);
 }
 
 // What could not be made leaves the path that is in force.
-void Store(const PathText& path, char (&field)[kPathSize]) {
+void Store(const DirectoryText& path, char (&field)[kDirectorySize]) {
     if (!path.empty())
-        (void) strncpy_s(field, kPathSize, path.c_str(), kPathSize - 1);
+        (void) strncpy_s(field, kDirectorySize, path.c_str(), kDirectorySize - 1);
 }
 
-bool IsConfigured(uint32_t read, const PathText& value) {
+bool IsConfigured(uint32_t read, const DirectoryText& value) {
     return read == kOk && value.c_str()[0] == '/';
 }
 
-void RepairLogLink(const PathText& path) {
+void RepairLogLink(const DirectoryText& path) {
     if (!path.empty())
-        KORX_CreateLinkFileForPath(path.c_str(), kPathSize);
+        KORX_CreateLinkFileForPath(path.c_str(), kDirectorySize);
 }
 
 void UseDefaults() {
-    PathText log;
-    if (!DefaultPath("log", &log))
+    DirectoryText log;
+    if (!DefaultPath(kLogDirName, &log))
         Log(kLevelErr, "snprintf_s log path unsuccessfully.");
     RepairLogLink(log);
-    PathText data;
-    if (!DefaultPath("data", &data))
+    DirectoryText data;
+    if (!DefaultPath(kDataDirName, &data))
         Log(kLevelErr, "snprintf_s data path unsuccessfully.");
     Store(log, g_stPtnPath.acLogPath);
     Store(data, g_stPtnPath.acDataPath);
 }
 
-uint32_t ReadKey(const char* key, PathText* value) {
-    const uint32_t read = KORX_IniGetValue(kConfFile, kPathSection, key, value->data(), kPathSize);
-    (void) ORX_Trim(value->data(), kPathSize);
+uint32_t ReadKey(const char* key, DirectoryText* value) {
+    const uint32_t read =
+        KORX_IniGetValue(kConfFile, kPathSection, key, value->data(), kDirectorySize);
+    (void) ORX_Trim(value->data(), kDirectorySize);
     return read;
 }
 
-uint32_t CopyPath(const char* path, char* buffer, uint32_t size) {
-    const size_t length = strlen(path);
-    (void) strncpy_s(buffer, size, path, length);
-    buffer[length] = '\0';
+// Into a buffer that is large enough.
+void CopyClean(const char* path, char* buffer, uint32_t size) {
+    (void) strncpy_s(buffer, size, path, strlen(path));
     ORX_CutPathStr(buffer);
-    return kOk;
 }
 
 void ParseOnFirstUse() {
-    if (KORX_IsPathInit() == 0)
+    if (KORX_IsPathInit() == KORX_FALSE)
         KORX_ParsePathConf();
 }
 
@@ -90,22 +80,22 @@ void ParseOnFirstUse() {
 using namespace korx;
 
 void KORX_ParsePathConf(void) {
-    if (KORX_IsFileExist(kConfFile) == 0)
+    if (KORX_IsFileExist(kConfFile) == KORX_FALSE)
         return UseDefaults();
 
-    PathText log;
-    const uint32_t log_read = ReadKey("LOG_PATH", &log);
+    DirectoryText log;
+    const uint32_t log_read = ReadKey(kLogPathKey, &log);
     Log(kLevelInfo, "Get log path in %s, log_path=[%s].", kConfFile, log.c_str());
     if (!IsConfigured(log_read, log)) {
-        if (!DefaultPath("log", &log))
+        if (!DefaultPath(kLogDirName, &log))
             Log(kLevelErr, "snprintf_s log path:%s unsuccessfully.", kBaseDir);
         RepairLogLink(log);
     }
 
-    PathText data;
-    const uint32_t data_read = ReadKey("DATA_PATH", &data);
+    DirectoryText data;
+    const uint32_t data_read = ReadKey(kDataPathKey, &data);
     Log(kLevelInfo, "Get data path in %s, data_path=[%s].", kConfFile, data.c_str());
-    if (!IsConfigured(data_read, data) && !DefaultPath("data", &data))
+    if (!IsConfigured(data_read, data) && !DefaultPath(kDataDirName, &data))
         Log(kLevelErr, "snprintf_s data path:%s unsuccessfully.", kBaseDir);
 
     Store(log, g_stPtnPath.acLogPath);
@@ -115,7 +105,8 @@ void KORX_ParsePathConf(void) {
 }
 
 uint32_t KORX_IsPathInit(void) {
-    return g_stPtnPath.acLogPath[0] != '\0' || g_stPtnPath.acDataPath[0] != '\0' ? 1 : 0;
+    const bool is_known = g_stPtnPath.acLogPath[0] != '\0' || g_stPtnPath.acDataPath[0] != '\0';
+    return is_known ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t KORX_GetLogPath(char* buffer, uint32_t size) {
@@ -125,7 +116,8 @@ uint32_t KORX_GetLogPath(char* buffer, uint32_t size) {
     if (strlen(g_stPtnPath.acLogPath) >= size)
         return Fail(kBufferTooShort, "LogPath buffer len is too short, BufLen=%u, LogPath=[%s].",
                     size, g_stPtnPath.acLogPath);
-    return CopyPath(g_stPtnPath.acLogPath, buffer, size);
+    CopyClean(g_stPtnPath.acLogPath, buffer, size);
+    return kOk;
 }
 
 uint32_t KORX_GetDataPath(char* buffer, uint32_t size) {
@@ -136,7 +128,8 @@ uint32_t KORX_GetDataPath(char* buffer, uint32_t size) {
         return Fail(kBufferTooShort,
                     "ComDataPath buffer len is too short, BufLen=%u, DataPath=[%s].", size,
                     g_stPtnPath.acDataPath);
-    return CopyPath(g_stPtnPath.acDataPath, buffer, size);
+    CopyClean(g_stPtnPath.acDataPath, buffer, size);
+    return kOk;
 }
 
 uint32_t KORX_GetCommTmpPath(char* buffer, uint32_t size) {
@@ -146,7 +139,7 @@ uint32_t KORX_GetCommTmpPath(char* buffer, uint32_t size) {
 }
 
 uint32_t KORX_GetLocalDataFileFullPath(char* buffer, uint32_t size) {
-    PathText directory;
+    DirectoryText directory;
     if (!directory.format("%s", kTmpDir))
         Log(kLevelErr, "Get CommTmpPath unsuccessfully.");
     if (snprintf_s(buffer, size, size - 1, "%s/%s", directory.c_str(), kLocalDataFile) < 0)
@@ -156,9 +149,9 @@ uint32_t KORX_GetLocalDataFileFullPath(char* buffer, uint32_t size) {
 }
 
 void KORX_CreateLinkFileForPath(const char* path, uint32_t size) {
-    if (KORX_IsFileLinkRight(kLogLinkTarget, path, size) == 0)
+    if (KORX_IsFileLinkRight(kLogLinkTarget, path, size) == ORXFS_OK)
         return Log(kLevelInfo, "Log path is link right.");
-    if (ORX_IsSymLink(path, size) == 0)
+    if (ORX_IsSymLink(path, size) == KORX_FALSE)
         return Log(kLevelWarning, "File: %s is not link.", path);
 
     (void) KORX_DelFile(path, size);

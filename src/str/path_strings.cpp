@@ -1,24 +1,23 @@
 // Paths as texts, and the directories along one. Nothing here resolves a path: a name is only read.
+#include "korx/str.h"
+
 #include <errno.h>
 #include <string.h>
-#include <sys/stat.h>
 
 #include "base/bounded.h"
 #include "base/codes.h"
 #include "base/report.h"
 #include "base/text.h"
-#include "korx/str.h"
+#include "str/directories.h"
 
 namespace korx {
 namespace {
-
-constexpr size_t kPathSize = 512;
 
 bool IsSeparator(char c) {
     return c == '/' || c == '\\';
 }
 
-// The part behind the last separator, which may be all of the path or nothing.
+// The part behind the last separator of either kind, which may be all of the path or nothing.
 const char* NamePart(const char* path) {
     const char* name = path + strlen(path);
     while (name > path && !IsSeparator(name[-1]))
@@ -57,11 +56,11 @@ void ORX_EnSureExistPathSep(char* path, uint32_t size) {
 uint32_t ORX_SplitPathFileName(const char* path, char* directory, uint32_t directory_size,
                                char* name, uint32_t name_size) {
     if (path == nullptr)
-        return 0;
+        return KORX_FALSE;
     ClearText(directory, directory_size);
     ClearText(name, name_size);
     if (path[0] == '\0')
-        return 0;
+        return KORX_FALSE;
 
     const char* const name_part = NamePart(path);
     const auto directory_length = static_cast<size_t>(name_part - path);
@@ -71,22 +70,24 @@ uint32_t ORX_SplitPathFileName(const char* path, char* directory, uint32_t direc
     if (directory != nullptr) {
         const int code = strncpy_s(directory, directory_size, path, directory_length);
         if (code != 0)
-            return Fail(0u, "nRet=%d.Copy string FileName:%s unsuccessfully, FileNameLen=%d.", code,
+            return Fail(KORX_FALSE,
+                        "nRet=%d.Copy string FileName:%s unsuccessfully, FileNameLen=%d.", code,
                         path, static_cast<int>(directory_length));
     }
     if (name == nullptr)
-        return 1;
+        return KORX_TRUE;
     const int code = strncpy_s(name, name_size, name_part, name_length);
     if (code != 0 && directory_length == 0)
-        return Fail(0u, "nRet=%d.Copy FileName:%s unsuccessfully, FileNameLen=%d.", code, path,
-                    static_cast<int>(name_length));
+        return Fail(KORX_FALSE, "nRet=%d.Copy FileName:%s unsuccessfully, FileNameLen=%d.", code,
+                    path, static_cast<int>(name_length));
     if (code != 0)
         return Fail(
-            0u, "nRet=%d.Strncpy FileName unsuccessfully.FileName=%s, FileNameLen=%d, bufflen=%u.",
+            KORX_FALSE,
+            "nRet=%d.Strncpy FileName unsuccessfully.FileName=%s, FileNameLen=%d, bufflen=%u.",
             code, name_part, static_cast<int>(name_length), name_size);
     if (directory_length == 0)
         name[name_size - 1] = '\0';
-    return 1;
+    return KORX_TRUE;
 }
 
 uint32_t ORX_FindPreGangStr(const char* text, uint32_t position) {
@@ -118,26 +119,15 @@ void ORX_CutPathStr(char* path) {
 // The diagnostic log's writer makes its own directory with this, hence the system log.
 uint32_t ORX_MkDir(const char* path, uint32_t mode) {
     const size_t length = strlen(path);
-    if (length >= kPathSize)
+    if (length >= kBuildSize)
         return SysFail(kInvalidParam, "The path name length of %s is %u and is invalid. ", path,
                        static_cast<uint32_t>(length));
     if (path[0] != '/')
         return SysFail(kInvalidParam, "The path name %s is invalid,it should be full path. ", path);
-    FixedText<kPathSize> text;
+    BuildText text;
     if (!text.format("%s", path))
         return SysFail(kFailed, "Print pcPathname unsuccessfully.pcPathname=%s ", path);
-
-    // A directory that another process makes meanwhile is as good as ours.
-    char* const buffer = text.data();
-    for (size_t i = 1; i <= length; ++i) {
-        const char c = buffer[i];
-        if (c != '/' && c != '\0')
-            continue;
-        buffer[i] = '\0';
-        if (mkdir(buffer, mode) != 0 && errno != EEXIST)
-            return SysFail(kCreateDirFailed, "Create %s directory unsuccessfully as %d. ", path,
-                           errno);
-        buffer[i] = c;
-    }
+    if (!MakeDirectories(text.data(), mode, [](const char*) {}))
+        return SysFail(kCreateDirFailed, "Create %s directory unsuccessfully as %d. ", path, errno);
     return kOk;
 }

@@ -1,8 +1,12 @@
 // Tests, copies and conversions of texts, and the small waits and writes that callers share.
+#include "korx/str.h"
+
 #include <ctype.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
+
+#include <string_view>
 
 #include "base/bounded.h"
 #include "base/codes.h"
@@ -10,13 +14,11 @@
 #include "base/text.h"
 #include "base/unique.h"
 #include "base/write_all.h"
-#include "korx/str.h"
 
 namespace korx {
 namespace {
 
 constexpr size_t kPrefixSize = 128;
-constexpr int kIpAddressFields = 4;
 
 // At most count characters of source, in count + 1 bytes of their own.
 MallocPtr<char> CopyOf(const char* source, size_t count) {
@@ -29,8 +31,8 @@ MallocPtr<char> CopyOf(const char* source, size_t count) {
     return copy;
 }
 
-bool AppendToken(ORX_VEC_Vector* vector, const char* token, size_t length) {
-    MallocPtr<char> copy = CopyOf(token, length);
+bool AppendToken(ORX_VEC_Vector* vector, std::string_view token) {
+    MallocPtr<char> copy = CopyOf(token.data(), token.size());
     if (!copy || ORX_VEC_VectorSet(vector, copy.get()) == kAllBits)
         return false;
     (void) copy.release();  // the vector owns it now
@@ -48,11 +50,11 @@ bool AppendTokens(ORX_VEC_Vector* vector, const char* text, char separator, uint
         if (left == 0)
             return true;
         if (max_count != 0 && appended == max_count)
-            return AppendToken(vector, token, left);
+            return AppendToken(vector, {token, left});
 
         const void* const found = memchr(token, separator, left);
         const char* const token_end = found == nullptr ? end : static_cast<const char*>(found);
-        if (!AppendToken(vector, token, static_cast<size_t>(token_end - token)))
+        if (!AppendToken(vector, {token, static_cast<size_t>(token_end - token)}))
             return false;
         token = token_end;
     }
@@ -65,13 +67,13 @@ using namespace korx;
 
 uint32_t ORX_StrIsStartWith(const char* text, const char* prefix) {
     if (text == nullptr || prefix == nullptr)
-        return 0;
+        return KORX_FALSE;
     const size_t length = strlen(prefix);
     char start[kPrefixSize] = {};
     if (const int code = strncpy_s(start, sizeof start, text, length); code != 0)
-        return Fail(0u, "nRet=%d.Copy pcStr unsuccessfully, pcStr=%s, pcStrLen=%u.", code, text,
-                    static_cast<uint32_t>(length));
-    return strcmp(start, prefix) == 0 ? 1 : 0;
+        return Fail(KORX_FALSE, "nRet=%d.Copy pcStr unsuccessfully, pcStr=%s, pcStrLen=%u.", code,
+                    text, static_cast<uint32_t>(length));
+    return strcmp(start, prefix) == 0 ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t ORX_ReplaceChar(char* text, char from, char to) {
@@ -111,15 +113,15 @@ uint32_t ORX_StringLoop(const char* source, char* destination, uint32_t size) {
 }
 
 uint32_t ORX_IsStringEqual(const char* a, const char* b) {
-    return a != nullptr && b != nullptr && strcmp(a, b) == 0 ? 1 : 0;
+    return a != nullptr && b != nullptr && strcmp(a, b) == 0 ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t ORX_IsDigitString(const char* text) {
     if (text == nullptr || *text == '\0')
-        return 0;
+        return KORX_FALSE;
     while (isdigit(static_cast<unsigned char>(*text)))
         ++text;
-    return *text == '\0' ? 1 : 0;
+    return *text == '\0' ? KORX_TRUE : KORX_FALSE;
 }
 
 int32_t ORX_Write(int fd, const void* data, uint32_t length) {
@@ -147,7 +149,7 @@ int ORX_GetDigIpAddrByStr(const char* text, uint32_t* address) {
     unsigned a = 0, b = 0, c = 0, d = 0;
     const int fields = sscanf_s(text, "%u.%u.%u.%u", &a, &b, &c, &d);
     // Fields above 255 spill into their neighbours: the sum is all that is promised.
-    if (fields == kIpAddressFields)
+    if (fields == ORX_IP_ADDRESS_FIELDS)
         *address = (a << 24) + (b << 16) + (c << 8) + d;
     return fields;
 }

@@ -1,14 +1,17 @@
 // Trimming. Two notions of space live here and must not be merged: the blank trimmers take blanks
 // and double quotes but no tabs, ORX_StringTrim takes what isspace takes and no quotes.
+#include "korx/str.h"
+
 #include <ctype.h>
 #include <string.h>
+
+#include <string_view>
 
 #include "base/alloc.h"
 #include "base/bounded.h"
 #include "base/codes.h"
 #include "base/report.h"
 #include "base/unique.h"
-#include "korx/str.h"
 
 namespace korx {
 namespace {
@@ -23,9 +26,9 @@ size_t CountLeading(const char* text, char c) {
     return count;
 }
 
-size_t CountTrailing(const char* text, size_t length, char c) {
+size_t CountTrailing(std::string_view text, char c) {
     size_t count = 0;
-    while (count < length && text[length - 1 - count] == c)
+    for (; !text.empty() && text.back() == c; text.remove_suffix(1))
         ++count;
     return count;
 }
@@ -83,7 +86,7 @@ uint32_t ORX_Strtriml(char* text) {
     if (!copy)
         return kNoMemory;
 
-    const size_t quotes = CountTrailing(text, length, kQuote);
+    const size_t quotes = CountTrailing({text, length}, kQuote);
     const size_t unquoted = length - quotes;
     if (const int code = strncpy_s(copy.get(), length + 1, text, unquoted); code != 0)
         return Fail(kFailed,
@@ -91,7 +94,7 @@ uint32_t ORX_Strtriml(char* text) {
                     code, text, Number(quotes), Number(length));
 
     // Quotes only or blanks only leave nothing to copy back: the zeroed text is the result.
-    const size_t blanks = CountTrailing(copy.get(), unquoted, kBlank);
+    const size_t blanks = CountTrailing({copy.get(), unquoted}, kBlank);
     (void) memset_s(text, length, 0, length);
     if (const int code = strncpy_s(text, length + 1, copy.get(), unquoted - blanks); code != 0)
         return Fail(
@@ -120,10 +123,10 @@ void ORX_RemoveLastRn(char* text, uint32_t /*size*/) {
 
 uint32_t ORX_IsSpaceString(const char* text) {
     if (text == nullptr)
-        return 1;
+        return KORX_TRUE;
     while (IsSpace(*text))
         ++text;
-    return *text == '\0' ? 1 : 0;
+    return *text == '\0' ? KORX_TRUE : KORX_FALSE;
 }
 
 uint32_t ORX_StringTrim(char* text) {

@@ -30,7 +30,6 @@ TEST_F(PlatformPath, FallsBackKeyByKey) {
              Row{"[PATH]\nDATA_PATH=/d\n", kDefaultLog, "/d"},
              Row{"[PATH]\nLOG_PATH=relative\nDATA_PATH=\n", kDefaultLog, kDefaultData},
              Row{"LOG_PATH=/l\n", kDefaultLog, kDefaultData},
-             Row{"", kDefaultLog, kDefaultData},
          }) {
         WriteFile("/etc/base.d/base.conf", row.conf);
         KORX_ParsePathConf();

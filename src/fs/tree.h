@@ -1,0 +1,50 @@
+// A directory tree that others may change while it is gone through.
+#pragma once
+
+#include <dirent.h>
+#include <stddef.h>
+
+#include <string_view>
+
+#include "base/text.h"
+#include "base/unique.h"
+
+namespace korx {
+
+// A directory's entries but "." and "..".
+class Entries {
+  public:
+    explicit Entries(DIR* directory) : directory_(directory) {}
+
+    // Null behind the last one, and when reading fails.
+    const dirent* next();
+    // The errno of a failed reading, else 0.
+    int error() const { return error_; }
+
+  private:
+    DIR* const directory_;
+    int error_ = 0;
+};
+
+// The tree below a start path. A path of the tree is the start path and the components behind it.
+// Every directory is entered from the opened start directory, one component after the other and
+// never through a link: one that is swapped for a link meanwhile is not entered.
+class Tree {
+  public:
+    [[nodiscard]] bool begin(const char* start);
+    const char* start() const { return start_.c_str(); }
+
+    // Null, with errno, when it cannot be opened.
+    UniqueDir open_directory(const char* path);
+    // Removes an empty directory. Returns 0 or the errno of what failed.
+    int remove_directory(const char* path);
+
+  private:
+    UniqueFd enter(std::string_view path);
+
+    DirectoryText start_;
+    size_t start_length_ = 0;
+    UniqueFd root_;
+};
+
+}  // namespace korx

@@ -1,0 +1,235 @@
+// Changes of profiles: a value set, or a key and its section added, and the whole file saved.
+#include "korx/ini.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <string.h>
+
+#include <utility>
+
+#include "base/alloc.h"
+#include "base/codes.h"
+#include "base/lock.h"
+#include "base/report.h"
+#include "base/text.h"
+#include "base/unique.h"
+#include "ini/profile.h"
+#include "korx/fs.h"
+
+constinit pthread_mutex_t g_unKorxIniWriteLock = PTHREAD_MUTEX_INITIALIZER;
+
+namespace korx {
+namespace {
+
+constexpr mode_t kLockFileMode = 0640;
+
+constexpr size_t kMaxFileName = kDirectorySize - 1;
+constexpr size_t kMaxName = 63;
+constexpr size_t kMaxSetValue = 255;
+
+constinit pthread_mutex_t change_mutex = PTHREAD_MUTEX_INITIALIZER;
+constinit ForkMutex change_fork_mutex(&change_mutex);
+constinit ForkMutex profiles_fork_mutex(&g_unKorxIniWriteLock);
+
+bool HoldsLineEnd(const char* text) {
+    return strpbrk(text, "\r\n") != nullptr;
+}
+
+// A line end inside a name or value would add lines of the caller's making to the profile.
+bool HasOnlyLines(const char* section, const char* key, const char* value) {
+    if (HoldsLineEnd(section) || HoldsLineEnd(key) || HoldsLineEnd(value))
+        return Fail(false, "[ORX] Section, key or value holds a line end.");
+    return true;
+}
+
+bool IsHeld(const MutexGuard& mutex) {
+    if (mutex.error() != 0)
+        return Fail(false, "Can't pthread lock ret:%d, errno: %d.", mutex.error(), errno);
+    return true;
+}
+
+uint32_t OpenLockFile(const char* file, DirectoryText* name, UniqueFd* fd) {
+    if (!name->format("%s.lock", file))
+        return Fail(kFailed, "Print fileIn unsuccessfully, fileIn=%s.lock.", file);
+    DirectoryText path;
+    const uint32_t code =
+        ORX_GetAbsolutePathAndFileName(name->c_str(), path.data(), path.capacity());
+    if (code != kOk)
+        return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", name->c_str(), code);
+    *fd = UniqueFd(
+        open(path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kLockFileMode));
+    if (!*fd)
+        return Fail(kFailed, "Can't create or open %s. errno:%d", name->c_str(), errno);
+    return kOk;
+}
+
+// Runs a change, given the lock file's name, while no other thread or process changes the profile.
+//
+// Five locks, in this order, and given back in the opposite one. A record lock is given back before
+// its descriptor is closed, so it is declared behind the descriptor's owner.
+//
+// 1. change_mutex, one for all profiles. Record locks belong to the process: without it a second
+//    thread would be let into F.lock as well, and its close would end the first one's lock.
+// 2. F.lock, against other processes. It is a file of its own, because F is replaced: a lock on F
+//    would stay with the old version, and the next process would lock the new one.
+// 3. g_unKorxIniWriteLock, which is published: a caller who holds it keeps this process's changes
+//    away. Behind F.lock, so that he does not wait for the changes of other processes, too.
+// 4. F+ and 5. F, both by the saver, against programs that lock what they work on and know nothing
+//    of F.lock.
+template <typename Change>
+uint32_t UnderLockFile(const char* file, Change change) {
+    const MutexGuard threads(change_fork_mutex);
+    if (!IsHeld(threads))
+        return kFailed;
+    DirectoryText name;
+    UniqueFd fd;
+    const uint32_t opened = OpenLockFile(file, &name, &fd);
+    if (opened != kOk)
+        return opened;
+    RecordLock lock(fd.get());
+    if (!lock.acquire())
+        return Fail(kFailed, "Can't lock %s.", name.c_str());
+
+    const uint32_t result = change(name.c_str());
+    if (!lock.release())
+        Log(kLevelErr, "Unlock %s unsuccessfully.", name.c_str());
+    return result;
+}
+
+// Copies a text that the loader would read back whole; a longer one leaves the field empty.
+template <size_t N>
+void StoreText(char (&field)[N], const char* text, size_t longest) {
+    (void) memset_s(field, N, 0, N);
+    if (strlen(text) <= longest)
+        (void) strncpy_s(field, N, text, longest);
+}
+
+void StoreValue(KORX_IniKey* key, const char* value) {
+    StoreText(key->acValue, value, kMaxValue);
+}
+
+KORX_IniKey* InsertKey(KORX_IniSection* section, const char* name, const char* value) {
+    auto* const key = static_cast<KORX_IniKey*>(AllocateZeroed(sizeof(KORX_IniKey)));
+    if (key == nullptr)
+        return nullptr;
+    StoreText(key->acKey, name, kKeySize - 1);
+    StoreValue(key, value);
+    key->pstNext = std::exchange(section->pstFirstKey, key);
+    return key;
+}
+
+// A new section goes to the top of the file; it is linked in only with its key.
+bool InsertSection(Profile* profile, const char* name, const char* key, const char* value) {
+    Profile section(static_cast<KORX_IniSection*>(AllocateZeroed(sizeof(KORX_IniSection))));
+    if (!section)
+        return false;
+    StoreText(section->acName, name, kSectionSize - 1);
+    if (InsertKey(section.get(), key, value) == nullptr)
+        return false;
+    section->pstNext = profile->release();
+    *profile = std::move(section);
+    return true;
+}
+
+bool SetOrAdd(Profile* profile, const char* section_name, const char* key_name, const char* value) {
+    KORX_IniSection* const section = FindSection(profile->get(), section_name);
+    if (section == nullptr)
+        return InsertSection(profile, section_name, key_name, value);
+    KORX_IniKey* const key = FindKey(section, key_name);
+    if (key == nullptr)
+        return InsertKey(section, key_name, value) != nullptr;
+    StoreValue(key, value);
+    return true;
+}
+
+uint32_t ChangeExisting(const char* file, const char* path, const char* section_name,
+                        const char* key_name, const char* value) {
+    const MutexGuard profiles(profiles_fork_mutex);
+    if (!IsHeld(profiles))
+        return kFailed;
+    UniqueFile stream = OpenProfile(path);
+    if (!stream)
+        return Fail(kFailed, "Can't Read File %s, errno: %d.", file, errno);
+    Profile profile;
+    (void) LoadProfile(std::move(stream), &profile);
+    if (!profile)
+        return Fail(KORX_INI_ERR_LOAD, "[ORX] Load file %s unsuccessfully.", file);
+
+    KORX_IniSection* const section = FindSection(profile.get(), section_name);
+    if (section == nullptr)
+        return Fail(KORX_INI_ERR_NOT_FOUND, "[ORX] Section %s is not exist in file %s.",
+                    section_name, file);
+    KORX_IniKey* const key = FindKey(section, key_name);
+    if (key == nullptr)
+        return Fail(KORX_INI_ERR_NOT_FOUND,
+                    "[ORX] Key %s is not exist in file %s under %s section.", key_name, file,
+                    section_name);
+    StoreValue(key, value);
+    return KORX_IniSaveFile(file, profile.get());
+}
+
+uint32_t ChangeOrAdd(const char* file, const char* section, const char* key, const char* value) {
+    DirectoryText path;
+    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk)
+        return Fail(kFailed,
+                    "Get the abolute path of file %s unsuccessfully when set or add value.", file);
+    UniqueFile stream = OpenProfile(path.c_str());
+    if (!stream)
+        return Fail(kFailed, "Can't Read File %s, errno: %d.", file, errno);
+    Profile profile;
+    const LoadStatus status = LoadProfile(std::move(stream), &profile);
+    if (status != LoadStatus::kLoaded)
+        return Fail(status == LoadStatus::kOutOfMemory ? KORX_INI_ERR_NO_MEMORY : kFailed,
+                    "[ORX] Load file %s unsuccessfully.", file);
+    if (!SetOrAdd(&profile, section, key, value))
+        return KORX_INI_ERR_NO_MEMORY;
+    return KORX_IniSaveFile(file, profile.get());
+}
+
+}  // namespace
+}  // namespace korx
+
+using namespace korx;
+
+uint32_t KORX_IniSetValue(const char* file, const char* section, const char* key,
+                          const char* value) {
+    const uint32_t checked = KORX_CheckIniValuePara(file, section, key, value);
+    if (checked != kOk)
+        return Fail(kFailed,
+                    "check input para unsuccessfully when korx init set value, retCode:%u.",
+                    checked);
+    if (!HasOnlyLines(section, key, value))
+        return kFailed;
+    DirectoryText path;
+    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk)
+        return Fail(kFailed, "Get the abolute path of file %s unsuccessfully when init set value.",
+                    file);
+    return UnderLockFile(
+        file, [&](const char*) { return ChangeExisting(file, path.c_str(), section, key, value); });
+}
+
+uint32_t KORX_IniSetOrAddValue(const char* file, const char* section, const char* key,
+                               const char* value) {
+    if (file == nullptr || section == nullptr || key == nullptr || value == nullptr)
+        return Fail(KORX_INI_ERR_NULL_PARA, "Input para is invalid.");
+    if (!HasOnlyLines(section, key, value))
+        return kFailed;
+    return UnderLockFile(file, [&](const char* lock_file) {
+        MutexGuard profiles(profiles_fork_mutex);
+        if (profiles.error() != 0)
+            return Fail(kFailed, "Can't pthread lock %s, errno: %d.", lock_file, errno);
+        const uint32_t result = ChangeOrAdd(file, section, key, value);
+        if (profiles.release() != 0)
+            Log(kLevelErr, "Pthread unlock %s unsuccessfully, errno: %d.", lock_file, errno);
+        return result;
+    });
+}
+
+uint32_t KORX_CheckIniValuePara(const char* file, const char* section, const char* key,
+                                const char* value) {
+    if (strlen(file) > kMaxFileName || strlen(section) > kMaxName || strlen(key) > kMaxName ||
+        strlen(value) > kMaxSetValue)
+        return Fail(KORX_INI_ERR_TOO_LONG, "Input para is invalid length of para is invalid.");
+    return kOk;
+}
