@@ -8,6 +8,7 @@
 
 #include "base/arguments.h"
 #include "base/lock.h"
+#include "korx/common.h"
 
 namespace korx {
 
@@ -24,9 +25,9 @@ enum class AfterReport : char { kNothing, kFlushOutput };
     Report(priority, after, format, args.list);
 }
 
-constexpr uint32_t kLevelInfo = 1;
-constexpr uint32_t kLevelWarning = 2;
-constexpr uint32_t kLevelErr = 3;
+constexpr uint32_t kLevelInfo = KORX_LEVEL_INFO;
+constexpr uint32_t kLevelWarning = KORX_LEVEL_WARNING;
+constexpr uint32_t kLevelErr = KORX_LEVEL_ERR;
 
 // One line of the diagnostic log. Keeps errno.
 [[gnu::format(printf, 2, 0)]] void LogV(uint32_t level, const char* format, va_list args);

@@ -25,7 +25,6 @@ inline constexpr char kLocalModeFile[] = "../conf/config/korx_sdk_init.conf";
 // There once somebody outside collects the diagnostic records.
 inline constexpr char kPoolReadyFile[] = "/dev/shm/korx/PkgPoolReady";
 
-inline constexpr uint32_t kAgentModule = 80100;
 inline constexpr char kAgentLibrary[] = "libimagent.so";
 inline constexpr char kAgentReportFunction[] = "IM_Agent_ReportLogById";
 

@@ -38,6 +38,7 @@ enum class Unread { kOverwritten, kProtected };
 // The component's processes; the row is the component number and the process's log slot.
 inline constexpr const char* kComponents[] = {"QTMON", "zelk_agent", "ZELK_QR9T", "zelk", "DXN"};
 inline constexpr size_t kComponentCount = std::size(kComponents);
+static_assert(kComponentCount == ORX_PLOG_COMP_COUNT);
 
 inline constexpr char kAgentLogFile[] = "orx_agent.log";
 inline constexpr char kAppLogFile[] = "orx_app.log";

@@ -21,7 +21,7 @@ static_assert(offsetof(STLOG_HDR_S, astSec) == 12);
 
 namespace korx {
 
-inline constexpr uint32_t kSectionCount = 4;
+inline constexpr uint32_t kSectionCount = STLOG_SECTION_COUNT;
 inline constexpr uint32_t kStartFileEnd = 258048;
 
 inline constexpr char kSeparator[] = "\n==============================\n";

@@ -52,9 +52,6 @@ constexpr size_t kMaxMessage = 1021;
 constexpr size_t kLineSize =
     kMaxTextLength + 2;  // the longest line, its newline and the terminator
 
-constexpr uint32_t kDlogTaken = 0;
-constexpr uint32_t kDlogHooked = 2;
-
 constexpr int kPriorities[] = {LOG_INFO, LOG_INFO, LOG_WARNING, LOG_ERR};
 static_assert(std::size(kPriorities) == std::size(kTextLevels));
 
@@ -83,9 +80,9 @@ void WriteLineToDiag(uint32_t level, uint32_t slot, const char* path, char* line
         return SysLog("Create log file unsuccessfully, file=%s", path);
 
     const uint32_t taken = KORX_DLog(0, kDiagIndex, level, 0, 0, "[SlotId=%u]%s", slot, line);
-    if (taken != kDlogTaken && taken != kDlogHooked)
+    if (taken != kOk && taken != ORX_PLOG_ERR_HOOK)
         return SysLog("Write log to diaglog unsuccessfully.");
-    if (taken == kDlogTaken && KORX_IsPkgPoolReady() == 1)
+    if (taken == kOk && KORX_IsPkgPoolReady() == 1)
         return;
     WriteLineToFile(path, line, length);
 }

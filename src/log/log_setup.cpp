@@ -6,7 +6,6 @@
 #include "base/bounded.h"
 #include "base/codes.h"
 #include "base/report.h"
-#include "format/board.h"
 #include "format/kinds.h"
 #include "korx/path.h"
 
@@ -28,7 +27,7 @@ void KORX_LogInit(const ORX_LogInfo* record) {
 }
 
 uint32_t KORX_OrxLogInit(uint32_t module_id, const char* process_name) {
-    const bool agent = module_id == kAgentModule;
+    const bool agent = module_id == ORX_LOG_MODULE_AGENT;
     ORX_LogInfo record = {};
     record.uiLogLevel = agent ? kLevelWarning : kLevelErr;
     record.uiLogMode = ORX_LOG_MODE_DIAG;

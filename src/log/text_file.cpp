@@ -28,16 +28,14 @@ constexpr mode_t kLogDirMode = 0750;
 constexpr int kOpenFlags = O_RDWR | O_CREAT | O_SYNC;
 constexpr int kMaxReopens = 16;
 
-enum LengthOperation : uint32_t { kReadLength = 0, kWriteLength = 1 };
-
 // Moves the length at the start of a log file. Returns the bytes moved, or the full count where the
 // seek failed: that is silent.
 ssize_t MoveLength(int fd, uint32_t operation, uint32_t* length) {
     static_assert(sizeof *length == kTextHeadSize);
     if (lseek(fd, 0, SEEK_SET) < 0)
         return sizeof *length;
-    return operation == kWriteLength ? ORX_Write(fd, length, sizeof *length)
-                                     : read(fd, length, sizeof *length);
+    return operation == ORX_LOG_LENGTH_WRITE ? ORX_Write(fd, length, sizeof *length)
+                                             : read(fd, length, sizeof *length);
 }
 
 void ReportLength(ssize_t moved) {
@@ -66,7 +64,7 @@ Append AppendText(int fd, uint32_t limit, const char* text) {
     Append append;
     const auto text_length = static_cast<uint32_t>(strlen(text));
     uint32_t length = 0;
-    append.length_read = MoveLength(fd, kReadLength, &length);
+    append.length_read = MoveLength(fd, ORX_LOG_LENGTH_READ, &length);
     if (length > limit || uint64_t{length} + text_length > UINT32_MAX) {
         if (const int cut = ftruncate(fd, limit); cut < 0)
             return append.fail(Append::kTruncate, cut);
@@ -81,7 +79,7 @@ Append AppendText(int fd, uint32_t limit, const char* text) {
         return append.fail(Append::kWrite, written);
 
     length += static_cast<uint32_t>(written);
-    append.length_written = MoveLength(fd, kWriteLength, &length);
+    append.length_written = MoveLength(fd, ORX_LOG_LENGTH_WRITE, &length);
     return append;
 }
 
@@ -146,7 +144,7 @@ uint32_t ORX_CreateLogfile(const char* directory, const char* name) {
     ssize_t moved = kTextHeadSize;
     if (lock.acquire() && fstat(fd.get(), &st) == 0 && st.st_size == 0) {
         uint32_t length = 0;
-        moved = MoveLength(fd.get(), kWriteLength, &length);
+        moved = MoveLength(fd.get(), ORX_LOG_LENGTH_WRITE, &length);
     }
     lock.release();
     ReportLength(moved);

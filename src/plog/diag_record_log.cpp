@@ -39,9 +39,8 @@ using namespace korx;
 
 uint32_t KORX_DLog(uint32_t app_cid, uint32_t index, uint32_t level, uint32_t m_value,
                    uint32_t value, const char* format, ...) {
-    constexpr uint32_t kHookSet = 2;
     if (g_pfOrxDiagLogHook != nullptr)
-        return kHookSet;
+        return ORX_PLOG_ERR_HOOK;
     const LogScope writing;
     Arguments args;
     va_start(args.list, format);

@@ -16,16 +16,15 @@
 #include "korx/fs.h"
 #include "korx/plog.h"
 
+static_assert(DBG_LOCK_SET == F_SETLK && DBG_LOCK_SET_WAIT == F_SETLKW);
+static_assert(DBG_LOCK_WRITE == F_WRLCK && DBG_LOCK_RELEASE == F_UNLCK);
+
 namespace korx {
 namespace {
 
 constexpr mode_t kLogMode = 0640;
 constexpr int kLowestLogFd = STDERR_FILENO + 1;
 constexpr int kMaxReopens = 16;
-
-constexpr uint32_t kNullArgument = 1;
-constexpr uint32_t kOpenFailed = 6;
-constexpr uint32_t kLockFailed = 7;
 
 struct FileId {
     dev_t device = 0;
@@ -204,7 +203,7 @@ using namespace korx;
 
 uint32_t DBG_LockReg(int fd, int command, short type, off_t start, short whence, off_t length) {
     const int result = SetRecordLock(fd, command, type, start, whence, length, OnDeadlock::kRepeat);
-    return result < 0 ? kLockFailed : kOk;
+    return result < 0 ? ORX_PLOG_ERR_LOCK : kOk;
 }
 
 int LOG_SetCloexecFlag(int fd) {
@@ -223,7 +222,7 @@ uint32_t LOG_OpenFile(const char* path, int flags, int* fd) {
     UniqueFd opened = OpenLogFile(absolute.c_str(), flags);
     *fd = -1;
     if (!opened)
-        return kOpenFailed;
+        return ORX_PLOG_ERR_OPEN;
     *fd = 0;
     if (LOG_SetCloexecFlag(opened.get()) < 0)
         return kAllBits;
@@ -234,7 +233,7 @@ uint32_t LOG_OpenFile(const char* path, int flags, int* fd) {
 
 uint32_t LOG_CheckAndCreateFile(const char* path, int* fd) {
     if (path == nullptr || fd == nullptr)
-        return kNullArgument;
+        return ORX_PLOG_ERR_NULL_PARA;
     const LogScope writing;
     return OpenAtEnd(path, fd);
 }

@@ -14,8 +14,8 @@ namespace {
 constinit ForkMutex life_mutex(&g_unLLogMutex);
 
 uint32_t ReportRefusedLock() {
-    constexpr uint32_t kLockFailed = 7;
-    return DbgFail(kLockFailed, "LifeLOG lock file unsuccessfully, ret = %u.", kLockFailed);
+    return DbgFail(ORX_PLOG_ERR_LOCK, "LifeLOG lock file unsuccessfully, ret = %u.",
+                   ORX_PLOG_ERR_LOCK);
 }
 
 constexpr RingLog kLifeLog = {.info = &g_stLifeLogInfo,

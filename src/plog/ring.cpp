@@ -26,9 +26,6 @@
 namespace korx {
 namespace {
 
-constexpr uint32_t kNullArgument = 1;
-constexpr uint32_t kDiscarded = 99;
-
 // Another process may have made the same file, and written into it, since it was found missing.
 bool WriteFirstHead(int fd) {
     RecordLock lock(fd);
@@ -91,10 +88,10 @@ constexpr char kDiscardText[] = "New log will wrap undumped log, discard";
 // ring's mutex nor its file lock, so that the order of the locks has no cycle.
 uint32_t Discard() {
     DBG_SysLog(LOG_ERR, "New log will wrap undumped log, discard and ret:%d.",
-               static_cast<int>(kDiscarded));
+               static_cast<int>(ORX_PLOG_ERR_DISCARDED));
     (void) DLOG_LogFile("[Index:0x37741004][AppCid:0][WARNING][L:80100 M:0][0]%s and ret:%d.\n",
-                        kDiscardText, static_cast<int>(kDiscarded));
-    return kDiscarded;
+                        kDiscardText, static_cast<int>(ORX_PLOG_ERR_DISCARDED));
+    return ORX_PLOG_ERR_DISCARDED;
 }
 
 uint32_t StoreUnlessUnread(int fd, const void* record, uint32_t length, uint32_t limit) {
@@ -144,7 +141,7 @@ using namespace korx;
 
 uint32_t DLOG_CheckAndCreateFile(const char* path, int* fd) {
     if (path == nullptr || fd == nullptr)
-        return kNullArgument;
+        return ORX_PLOG_ERR_NULL_PARA;
     const LogScope writing;
     if (ExamineSlot(fd, -1) == SlotState::kOurs) {
         if (IsFileOfPath(fd, path))

@@ -20,10 +20,6 @@
 namespace korx {
 namespace {
 
-constexpr uint32_t kSeekFailed = 8;
-constexpr uint32_t kCutFailed = 9;
-constexpr uint32_t kShortHeader = 11;
-
 constexpr uint32_t kMaxBlanks = 600;
 
 constinit pthread_mutex_t start_log_mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -39,9 +35,9 @@ bool HasUsableSections(const STLOG_HDR_S& header) {
 
 uint32_t ResetLogFile() {
     if (lseek(g_iSTLogFileFd, 0, SEEK_SET) < 0)
-        return kSeekFailed;
+        return ORX_PLOG_ERR_SEEK;
     if (ftruncate(g_iSTLogFileFd, 0) < 0)
-        return kCutFailed;
+        return ORX_PLOG_ERR_CUT;
     STLOG_LogSeperatorInit(&kStartDefaults);
     return kOk;
 }
@@ -70,8 +66,9 @@ uint32_t LoadHeader(uint32_t section, STLOG_HDR_S* header) {
     if (loaded != kOk || !IsEmpty(g_iSTLogFileFd))
         return loaded;
     STLOG_LogSeperatorInit(header);
-    return lseek(g_iSTLogFileFd, off_t{header->astSec[section].uiCur}, SEEK_SET) < 0 ? kSeekFailed
-                                                                                     : kOk;
+    return lseek(g_iSTLogFileFd, off_t{header->astSec[section].uiCur}, SEEK_SET) < 0
+               ? ORX_PLOG_ERR_SEEK
+               : kOk;
 }
 
 // A failed write leaves the cursor where it is.
@@ -158,9 +155,9 @@ uint32_t STLOG_LogBuff2File(uint32_t section, const void* record, uint32_t lengt
 
 uint32_t STLOG_LogHdrGet(uint32_t section, STLOG_HDR_S* header) {
     if (section >= kSectionCount || !IsOpen(g_iSTLogFileHeadFd) || !IsOpen(g_iSTLogFileFd))
-        return kSeekFailed;
+        return ORX_PLOG_ERR_SEEK;
     if (lseek(g_iSTLogFileHeadFd, 0, SEEK_SET) < 0)
-        return kSeekFailed;
+        return ORX_PLOG_ERR_SEEK;
     STLOG_LoghdrInit(header);
 
     STLOG_HDR_S stored = {};
@@ -176,14 +173,14 @@ uint32_t STLOG_LogHdrGet(uint32_t section, STLOG_HDR_S* header) {
     STLOG_SEC_S& target = header->astSec[section];
     if (target.uiCur + kRecordRoom > target.uiEnd)
         target.uiCur = target.uiStart;
-    return lseek(g_iSTLogFileFd, off_t{target.uiCur}, SEEK_SET) < 0 ? kSeekFailed : kOk;
+    return lseek(g_iSTLogFileFd, off_t{target.uiCur}, SEEK_SET) < 0 ? ORX_PLOG_ERR_SEEK : kOk;
 }
 
 uint32_t STLOG_LogHdrPut(const STLOG_HDR_S* header) {
     if (!IsOpen(g_iSTLogFileHeadFd) || lseek(g_iSTLogFileHeadFd, 0, SEEK_SET) < 0)
-        return kSeekFailed;
+        return ORX_PLOG_ERR_SEEK;
     const int written = LOG_Write(g_iSTLogFileHeadFd, sizeof *header, header);
-    return written == int{sizeof *header} ? kOk : kShortHeader;
+    return written == int{sizeof *header} ? kOk : ORX_PLOG_ERR_HEADER;
 }
 
 void STLOG_LoghdrInit(STLOG_HDR_S* header) {
