@@ -46,16 +46,25 @@ KORX_API extern char* g_pcORXCrcEnv;
 /* For callers; the library neither reads nor writes it. */
 KORX_API extern void* g_pstOrxLogCfgHead;
 
-/* Writes one line. level: KORX_LEVEL_..., any above ERR is ERR; nothing is filtered. The
- * message has at most 1021 characters, the line with its prefix 1022; a longer one is dropped and
- * reported to the system log. Keeps errno. Safe from any thread and between processes. */
+/* Writes one line. level: KORX_LEVEL_..., any above ERR is ERR; nothing is filtered.
+ *
+ * How long a message may be depends on where it goes. In every mode it has at most 1021 characters,
+ * and in the two that write the full line to a file at most 1022 with its prefix. In
+ * ORX_LOG_MODE_DIAG, which set-up chooses, the line must also fit where it is taken: a diagnostic
+ * record has 599 characters, which leaves about 460 for the message, and the agent takes 1022 with
+ * "[SlotId=%u]" behind the line. A longer message is dropped whole, from the log file too, and
+ * reported to the system log.
+ *
+ * Keeps errno. Safe from any thread, between processes, and in a forked child. A thread is not
+ * cancelled while it writes. */
 KORX_API void ORX_Log2File(uint32_t level, const char* format, ...) KORX_PRINTF(2, 3);
 
 /* Hands priority, format and arguments to vsyslog. Keeps errno. */
 KORX_API void ORX_syslog(int priority, const char* format, ...) KORX_PRINTF(2, 3);
 
 /* Writes the local time as "[yymmdd-hh:mm:ss.uuuuuu]", 24 characters, into a buffer of at least 26
- * bytes. A smaller or null buffer is reported to the system log and nothing is written. */
+ * bytes. A smaller one is emptied and a null one left alone, and both are reported to the system
+ * log. */
 KORX_API void ORX_GetLogTimeStr(char* buffer, uint32_t size);
 
 /* The syslog priority of a level: 6, 6, 4, 3 for 0 to 3, else 6. */
@@ -96,7 +105,8 @@ KORX_API void ORX_SpaceFullLogInit(void);
 /* Logs the call stack, at most 32 frames, and ends the process with the status 0x71000005 (a parent
  * sees 5). Usable as the handler of fatal signals, on an alternate stack of 64 KiB too, and also
  * when the crash happened inside the log: a dump that hangs is ended with the same status after a
- * few seconds. */
+ * few seconds, and one that crashes itself at once. For that it takes over the handlers of the
+ * fatal signals. Of several threads that crash, the first one dumps. */
 KORX_API void KORX_DumpBacktraceHandler(void) __attribute__((noreturn));
 
 KORX_END_DECLS

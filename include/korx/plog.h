@@ -4,12 +4,16 @@
  * A record is one line that begins with the local time "[yyyy-mm-dd hh:mm:ss.uuuuuu]" and has at
  * most 599 characters; a longer one is refused, never cut. Levels are KORX_LEVEL_... Every
  * read-modify-write of a file happens under a POSIX record lock on the whole file, and inside a
- * process under a mutex taken before it, so any thread of any process may log. A process must not
- * open and close these files on its own: closing any descriptor of a file drops the process's lock
- * on it.
+ * process under a mutex taken before it, so any thread of any process may log, a forked child too,
+ * and no thread is cancelled while it does. A process must not open and close these files on its
+ * own: closing any descriptor of a file drops the process's lock on it.
  *
- * Functions of this header report their failures to the system log through DBG_SysLog. Where a
- * result is "0xFFFFFFFF", it is KORX_ERR_ALL_BITS.
+ * A file that is removed or replaced gets the next record under its name. A process may close the
+ * library's descriptors, as daemons close all they have: the next record opens its file again, and
+ * whatever has the number by then is left alone. A FIFO under a log's name is refused.
+ *
+ * Functions of this header report their failures to the system log through DBG_SysLog, once the
+ * locks are free. Where a result is "0xFFFFFFFF", it is KORX_ERR_ALL_BITS.
  *
  * Lock order: a log's mutex, then its file lock. A security or life-cycle record that is discarded
  * takes the diagnostic record log's mutex and lock inside them, never the reverse. */
@@ -269,7 +273,8 @@ KORX_API uint32_t KORX_STLog(uint32_t module, uint32_t level, uint32_t value, co
 KORX_API uint32_t STLOG_LogFile(uint32_t section, const char* format, ...) KORX_PRINTF(2, 3);
 /* Opens or reopens both files. Result: 0 or 0xFFFFFFFF. */
 KORX_API uint32_t STLOG_CheckFileHandle(void);
-/* Writes a record at its section's cursor, under both file locks. Result: 0 or 0xFFFFFFFF. */
+/* Writes a record at its section's cursor, under both file locks. Result: 0; 0xFFFFFFFF, also when
+ * the files were never opened or the record does not fit behind the cursor. */
 KORX_API uint32_t STLOG_LogBuff2File(uint32_t section, const void* record, uint32_t length);
 /* Reads the header, resets both files when it is not acceptable, and moves the log file to the
  * section's cursor. Result: 0; ORX_PLOG_ERR_SEEK, also when a file is not open or there is no such
