@@ -3,9 +3,7 @@
 
 #include <stddef.h>
 #include <stdio.h>
-#include <sys/time.h>
 #include <syslog.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +12,7 @@
 #include "base/alloc.h"
 #include "base/codes.h"
 #include "base/errno_saver.h"
+#include "base/local_time.h"
 #include "base/report.h"
 #include "base/text.h"
 #include "base/unique.h"
@@ -49,6 +48,7 @@ namespace {
 
 constexpr size_t kMessageSize = 1023;
 constexpr size_t kMaxMessage = 1021;
+constexpr size_t kStampSize = 64;
 constexpr size_t kLineSize =
     kMaxTextLength + 2;  // the longest line, its newline and the terminator
 
@@ -87,6 +87,33 @@ void WriteLineToDiag(uint32_t level, uint32_t slot, const char* path, char* line
     WriteLineToFile(path, line, length);
 }
 
+// What a line is made of.
+struct Line {
+    uint32_t level;
+    uint32_t slot;
+    const char* stamp;
+    const char* message;
+};
+
+void WriteLine(uint32_t mode, const Line& parts, char* line) {
+    const LogScope writing;
+    const int length =
+        snprintf_s(line, kLineSize, kMaxTextLength, kTextFormat, parts.stamp, getpid(),
+                   g_stLogInfo.uiModuleId, kTextLevels[parts.level], parts.message);
+    if (length < 0)
+        return SysLog("Print ORX_LOG_FMT unsuccessfully.");
+    FixedText<kMessageSize> path;
+    if (!path.format("%s/%s", g_stLogInfo.acLogDir, g_stLogInfo.acLogFileName))
+        return SysLog("Print LogFileDir unsuccessfully.LogFileDir=%s/%s", g_stLogInfo.acLogDir,
+                      g_stLogInfo.acLogFileName);
+
+    const auto line_length = static_cast<size_t>(length);
+    if (mode == ORX_LOG_MODE_FILE)
+        WriteLineToFile(path.c_str(), line, line_length);
+    else
+        WriteLineToDiag(parts.level, parts.slot, path.c_str(), line, line_length);
+}
+
 }  // namespace
 
 void SysLogV(const char* format, va_list args) {
@@ -110,35 +137,23 @@ void LogV(uint32_t level, const char* format, va_list args) {
     if (vsnprintf_s(message.get(), kMessageSize, kMaxMessage, format, args) < 0)
         return SysLog("Get Parametron unsuccessfully.");
 
-    FixedText<64> now;
+    FixedText<kStampSize> now;
     ORX_GetLogTimeStr(now.data(), now.capacity());
-    const uint32_t mode = EffectiveMode();
-    if (mode == ORX_LOG_MODE_SYSLOG_LINE) {
-        ReportLine(LOG_INFO, AfterReport::kFlushOutput, "%s [ProcID:%d|%u|%s] : %s\n", now.c_str(),
-                   getpid(), g_stLogInfo.uiModuleId, kTextLevels[level], message.get());
+    const Line parts = {level, slot, now.c_str(), message.get()};
+    switch (const uint32_t mode = EffectiveMode()) {
+        case ORX_LOG_MODE_SYSLOG_LINE:
+            return ReportLine(LOG_INFO, AfterReport::kFlushOutput, "%s [ProcID:%d|%u|%s] : %s\n",
+                              now.c_str(), getpid(), g_stLogInfo.uiModuleId, kTextLevels[level],
+                              message.get());
+        case ORX_LOG_MODE_SYSLOG:
+            return ReportLine(kPriorities[level], AfterReport::kNothing, "[%u] %s\n",
+                              g_stLogInfo.uiModuleId, message.get());
+        case ORX_LOG_MODE_DIAG:
+        case ORX_LOG_MODE_FILE:
+            return WriteLine(mode, parts, line.get());
+        default:
+            return;
     }
-    if (mode == ORX_LOG_MODE_SYSLOG)
-        ReportLine(kPriorities[level], AfterReport::kNothing, "[%u] %s\n", g_stLogInfo.uiModuleId,
-                   message.get());
-    if (mode != ORX_LOG_MODE_DIAG && mode != ORX_LOG_MODE_FILE)
-        return;
-
-    const LogScope writing;
-    const int length =
-        snprintf_s(line.get(), kLineSize, kMaxTextLength, kTextFormat, now.c_str(), getpid(),
-                   g_stLogInfo.uiModuleId, kTextLevels[level], message.get());
-    if (length < 0)
-        return SysLog("Print ORX_LOG_FMT unsuccessfully.");
-    FixedText<kMessageSize> path;
-    if (!path.format("%s/%s", g_stLogInfo.acLogDir, g_stLogInfo.acLogFileName))
-        return SysLog("Print LogFileDir unsuccessfully.LogFileDir=%s/%s", g_stLogInfo.acLogDir,
-                      g_stLogInfo.acLogFileName);
-
-    const auto line_length = static_cast<size_t>(length);
-    if (mode == ORX_LOG_MODE_FILE)
-        WriteLineToFile(path.c_str(), line.get(), line_length);
-    else
-        WriteLineToDiag(level, slot, path.c_str(), line.get(), line_length);
 }
 
 }  // namespace korx
@@ -158,18 +173,13 @@ void ORX_syslog(int priority, const char* format, ...) {
 }
 
 void ORX_GetLogTimeStr(char* buffer, uint32_t size) {
-    struct timeval now = {};
-    struct tm local = {};
-    (void) gettimeofday(&now, nullptr);
-    tzset();  // a changed time zone takes effect at once
-    (void) localtime_r(&now.tv_sec, &local);
-
+    const LocalNow now;
+    const struct tm& local = now.local;
     const auto number = [](int value) { return static_cast<unsigned>(value); };
     const size_t limit = size == 0 ? 0 : size - 1;
     if (sprintf_s(buffer, limit, kShortFormat, number(local.tm_year - 100),
                   number(local.tm_mon + 1), number(local.tm_mday), number(local.tm_hour),
-                  number(local.tm_min), number(local.tm_sec),
-                  static_cast<unsigned long>(now.tv_usec)) < 0)
+                  number(local.tm_min), number(local.tm_sec), now.micros()) < 0)
         return SysLog("Print time unsuccessfully.");
     buffer[size - 1] = '\0';
 }

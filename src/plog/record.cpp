@@ -1,11 +1,9 @@
 #include "plog/record.h"
 
-#include <sys/time.h>
-#include <time.h>
-
 #include <algorithm>
 #include <iterator>
 
+#include "base/local_time.h"
 #include "format/stamp.h"
 #include "korx/plog.h"
 
@@ -24,14 +22,11 @@ bool Record::assemble(const char* format, va_list args) {
 using namespace korx;
 
 int LOG_GetCurTime(char* buffer, uint32_t size) {
-    struct timeval now = {};
-    struct tm local = {};
-    (void) gettimeofday(&now, nullptr);
-    tzset();  // a changed time zone takes effect at once
-    (void) localtime_r(&now.tv_sec, &local);
+    const LocalNow now;
+    const struct tm& local = now.local;
     return snprintf_s(buffer, size, size == 0 ? 0 : size - 1, kDashedFormat, local.tm_year + 1900,
                       local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
-                      static_cast<unsigned long>(now.tv_usec));
+                      now.micros());
 }
 
 uint32_t LOG_BuffAddTime(char* buffer, int size, uint32_t* length, const char* format,
