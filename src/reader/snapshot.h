@@ -7,7 +7,7 @@
 
 #include "base/unique.h"
 #include "korx/reader.h"
-#include "reader/layout.h"
+#include "reader/image.h"
 
 namespace korx {
 

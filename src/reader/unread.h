@@ -2,7 +2,7 @@
 #pragma once
 
 #include "reader/cursor.h"
-#include "reader/layout.h"
+#include "reader/image.h"
 
 namespace korx {
 

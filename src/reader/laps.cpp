@@ -3,7 +3,7 @@
 // A lap is read from its first byte to its last. The old lap comes first: what the newest lap has
 // written over of its first record is skipped up to the first sound record. The rings, the text log
 // and the start log say where the newest lap ends; in a process log only the time stamps do.
-#include "reader/layout.h"
+#include "reader/image.h"
 
 #include <string.h>
 

@@ -18,7 +18,7 @@
 #include "base/text.h"
 #include "base/unique.h"
 #include "reader/cursor.h"
-#include "reader/layout.h"
+#include "reader/image.h"
 #include "reader/snapshot.h"
 #include "reader/unread.h"
 
