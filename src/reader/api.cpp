@@ -413,17 +413,18 @@ korx_reader_code Acknowledge(korx_reader* reader, const HandedOut& handed,
         is_ring ? MoveDump(*reader, fd, *handed.last, &cursor, error) : CheckCursor(*reader, error);
     if (code != KORX_READER_OK)
         return code;
-    const bool kept = HasCursor(*reader) && StoreCursor(reader->cursor_path.get(), cursor);
-    const int cursor_error = errno;
+    const SystemResult stored =
+        HasCursor(*reader) ? StoreCursor(reader->cursor_path.get(), cursor) : SystemResult{};
+    const bool kept = HasCursor(*reader) && stored.ok();
     if (!kept && !is_ring)
-        return Refuse(error, KORX_READER_WRITE, cursor_error, 0,
+        return Refuse(error, KORX_READER_WRITE, stored.error, 0,
                       "%.*s: nothing acknowledged: writing the cursor failed: %s", kPathRoom,
-                      reader->cursor_path.get(), strerror(cursor_error));
+                      reader->cursor_path.get(), strerror(stored.error));
     MarkAcknowledged(reader, handed, cursor, kept);
     if (!kept && HasCursor(*reader))
-        return Refuse(error, KORX_READER_CURSOR, cursor_error, 0,
+        return Refuse(error, KORX_READER_CURSOR, stored.error, 0,
                       "%.*s: acknowledged, but writing the cursor failed: %s", kPathRoom,
-                      reader->cursor_path.get(), strerror(cursor_error));
+                      reader->cursor_path.get(), strerror(stored.error));
     return KORX_READER_OK;
 }
 

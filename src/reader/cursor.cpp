@@ -3,14 +3,14 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <inttypes.h>
+#include <limits.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <iterator>
-
 #include "base/bounded.h"
+#include "base/directory.h"
 #include "base/text.h"
 #include "base/unique.h"
 #include "base/write_all.h"
@@ -19,11 +19,9 @@ namespace korx {
 namespace {
 
 constexpr size_t kFileSize = 1024;  // a cursor is much smaller
-constexpr size_t kPathSize = 4096;
 constexpr mode_t kCursorMode = 0640;
 
 using CursorText = FixedText<kFileSize>;
-
 using TailText = FixedText<2 * kTailSize + 1>;
 
 void FormatTail(const Cursor& cursor, TailText* text) {
@@ -84,24 +82,18 @@ bool Parse(const char* text, Cursor* cursor) {
     return Format(*cursor, &again) && strcmp(again.c_str(), text) == 0;
 }
 
-bool SyncDirectoryOf(const char* path) {
-    FixedText<kPathSize> directory;
-    const char* const slash = strrchr(path, '/');
-    if (slash == nullptr || slash == path)
-        (void) strcpy_s(directory.data(), directory.capacity(), slash == nullptr ? "." : "/");
-    else if (strncpy_s(directory.data(), directory.capacity(), path,
-                       static_cast<size_t>(slash - path)) != 0)
-        return false;
-    const UniqueFd fd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return fd && fsync(fd.get()) == 0;
-}
-
-bool WriteNew(const char* path, const CursorText& text) {
+SystemResult WriteNew(const char* path, const CursorText& text) {
     const size_t length = strlen(text.c_str());
     const UniqueFd fd(
         open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kCursorMode));
-    return fd && WriteAll(fd.get(), text.c_str(), length) == static_cast<ssize_t>(length) &&
-           fsync(fd.get()) == 0;
+    const bool written = fd &&
+                         WriteAll(fd.get(), text.c_str(), length) == static_cast<ssize_t>(length) &&
+                         fsync(fd.get()) == 0;
+    return written ? SystemResult{} : SystemResult::Failed();
+}
+
+SystemResult Rename(const char* from, const char* to) {
+    return rename(from, to) == 0 ? SystemResult{} : SystemResult::Failed();
 }
 
 }  // namespace
@@ -126,17 +118,18 @@ CursorState LoadCursor(const char* path, Cursor* cursor) {
     return CursorState::kFound;
 }
 
-bool StoreCursor(const char* path, const Cursor& cursor) {
+SystemResult StoreCursor(const char* path, const Cursor& cursor) {
     CursorText text;
-    FixedText<kPathSize> temporary;
-    errno = ENAMETOOLONG;
+    FixedText<PATH_MAX> temporary;
     if (!Format(cursor, &text) || !temporary.format("%s.%ld", path, static_cast<long>(getpid())))
-        return false;
-    if (WriteNew(temporary.c_str(), text) && rename(temporary.c_str(), path) == 0)
+        return {ENAMETOOLONG};
+    SystemResult result = WriteNew(temporary.c_str(), text);
+    if (result.ok())
+        result = Rename(temporary.c_str(), path);
+    if (result.ok())
         return SyncDirectoryOf(path);
-    const ErrnoSaver keep;
     (void) unlink(temporary.c_str());
-    return false;
+    return result;
 }
 
 bool SameCursor(const Cursor& a, const Cursor& b) {
