@@ -19,11 +19,9 @@
 #include "base/unique.h"
 #include "reader/cursor.h"
 #include "reader/image.h"
+#include "reader/record.h"
 #include "reader/snapshot.h"
 #include "reader/unread.h"
-
-static_assert(sizeof(STLOG_HDR_S) == 76);
-static_assert(offsetof(STLOG_HDR_S, astSec) == 12);
 
 struct korx_reader {
     korx::LogImage image;
@@ -50,11 +48,6 @@ constexpr char kLogSuffix[] = ".log";
 constexpr int kPathRoom = 360;
 constexpr int kAckFlags = O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
-constexpr const char* kRuleNames[] = {nullptr,         "head-short", "head-length",  "head-order",
-                                      "dump-position", "header",     "separator",    "not-a-record",
-                                      "stamp",         "fields",     "unterminated", "too-long",
-                                      "zeros",         "time-order", "uncommitted",  "cursor"};
-
 constexpr korx_reader_options kDefaultOptions = {};
 
 // Destroys without operator delete, which would bring the C++ run-time library in.
@@ -76,26 +69,6 @@ const char* BaseName(const char* path) {
     return slash == nullptr ? path : slash + 1;
 }
 
-MallocPtr<char> Copy(const char* text, size_t length) {
-    auto* const copy = static_cast<char*>(malloc(length + 1));
-    if (copy != nullptr) {
-        std::copy(text, text + length, copy);
-        copy[length] = '\0';
-    }
-    return MallocPtr<char>(copy);
-}
-
-// head, cut to head_length, and tail behind it.
-MallocPtr<char> Joined(const char* head, size_t head_length, const char* tail) {
-    const size_t tail_length = strlen(tail);
-    auto* const text = static_cast<char*>(malloc(head_length + tail_length + 1));
-    if (text != nullptr) {
-        std::copy(head, head + head_length, text);
-        std::copy(tail, tail + tail_length + 1, text + head_length);
-    }
-    return MallocPtr<char>(text);
-}
-
 korx_reader_code RefuseMemory(korx_reader_error* error, const char* path) {
     return Refuse(error, KORX_READER_NO_MEMORY, ENOMEM, 0, "%.*s: out of memory", kPathRoom, path);
 }
@@ -106,18 +79,17 @@ bool SetNames(const char* path, const korx_reader_options& options, korx_reader*
     const size_t length = strlen(file);
     const size_t suffix = strlen(kLogSuffix);
     const bool has_suffix = length > suffix && strcmp(file + length - suffix, kLogSuffix) == 0;
-    reader->name = options.name != nullptr ? Copy(options.name, strlen(options.name))
-                                           : Copy(file, has_suffix ? length - suffix : length);
-    reader->path = Copy(path, strlen(path));
+    reader->name = options.name != nullptr ? Copy(options.name)
+                                           : Copy({file, has_suffix ? length - suffix : length});
+    reader->path = Copy(path);
     if (options.header_path != nullptr)
-        reader->header_path = Copy(options.header_path, strlen(options.header_path));
+        reader->header_path = Copy(options.header_path);
     else
-        reader->header_path = Joined(path, static_cast<size_t>(file - path), kStartHeaderName);
+        reader->header_path = Joined({path, static_cast<size_t>(file - path)}, kStartHeaderName);
     if (options.cursor_path != nullptr)
-        reader->cursor_path = Copy(options.cursor_path, strlen(options.cursor_path));
+        reader->cursor_path = Copy(options.cursor_path);
     else
-        reader->cursor_path =
-            Joined(path, path[0] == '\0' ? 0 : strlen(path), path[0] == '\0' ? "" : ".cursor");
+        reader->cursor_path = Joined(path, path[0] == '\0' ? "" : ".cursor");
     return reader->name && reader->path && reader->header_path && reader->cursor_path;
 }
 
@@ -128,26 +100,24 @@ bool HasCursor(const korx_reader& reader) {
 bool SetHeader(const korx_reader_options& options, LogImage* image) {
     if (options.header == nullptr)
         return true;
-    image->header = Copy(static_cast<const char*>(options.header), options.header_length);
-    image->header_size = options.header_length;
-    return image->header != nullptr;
+    return CopyBytes(options.header, options.header_length, &image->header);
 }
 
 void FillInfo(korx_reader* reader) {
     const LogImage& image = reader->image;
     korx_reader_info& info = reader->info;
-    info.kind = image.kind;
+    info.kind = image.format.kind->kind;
     info.laps = image.laps;
     info.size = image.file_size;
-    info.limit = IsRing(image.kind) && image.laps != 0 ? image.file_size : KindOf(image.kind).limit;
+    info.limit = image.is_ring() && image.laps != 0 ? image.file_size : image.format.kind->limit;
     info.fill = image.fill;
     info.records = image.entries.size();
-    info.damage = image.damage_count;
-    info.has_head = IsRing(image.kind) ? 1 : 0;
+    info.damage = image.damage.count();
+    info.has_head = image.is_ring() ? 1 : 0;
     info.log_len = image.head.uiLogLen;
     info.dump_len = image.head.uiDumpLen;
     info.total_len = image.head.uiTotalLen;
-    std::copy(std::begin(image.info.sections), std::end(image.info.sections), info.sections);
+    std::copy(std::begin(image.sections), std::end(image.sections), info.sections);
 }
 
 // Makes the copied bytes a reader.
@@ -160,8 +130,8 @@ korx_reader_code Finish(UniqueReader reader, korx_reader** out, korx_reader_erro
         if (state == CursorState::kFound)
             cursor = &reader->cursor;
         if (state == CursorState::kDamaged)
-            image.report(KORX_DAMAGE_CURSOR, 0, 0, "the cursor is unreadable and was ignored",
-                         true);
+            image.damage.report_beside(KORX_DAMAGE_CURSOR, 0, 0,
+                                       "the cursor is unreadable and was ignored");
     }
     if (!image.analyse())
         return RefuseMemory(error, path);
@@ -188,12 +158,14 @@ korx_reader_code OpenFile(int fd, const char* path, korx_log_kind kind,
         source.max_bytes = options.max_bytes;
 
     LogImage& image = reader->image;
-    image.kind = kind == KORX_LOG_AUTO ? korx_log_kind_of_name(path) : kind;
-    if (image.kind == KORX_LOG_AUTO) {
-        const korx_reader_code code = PeekKind(source, &image.kind, error);
+    if (kind == KORX_LOG_AUTO)
+        kind = korx_log_kind_of_name(path);
+    if (kind == KORX_LOG_AUTO) {
+        const korx_reader_code code = PeekKind(source, &kind, error);
         if (code != KORX_READER_OK)
             return code;
     }
+    image.format = FormatOf(kind);
     struct stat st = {};
     const korx_reader_code code = TakeSnapshot(source, &image, &st, error);
     if (code != KORX_READER_OK)
@@ -208,53 +180,56 @@ korx_reader_code BadArgument(korx_reader_error* error, const char* text) {
     return Refuse(error, KORX_READER_ARGUMENT, EINVAL, 0, "%s", text);
 }
 
-void FillFields(const korx_reader& reader, const Entry& entry, korx_record* record) {
-    RecordHead head = {};
-    if ((entry.flags & kHasHead) == 0 ||
-        !ParseHead(reader.image.kind, reader.image.bytes.get() + entry.offset, entry.length, &head))
-        return;
-    record->fields = head.fields;
-    // Rounded down, so that the fraction of a time before 1970 is positive too.
-    constexpr int64_t kMicros = 1000000;
-    const int64_t fraction = (entry.time_us % kMicros + kMicros) % kMicros;
-    record->time.tv_sec = static_cast<time_t>((entry.time_us - fraction) / kMicros);
-    record->time.tv_nsec = static_cast<long>(fraction * 1000);
+// Rounded down, so that the fraction of a time before 1970 is positive too.
+struct timespec TimeOf(int64_t micros) {
+    const int64_t fraction = (micros % kMicrosPerSecond + kMicrosPerSecond) % kMicrosPerSecond;
+    return {.tv_sec = static_cast<time_t>((micros - fraction) / kMicrosPerSecond),
+            .tv_nsec = static_cast<long>(fraction * 1000)};
+}
+
+// The record's text: all of it but its last line end.
+std::string_view TextOf(const LogImage& image, const Entry& entry) {
+    std::string_view text = image.text(entry);
+    if (!text.empty() && text.back() == '\n')
+        text.remove_suffix(1);
+    const bool has_cr = image.format.shape->line_end == LineEnd::kCrLf;
+    if (has_cr && !text.empty() && text.back() == '\r')
+        text.remove_suffix(1);
+    return text;
+}
+
+// What the head doesn't tell by itself.
+void CompleteFields(const korx_reader& reader, const Entry& entry, korx_record* record) {
+    record->time = TimeOf(entry.time_us);
     record->utc_offset = entry.utc_offset;
-    record->level = head.level;
-    record->level_name = head.level_name;
-    record->index = head.index;
-    record->app_cid = head.app_cid;
-    record->location = head.location;
-    record->m_value = head.m_value;
-    record->value = head.value;
-    record->pid = head.pid;
-    record->module = head.module;
-    record->name = head.name;
-    record->name_length = head.name_length;
-    if (reader.image.kind == KORX_LOG_PROCESS && reader.name && reader.name.get()[0] != '\0') {
+    const bool file_names_it = reader.image.format.shape->source_name == SourceName::kInFileName;
+    if (file_names_it && reader.name && reader.name.get()[0] != '\0') {
         record->fields |= KORX_FIELD_NAME;
         record->name = reader.name.get();
         record->name_length = strlen(reader.name.get());
     }
-    if ((head.fields & KORX_FIELD_MESSAGE) != 0) {
-        record->message = head.message;
-        record->message_length = static_cast<size_t>(record->text + record->length - head.message);
-    }
+    if ((record->fields & KORX_FIELD_MESSAGE) != 0)
+        record->message_length =
+            static_cast<size_t>(record->text + record->length - record->message);
 }
 
 void FillRecord(const korx_reader& reader, const Entry& entry, korx_record* record) {
+    const LogImage& image = reader.image;
     *record = {};
-    record->kind = reader.image.kind;
+    RecordHead head = {};
+    // Where the log was written over, less may be left than the head takes.
+    const bool has_fields =
+        entry.is(kHasHead) && ParseHead(image.format, image.text(entry), &head, record);
+    if (!has_fields)
+        *record = {};
+    const std::string_view text = TextOf(image, entry);
+    record->kind = image.format.kind->kind;
     record->flags = entry.flags & (KORX_RECORD_UNREAD | KORX_RECORD_OLD_LAP | KORX_RECORD_DAMAGED);
     record->offset = entry.offset;
-    record->text = reader.image.bytes.get() + entry.offset;
-    record->length = entry.length;
-    if (record->length > 0 && record->text[record->length - 1] == '\n')
-        --record->length;
-    if (reader.image.kind == KORX_LOG_SPACE && record->length > 0 &&
-        record->text[record->length - 1] == '\r')
-        --record->length;
-    FillFields(reader, entry, record);
+    record->text = text.data();
+    record->length = text.size();
+    if (has_fields)
+        CompleteFields(reader, entry, record);
 }
 
 // The next entry that has none of the flags without and all of with; null at the end.
@@ -283,8 +258,8 @@ struct HandedOut {
 
 HandedOut CollectHandedOut(const korx_reader& reader) {
     HandedOut handed;
-    handed.mark = reader.info.has_cursor != 0 && !IsRing(reader.image.kind) ? reader.cursor.mark
-                                                                            : korx_mark{};
+    handed.mark =
+        reader.info.has_cursor != 0 && !reader.image.is_ring() ? reader.cursor.mark : korx_mark{};
     for (size_t i = 0; i < reader.image.entries.size(); ++i) {
         const Entry& entry = reader.image.entries[i];
         if ((entry.flags & KORX_RECORD_UNREAD) == 0)
@@ -297,7 +272,7 @@ HandedOut CollectHandedOut(const korx_reader& reader) {
     for (size_t i = 0; handed.last != nullptr && i < handed.end; ++i) {
         // One hash for each section is enough.
         const Entry& entry = reader.image.entries[i];
-        if (reader.image.kind == KORX_LOG_START || &entry == handed.last)
+        if (reader.image.format.shape->sections > 1 || &entry == handed.last)
             SetMark(reader.image, entry, &handed.mark);
     }
     return handed;
@@ -333,7 +308,7 @@ bool StillStands(int fd, const LogImage& image, const Entry& entry) {
     for (uint32_t done = 0; done < entry.length;) {
         const size_t part = std::min<size_t>(sizeof piece, entry.length - done);
         if (!ReadExactly(fd, piece, part, entry.offset + done) ||
-            memcmp(piece, image.bytes.get() + entry.offset + done, part) != 0)
+            memcmp(piece, image.bytes.data.get() + entry.offset + done, part) != 0)
             return false;
         done += static_cast<uint32_t>(part);
     }
@@ -367,7 +342,8 @@ korx_reader_code MoveDump(const korx_reader& reader, int fd, const Entry& last, 
         return Refuse(error, KORX_READER_WRITE, errno, kAt, "%.*s: writing the head failed: %s",
                       kPathRoom, path, strerror(errno));
     cursor->tail_length = std::min<uint32_t>(last.length, kTailSize);
-    memcpy(cursor->tail, image.bytes.get() + last.end() - cursor->tail_length, cursor->tail_length);
+    memcpy(cursor->tail, image.bytes.data.get() + last.end() - cursor->tail_length,
+           cursor->tail_length);
     cursor->log_len = head.uiLogLen;
     cursor->dump_len = head.uiDumpLen;
     cursor->total_len = head.uiTotalLen;
@@ -390,7 +366,7 @@ korx_reader_code CheckCursor(const korx_reader& reader, korx_reader_error* error
 korx_reader_code Acknowledge(korx_reader* reader, const HandedOut& handed,
                              korx_reader_error* error) {
     const char* const path = reader->path.get();
-    const bool is_ring = IsRing(reader->image.kind);
+    const bool is_ring = reader->image.is_ring();
     UniqueFd opened;
     int fd = -1;
     struct stat st;
@@ -401,13 +377,13 @@ korx_reader_code Acknowledge(korx_reader* reader, const HandedOut& handed,
         return code;
     if (st.st_dev != reader->device || st.st_ino != reader->inode)
         return Changed(error, path, 0, "the file was replaced");
-    LogLock lock(reader->image.kind, fd);
+    LogLock lock(reader->image.format.kind->kind, fd);
     code = lock.acquire(true, reader->source.timeout_ms, path, error);
     if (code != KORX_READER_OK)
         return code;
 
     Cursor cursor;
-    cursor.kind = reader->image.kind;
+    cursor.kind = reader->image.format.kind->kind;
     cursor.mark = handed.mark;
     code =
         is_ring ? MoveDump(*reader, fd, *handed.last, &cursor, error) : CheckCursor(*reader, error);
@@ -469,16 +445,16 @@ korx_reader_code korx_reader_open_memory(const void* data, size_t length, korx_l
     if (!reader || !SetHeader(chosen, &reader->image))
         return RefuseMemory(error, "memory");
     LogImage& image = reader->image;
-    image.bytes = Copy(static_cast<const char*>(data), length);
     if (chosen.name != nullptr)
-        reader->name = Copy(chosen.name, strlen(chosen.name));
-    if (!image.bytes || (chosen.name != nullptr && !reader->name))
+        reader->name = Copy(chosen.name);
+    if (!CopyBytes(data, length, &image.bytes) || (chosen.name != nullptr && !reader->name))
         return RefuseMemory(error, "memory");
-    image.size = length;
     image.file_size = length;
-    image.kind = kind == KORX_LOG_AUTO ? GuessKind(image.bytes.get(), length) : kind;
-    if (image.kind == KORX_LOG_AUTO)
+    if (kind == KORX_LOG_AUTO)
+        kind = GuessKind(image.bytes.view());
+    if (kind == KORX_LOG_AUTO)
         return Refuse(error, KORX_READER_UNKNOWN, 0, 0, "memory: not a log of any known kind");
+    image.format = FormatOf(kind);
     return Finish(std::move(reader), out, error);
 }
 
@@ -535,7 +511,7 @@ void korx_reader_get_mark(const korx_reader* reader, korx_mark* mark) {
         const bool passed = i < reader->next || (entry.flags & kSeen) != 0;
         if (passed && mark->last[entry.section].length == 0)
             SetMark(reader->image, entry, mark);
-        if (passed && reader->image.kind != KORX_LOG_START)
+        if (passed && reader->image.format.shape->sections == 1)
             return;
     }
 }
@@ -544,7 +520,7 @@ int korx_reader_seek_mark(korx_reader* reader, const korx_mark* mark) {
     korx_reader_rewind(reader);
     Array<Entry>& entries = reader->image.entries;
     int found_all = 1;
-    for (size_t s = 0; s < kSections; ++s) {
+    for (size_t s = 0; s < kSectionCount; ++s) {
         if (mark->last[s].length == 0)
             continue;
         const size_t last = FindMarked(reader->image, *mark, s);
@@ -561,7 +537,7 @@ void korx_reader_get_info(const korx_reader* reader, korx_reader_info* info) {
 }
 
 int korx_reader_get_damage(const korx_reader* reader, size_t index, korx_damage* damage) {
-    if (index >= reader->image.damage.size()) {
+    if (index >= reader->image.damage.listed()) {
         *damage = {};
         return 0;
     }
@@ -574,8 +550,7 @@ const char* korx_log_kind_name(korx_log_kind kind) {
 }
 
 const char* korx_damage_rule_name(korx_damage_rule rule) {
-    const bool known = rule > 0 && static_cast<size_t>(rule) < std::size(kRuleNames);
-    return known ? kRuleNames[rule] : nullptr;
+    return DamageName(rule);
 }
 
 korx_log_kind korx_log_kind_of_name(const char* path) {

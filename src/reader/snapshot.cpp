@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "base/bounded.h"
+#include "reader/ring.h"
 
 namespace korx {
 namespace {
@@ -50,11 +51,6 @@ ssize_t ReadUpTo(int fd, char* buffer, size_t count, uint64_t offset) {
     return static_cast<ssize_t>(done);
 }
 
-struct Bytes {
-    MallocPtr<char> data;
-    size_t size = 0;
-};
-
 korx_reader_code ReadBytes(int fd, uint64_t count, const Source& source, const char* path,
                            Bytes* bytes, korx_reader_error* error) {
     if (count > source.max_bytes)
@@ -80,7 +76,7 @@ uint64_t NeededBytes(korx_log_kind kind, int fd, uint64_t file_size) {
     LOG_HEAD_S head;
     if (!IsRing(kind) || !ReadExactly(fd, &head, sizeof head, 0))
         return file_size;
-    return LogImage::NeededOfRing(head, file_size);
+    return NeededOfRing(head, file_size);
 }
 
 korx_reader_code CopyLog(const Source& source, int fd, LogImage* image, struct stat* st,
@@ -89,14 +85,12 @@ korx_reader_code CopyLog(const Source& source, int fd, LogImage* image, struct s
         return Refuse(error, KORX_READER_READ, errno, 0, "%.*s: examining failed: %s", kPathRoom,
                       source.path, strerror(errno));
     const auto file_size = static_cast<uint64_t>(st->st_size);
-    Bytes bytes;
     const korx_reader_code code =
-        ReadBytes(fd, NeededBytes(image->kind, fd, file_size), source, source.path, &bytes, error);
+        ReadBytes(fd, NeededBytes(image->format.kind->kind, fd, file_size), source, source.path,
+                  &image->bytes, error);
     if (code != KORX_READER_OK)
         return code;
-    image->bytes = std::move(bytes.data);
-    image->size = bytes.size;
-    image->file_size = std::max<uint64_t>(file_size, bytes.size);
+    image->file_size = std::max<uint64_t>(file_size, image->bytes.size);
     return KORX_READER_OK;
 }
 
@@ -111,12 +105,7 @@ bool OpenHeader(const Source& source, UniqueFd* header) {
 
 korx_reader_code CopyHeader(const Source& source, int fd, LogImage* image,
                             korx_reader_error* error) {
-    Bytes bytes;
-    const korx_reader_code code =
-        ReadBytes(fd, kStartHeaderRoom, source, source.header_path, &bytes, error);
-    image->header = std::move(bytes.data);
-    image->header_size = bytes.size;
-    return code;
+    return ReadBytes(fd, kStartHeaderRoom, source, source.header_path, &image->header, error);
 }
 
 }  // namespace
@@ -207,11 +196,12 @@ korx_reader_code TakeSnapshot(const Source& source, LogImage* image, struct stat
 
     // The writers of the start log take the header's lock first.
     UniqueFd header;
-    const bool has_header = image->kind == KORX_LOG_START && OpenHeader(source, &header);
-    LogLock header_lock(image->kind, header.get());
-    LogLock lock(image->kind, fd);
+    const bool has_header =
+        image->format.kind->kind == KORX_LOG_START && OpenHeader(source, &header);
+    LogLock header_lock(image->format.kind->kind, header.get());
+    LogLock lock(image->format.kind->kind, fd);
     // The space-full log's writers know no lock.
-    const bool locks = source.lock && image->kind != KORX_LOG_SPACE;
+    const bool locks = source.lock && image->format.kind->kind != KORX_LOG_SPACE;
     if (locks && has_header)
         code = header_lock.acquire(false, source.timeout_ms, source.header_path, error);
     if (code == KORX_READER_OK && locks)
@@ -233,7 +223,7 @@ korx_reader_code PeekKind(const Source& source, korx_log_kind* kind, korx_reader
         return code;
     char beginning[kPeekSize];
     const ssize_t got = ReadUpTo(fd, beginning, sizeof beginning, 0);
-    *kind = got < 0 ? KORX_LOG_AUTO : GuessKind(beginning, static_cast<size_t>(got));
+    *kind = got < 0 ? KORX_LOG_AUTO : GuessKind({beginning, static_cast<size_t>(got)});
     if (*kind == KORX_LOG_AUTO)
         return Refuse(error, KORX_READER_UNKNOWN, 0, 0, "%.*s: not a log of any known kind",
                       kPathRoom, source.path);

@@ -20,7 +20,7 @@ struct Position {
 };
 
 bool IsUnread(const Entry& entry, const Position& position) {
-    const bool is_old = (entry.flags & KORX_RECORD_OLD_LAP) != 0;
+    const bool is_old = entry.is(KORX_RECORD_OLD_LAP);
     if (position.everything || (position.in_old_lap && !is_old))
         return true;
     return is_old == position.in_old_lap && entry.end() > position.offset;
@@ -33,8 +33,9 @@ Position PositionByHead(const LogImage& image) {
     // No reader leaves uiDumpLen at 0 once there is an old lap, and the logs that protect unread
     // records don't begin one before it has moved. In them only a whole lap begun at 0 can look
     // like that; in the diagnostic record log it just says that nobody has ever read.
-    const bool never_read = head.uiDumpLen == 0 && head.uiTotalLen != 0 &&
-                            (head.uiLogLen == 0 || image.kind == KORX_LOG_DIAG);
+    const bool never_read =
+        head.uiDumpLen == 0 && head.uiTotalLen != 0 &&
+        (head.uiLogLen == 0 || image.format.kind->unread == Unread::kOverwritten);
     const bool everything = !image.head_sound || !image.dump_sound || never_read;
     return {.everything = everything, .in_old_lap = in_old_lap, .offset = offset};
 }
@@ -43,9 +44,9 @@ Position PositionByHead(const LogImage& image) {
 // the position may have overwritten its beginning without having passed.
 bool Stands(const LogImage& image, const Cursor& cursor) {
     const auto& last = cursor.mark.last[0];
-    if (last.end > image.size || last.length > last.end - kRingHeadSize)
+    if (last.end > image.bytes.size || last.length > last.end - kRingHeadSize)
         return false;
-    const char* const bytes = image.bytes.get();
+    const char* const bytes = image.bytes.data.get();
     const uint64_t begin = last.end - last.length;
     const uint64_t written_end = uint64_t{kRingHeadSize} + image.head.uiLogLen;
     if (written_end <= begin || written_end >= last.end)
@@ -59,7 +60,7 @@ bool Stands(const LogImage& image, const Cursor& cursor) {
 // nothing about the position that the head has.
 bool Fits(const LogImage& image, const Cursor& cursor) {
     const auto& last = cursor.mark.last[0];
-    return cursor.kind == image.kind && cursor.dump_len == image.head.uiDumpLen &&
+    return cursor.kind == image.format.kind->kind && cursor.dump_len == image.head.uiDumpLen &&
            last.length != 0 && last.end == uint64_t{kRingHeadSize} + cursor.dump_len;
 }
 
@@ -79,7 +80,7 @@ uint64_t OverwrittenBytes(const LogImage& image) {
 
 void Count(const LogImage& image, korx_reader_info* info) {
     for (const Entry& entry : image.entries) {
-        if ((entry.flags & KORX_RECORD_UNREAD) == 0)
+        if (!entry.is(KORX_RECORD_UNREAD))
             continue;
         ++info->unread_records;
         info->unread_bytes += entry.length;
@@ -94,7 +95,8 @@ void MarkRing(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
     const LOG_HEAD_S& head = image->head;
     const uint32_t lap_end = head.uiTotalLen != 0 ? head.uiTotalLen : head.uiLogLen;
     // Of the protected logs a position behind the lap is damage, here it is a lap that ended early.
-    bool passed = image->kind == KORX_LOG_DIAG && image->head_sound && head.uiDumpLen > lap_end;
+    bool passed = image->format.kind->unread == Unread::kOverwritten && image->head_sound &&
+                  head.uiDumpLen > lap_end;
     info->has_cursor = cursor != nullptr && image->head_sound && Fits(*image, *cursor) ? 1 : 0;
     if (info->has_cursor != 0 && !Stands(*image, *cursor))
         passed = true;
@@ -112,8 +114,8 @@ void MarkRing(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
 }
 
 void MarkByCursor(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
-    info->has_cursor = cursor != nullptr && cursor->kind == image->kind ? 1 : 0;
-    for (size_t s = 0; s < kSections; ++s) {
+    info->has_cursor = cursor != nullptr && cursor->kind == image->format.kind->kind ? 1 : 0;
+    for (size_t s = 0; s < kSectionCount; ++s) {
         const bool taken_before = info->has_cursor != 0 && cursor->mark.last[s].length != 0;
         const size_t count = image->entries.size();
         const size_t last = taken_before ? FindMarked(*image, cursor->mark, s) : count;
@@ -131,7 +133,7 @@ void MarkByCursor(LogImage* image, const Cursor* cursor, korx_reader_info* info)
 }  // namespace
 
 void MarkUnread(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
-    if (IsRing(image->kind))
+    if (image->is_ring())
         MarkRing(image, cursor, info);
     else
         MarkByCursor(image, cursor, info);
@@ -142,7 +144,7 @@ size_t FindMarked(const LogImage& image, const korx_mark& mark, size_t section) 
     for (size_t i = image.entries.size(); i-- > 0;) {
         const Entry& entry = image.entries[i];
         if (entry.section == section && entry.length == last.length &&
-            HashRecord(image.bytes.get() + entry.offset, entry.length) == last.hash)
+            HashRecord(image.bytes.data.get() + entry.offset, entry.length) == last.hash)
             return i;
     }
     return image.entries.size();
@@ -150,7 +152,7 @@ size_t FindMarked(const LogImage& image, const korx_mark& mark, size_t section) 
 
 void SetMark(const LogImage& image, const Entry& entry, korx_mark* mark) {
     auto& last = mark->last[entry.section];
-    last.hash = HashRecord(image.bytes.get() + entry.offset, entry.length);
+    last.hash = HashRecord(image.bytes.data.get() + entry.offset, entry.length);
     last.end = entry.end();
     last.time_us = entry.time_us;
     last.length = entry.length;
