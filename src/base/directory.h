@@ -1,9 +1,10 @@
-// The directory that a path leads through to its last component.
+// The two parts of a path: its last component, and the directory that leads there.
 #pragma once
 
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <string_view>
@@ -13,6 +14,12 @@
 #include "base/unique.h"
 
 namespace korx {
+
+// Behind the last slash; empty for a path that ends in one.
+inline const char* BaseName(const char* path) {
+    const char* const slash = strrchr(path, '/');
+    return slash == nullptr ? path : slash + 1;
+}
 
 // Without the slash at its end; "." for a path without a directory, "/" for what stands in the
 // root.

@@ -98,13 +98,6 @@ SystemResult Rename(const char* from, const char* to) {
 
 }  // namespace
 
-uint64_t HashRecord(const char* bytes, size_t length) {
-    uint64_t hash = 0xcbf29ce484222325;
-    for (size_t i = 0; i < length; ++i)
-        hash = (hash ^ static_cast<unsigned char>(bytes[i])) * 0x100000001b3;
-    return hash;
-}
-
 CursorState LoadCursor(const char* path, Cursor* cursor) {
     const UniqueFd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!fd)

@@ -25,9 +25,6 @@ struct Cursor {
 
 enum class CursorState { kFound, kNone, kDamaged };
 
-// What tells a record from every other: FNV-1a with 64 bits.
-uint64_t HashRecord(const char* bytes, size_t length);
-
 CursorState LoadCursor(const char* path, Cursor* cursor);
 
 // Replaces the file at path as a whole, durably.

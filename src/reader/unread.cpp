@@ -9,6 +9,8 @@
 
 #include <algorithm>
 
+#include "reader/mark.h"
+
 namespace korx {
 namespace {
 
@@ -50,7 +52,7 @@ bool Stands(const LogImage& image, const Cursor& cursor) {
     const uint64_t begin = last.end - last.length;
     const uint64_t written_end = uint64_t{kRingHeadSize} + image.head.uiLogLen;
     if (written_end <= begin || written_end >= last.end)
-        return HashRecord(bytes + begin, last.length) == last.hash;
+        return HashRecord(image.text(begin, last.end)) == last.hash;
     const uint64_t length = std::min<uint64_t>(last.end - written_end, cursor.tail_length);
     return memcmp(bytes + last.end - length, cursor.tail + cursor.tail_length - length, length) ==
            0;
@@ -103,7 +105,7 @@ void MarkRing(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
     position.everything |= passed;
 
     for (Entry& entry : image->entries)
-        entry.flags |= IsUnread(entry, position) ? KORX_RECORD_UNREAD : 0;
+        entry.set(IsUnread(entry, position) ? KORX_RECORD_UNREAD : 0);
     Count(*image, info);
     if (!passed)
         return;
@@ -124,7 +126,7 @@ void MarkByCursor(LogImage* image, const Cursor* cursor, korx_reader_info* info)
         const size_t first = last == count ? 0 : last + 1;
         for (size_t i = first; i < count; ++i) {
             Entry& entry = image->entries[i];
-            entry.flags |= entry.section == s ? KORX_RECORD_UNREAD : 0;
+            entry.set(entry.section == s ? KORX_RECORD_UNREAD : 0);
         }
     }
     Count(*image, info);
@@ -137,25 +139,6 @@ void MarkUnread(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
         MarkRing(image, cursor, info);
     else
         MarkByCursor(image, cursor, info);
-}
-
-size_t FindMarked(const LogImage& image, const korx_mark& mark, size_t section) {
-    const auto& last = mark.last[section];
-    for (size_t i = image.entries.size(); i-- > 0;) {
-        const Entry& entry = image.entries[i];
-        if (entry.section == section && entry.length == last.length &&
-            HashRecord(image.bytes.data.get() + entry.offset, entry.length) == last.hash)
-            return i;
-    }
-    return image.entries.size();
-}
-
-void SetMark(const LogImage& image, const Entry& entry, korx_mark* mark) {
-    auto& last = mark->last[entry.section];
-    last.hash = HashRecord(image.bytes.data.get() + entry.offset, entry.length);
-    last.end = entry.end();
-    last.time_us = entry.time_us;
-    last.length = entry.length;
 }
 
 }  // namespace korx

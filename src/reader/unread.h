@@ -10,10 +10,4 @@ namespace korx {
 // gaps. cursor: null when there is none.
 void MarkUnread(LogImage* image, const Cursor* cursor, korx_reader_info* info);
 
-// The entry of a section that a mark stands for, or the number of entries when it is not there.
-size_t FindMarked(const LogImage& image, const korx_mark& mark, size_t section);
-
-// Puts an entry into the mark of its section.
-void SetMark(const LogImage& image, const Entry& entry, korx_mark* mark);
-
 }  // namespace korx
