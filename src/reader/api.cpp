@@ -22,6 +22,10 @@ const korx_reader_options& OrDefault(const korx_reader_options* options) {
     return options == nullptr ? kDefaultOptions : *options;
 }
 
+korx_reader_code BadArgument(korx_reader_error* error, const char* text) {
+    return Refusal(error).refuse(KORX_READER_ARGUMENT, EINVAL, "%s", text);
+}
+
 // Hands the reader over if it could be opened; if not, what there is of it goes.
 korx_reader_code HandOver(korx_reader_code code, UniqueReader opened, korx_reader** out) {
     if (code == KORX_READER_OK)
@@ -100,47 +104,44 @@ using namespace korx;
 korx_reader_code korx_reader_open(const char* path, korx_log_kind kind,
                                   const korx_reader_options* options, korx_reader** reader,
                                   korx_reader_error* error) {
-    const Refusal bad(error);
     if (reader == nullptr)
-        return bad.refuse(KORX_READER_ARGUMENT, EINVAL, "no place for the reader");
+        return BadArgument(error, "no place for the reader");
     *reader = nullptr;
     if (path == nullptr || !IsKind(kind))
-        return bad.refuse(KORX_READER_ARGUMENT, EINVAL, "no path, or no such kind of log");
+        return BadArgument(error, "no path, or no such kind of log");
     UniqueReader opened;
     const korx_reader_code code =
-        OpenFile(-1, path, kind, OrDefault(options), bad.about(path), &opened);
+        OpenFile(-1, path, kind, OrDefault(options), Refusal(error, path), &opened);
     return HandOver(code, std::move(opened), reader);
 }
 
 korx_reader_code korx_reader_open_fd(int fd, const char* path, korx_log_kind kind,
                                      const korx_reader_options* options, korx_reader** reader,
                                      korx_reader_error* error) {
-    const Refusal bad(error);
     if (reader == nullptr)
-        return bad.refuse(KORX_READER_ARGUMENT, EINVAL, "no place for the reader");
+        return BadArgument(error, "no place for the reader");
     *reader = nullptr;
     if (fd < 0 || !IsKind(kind))
-        return bad.refuse(KORX_READER_ARGUMENT, EINVAL, "no descriptor, or no such kind of log");
+        return BadArgument(error, "no descriptor, or no such kind of log");
     const char* const name = path == nullptr ? "" : path;
     UniqueReader opened;
     const korx_reader_code code =
-        OpenFile(fd, name, kind, OrDefault(options), bad.about(name), &opened);
+        OpenFile(fd, name, kind, OrDefault(options), Refusal(error, name), &opened);
     return HandOver(code, std::move(opened), reader);
 }
 
 korx_reader_code korx_reader_open_memory(const void* data, size_t length, korx_log_kind kind,
                                          const korx_reader_options* options, korx_reader** reader,
                                          korx_reader_error* error) {
-    const Refusal bad(error);
     if (reader == nullptr)
-        return bad.refuse(KORX_READER_ARGUMENT, EINVAL, "no place for the reader");
+        return BadArgument(error, "no place for the reader");
     *reader = nullptr;
     if ((data == nullptr && length != 0) || !IsKind(kind))
-        return bad.refuse(KORX_READER_ARGUMENT, EINVAL, "no data, or no such kind of log");
+        return BadArgument(error, "no data, or no such kind of log");
     const std::string_view bytes(static_cast<const char*>(data), length);
     UniqueReader opened;
     const korx_reader_code code =
-        OpenMemory(bytes, kind, OrDefault(options), bad.about("memory"), &opened);
+        OpenMemory(bytes, kind, OrDefault(options), Refusal(error, "memory"), &opened);
     return HandOver(code, std::move(opened), reader);
 }
 
@@ -168,13 +169,11 @@ void korx_reader_seek_newest(korx_reader* reader, size_t count) {
 }
 
 korx_reader_code korx_reader_ack(korx_reader* reader, korx_reader_error* error) {
-    const Refusal bad(error);
     if (reader == nullptr)
-        return bad.refuse(KORX_READER_ARGUMENT, EINVAL, "no reader");
+        return BadArgument(error, "no reader");
     if (!reader->can_acknowledge())
-        return bad.refuse(KORX_READER_ARGUMENT, EINVAL,
-                          "a copy from memory or without lock can't be acknowledged");
-    return Acknowledge(bad.about(reader->names.path.get()), reader);
+        return BadArgument(error, "a copy from memory or without lock can't be acknowledged");
+    return Acknowledge(Refusal(error, reader->names.path.get()), reader);
 }
 
 void korx_reader_get_mark(const korx_reader* reader, korx_mark* mark) {

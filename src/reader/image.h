@@ -65,7 +65,7 @@ struct LogImage {
     // Finds the entries and the damage. False when memory ran out.
     [[nodiscard]] bool analyse();
 
-    bool is_ring() const { return format.kind->shape == Shape::kRing; }
+    bool is_ring() const { return IsRing(format.kind->kind); }
     std::string_view text(uint64_t begin, uint64_t end) const {
         return Slice(bytes.view(), begin, end);
     }

@@ -10,6 +10,7 @@ namespace {
 // begins with, so the shapes that are told by the first bytes of a file come first.
 constexpr const ShapeOperations* kShapes[] = {&kPlainShape, &kStartShape, &kReserveShape,
                                               &kRingShape, &kTextShape};
+static_assert(std::size(kShapes) == static_cast<size_t>(Shape::kReserve), "each shape has one");
 
 }  // namespace
 

@@ -1,8 +1,8 @@
 // The rings' heads say how far the reader has come, with one blind spot: when a lap ends exactly
 // where the reader stands, all of it being unread looks like nothing being unread. The cursor
-// closes it, because the record it remembers then no longer stands where it stood. In the
-// diagnostic record log, whose writers do not wait for any reader, it tells in the same way that
-// they have passed. Where there is no head, the cursor alone remembers.
+// closes it, because the record it remembers then no longer stands where it stood. In the rings
+// whose writers do not wait for any reader, it tells in the same way that they have passed. Where
+// there is no head, the cursor alone remembers.
 #include "reader/unread.h"
 
 #include <string.h>
@@ -34,7 +34,7 @@ Position PositionByHead(const LogImage& image) {
     const uint64_t offset = uint64_t{kRingHeadSize} + head.uiDumpLen;
     // No reader leaves uiDumpLen at 0 once there is an old lap, and the logs that protect unread
     // records don't begin one before it has moved. In them only a whole lap begun at 0 can look
-    // like that; in the diagnostic record log it just says that nobody has ever read.
+    // like that; in the others it just says that nobody has ever read.
     const bool never_read =
         head.uiDumpLen == 0 && head.uiTotalLen != 0 &&
         (head.uiLogLen == 0 || image.format.kind->unread == Unread::kOverwritten);
@@ -76,7 +76,7 @@ uint64_t OverwrittenBytes(const LogImage& image) {
     if (head.uiLogLen >= head.uiDumpLen)
         return oldest > head.uiDumpLen ? oldest - head.uiDumpLen : 0;
     // The lap that was written over may have ended up to a record's length before this one.
-    const uint64_t sure = uint64_t{head.uiDumpLen} + kMaxRecord;
+    const uint64_t sure = uint64_t{head.uiDumpLen} + image.format.kind->longest_record;
     return oldest + (head.uiTotalLen > sure ? head.uiTotalLen - sure : 0);
 }
 
@@ -112,7 +112,8 @@ void MarkRing(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
     info->gap = 1;
     info->gap_recovered = info->unread_records - std::min(info->unread_records, by_head);
     info->gap_bytes = OverwrittenBytes(*image);
-    info->gap_lost = (info->gap_bytes + kMaxRecord - 1) / kMaxRecord;
+    const uint32_t longest = image->format.kind->longest_record;
+    info->gap_lost = (info->gap_bytes + longest - 1) / longest;
 }
 
 void MarkByCursor(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
@@ -123,6 +124,7 @@ void MarkByCursor(LogImage* image, const Cursor* cursor, korx_reader_info* info)
         const size_t last = taken_before ? FindMarked(*image, cursor->mark, s) : count;
         if (taken_before && last == count)
             info->gap = 1;
+        // Where the place is lost all of the section is unread: twice is better than never.
         const size_t first = last == count ? 0 : last + 1;
         for (size_t i = first; i < count; ++i) {
             Entry& entry = image->entries[i];
