@@ -241,7 +241,6 @@ struct Laps : RoomTest {
         written->push_back(text + "!");
         return text + "!\n";
     }
-    unsigned random() { return static_cast<unsigned>(random_()); }
 
     // The shown texts must be the last of those written.
     static void expect_suffix(const Texts& written, const Opened& log, size_t least_bytes,
@@ -265,7 +264,9 @@ struct Laps : RoomTest {
         }
     }
 
-    std::mt19937 random_{3};
+    // Not to be chosen: a few courses in a hundred leave a lap's end that nobody can tell, because
+    // a message is cut just behind a line end, or nothing but two old laps' last records is left.
+    std::mt19937 random{3};
 };
 
 TEST_F(Laps, OfTheTextLogAreToldApart) {
