@@ -61,20 +61,19 @@ class StretchReader {
     }
 
     size_t take_record(size_t at) {
-        const RecordHead head = head_;  // the look at the lines behind it takes its place
-        const LocalClock::Moment moment = image_.clock.resolve(head.time, time_);
+        const LocalClock::Moment moment = image_.clock.resolve(head_.time, time_);
+        const size_t extent = head_.extent;  // the looks at the lines behind write over the head
         if (zero_ < at)
             find_zero(at);
         const size_t limit = std::min(zero_, stretch_.end);
         const size_t first_line = line_end(at, limit);
-        size_t end = head.extent != 0 ? std::min(at + head.extent, limit) : first_line;
+        size_t end = extent != 0 ? std::min(at + extent, limit) : first_line;
         // No record is longer; looking on would only find what is damaged anyway.
         const size_t longest = at + image_.format.kind->longest_record;
-        while (head.extent == 0 && end < limit && end <= longest && !begins_something(end))
+        while (extent == 0 && end < limit && end <= longest && !begins_something(end))
             end = line_end(end, limit);
 
-        const bool terminated =
-            head.extent != 0 ? end == at + head.extent : bytes_[end - 1] == '\n';
+        const bool terminated = extent != 0 ? end == at + extent : bytes_[end - 1] == '\n';
         const bool too_long = end > longest;
         if (too_long) {
             if (reports())
