@@ -282,6 +282,7 @@ TEST_F(Files, ThatChangedMeanwhileAreNotAcknowledged) {
     Ring third(1);
     ASSERT_EQ(pwrite(fd, "?", 1, 12 + kLength + 40), 1);
     EXPECT_EQ(third.ack(), KORX_READER_CHANGED) << "other bytes stand there";
+    EXPECT_EQ(third.error.offset, 12 + kLength);
     EXPECT_EQ(head().uiDumpLen, kLength);
 
     Ring fourth(1);
@@ -307,10 +308,13 @@ TEST_F(Files, CursorShowsAWholeLapThatTheHeadHides) {
         EXPECT_EQ(log.info.gap_lost, 0u);
         ASSERT_EQ(log.ack(), KORX_READER_OK) << log.error.text;
     }
-    WriteFile("ring.cursor", "korx-cursor 1\nkind 3\nhead 1 2 3\n");
-    korx_damage damage = {};
-    ASSERT_EQ(korx_reader_get_damage(Ring(0).it, 0, &damage), 1);
-    EXPECT_EQ(damage.rule, KORX_DAMAGE_CURSOR);
+    const std::string sound = ReadFile("ring.cursor");
+    for (const std::string& bad : {sound.substr(0, 40), sound + "\n", " " + sound}) {
+        WriteFile("ring.cursor", bad);
+        korx_damage damage = {};
+        ASSERT_EQ(korx_reader_get_damage(Ring(0).it, 0, &damage), 1) << bad;
+        EXPECT_EQ(damage.rule, KORX_DAMAGE_CURSOR);
+    }
 }
 
 TEST_F(Files, WithoutAHeadAreTakenByTheirCursor) {
@@ -332,6 +336,12 @@ TEST_F(Files, WithoutAHeadAreTakenByTheirCursor) {
     EXPECT_EQ(take(), "c");
     WriteFile("zelk.log", line("5", "e"));
     EXPECT_EQ(take(), "e!") << "what was taken last is gone, and what followed it with it";
+
+    WriteFile("zelk.log", ReadFile("zelk.log") + line("6", "f"));
+    LogReader first("zelk.log", KORX_LOG_AUTO), second("zelk.log", KORX_LOG_AUTO);
+    EXPECT_EQ(first.next_unread() + second.next_unread(), 2);
+    EXPECT_EQ(first.ack(), KORX_READER_OK);
+    EXPECT_EQ(second.ack(), KORX_READER_CHANGED) << "another reader came first";
 
     options.cursor_path = "missing/cursor";
     LogReader log("zelk.log", KORX_LOG_AUTO, &options);
