@@ -85,6 +85,7 @@ korx_reader_code LogLock::acquire(Access access, uint32_t timeout_ms, const Refu
     const int64_t deadline = NowNs() + int64_t{timeout_ms} * kNanosPerMs;
     int64_t pause = kFirstPauseNs;
     while (!attempt(access)) {
+        // A refused record lock may say either of the first two.
         const bool busy = errno == EAGAIN || errno == EACCES || errno == EINTR;
         if (!busy)
             return error.refuse(KORX_READER_READ, errno, "locking failed: %s", strerror(errno));

@@ -9,7 +9,8 @@ uint64_t HashRecord(std::string_view record) {
     return hash;
 }
 
-// Newest first: that is where a mark taken lately is.
+// Newest first: that is where a mark taken lately is, and of records that are alike the newest was
+// meant, because nothing behind it had been seen.
 size_t FindMarked(const LogImage& image, const korx_mark& mark, size_t section) {
     const auto& last = mark.last[section];
     for (size_t i = image.entries.size(); i-- > 0;) {

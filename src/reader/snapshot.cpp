@@ -4,14 +4,13 @@
 #include <string.h>
 
 #include <algorithm>
-#include <utility>
 
 #include "reader/ring.h"
 
 namespace korx {
 namespace {
 
-constexpr size_t kPeekSize = 8192;
+constexpr size_t kPeekSize = 8192;         // no kind is told by anything further on
 constexpr size_t kStartHeaderRoom = 4096;  // more of a header file is not looked at
 
 korx_reader_code ReadBytes(int fd, uint64_t count, const Source& source, const Refusal& error,
@@ -23,6 +22,7 @@ korx_reader_code ReadBytes(int fd, uint64_t count, const Source& source, const R
                     static_cast<unsigned long long>(count),
                     static_cast<unsigned long long>(source.max_bytes));
     const auto size = static_cast<size_t>(count);
+    // At least a byte: malloc may have nothing for 0, and an empty log is not out of memory.
     bytes->data.reset(static_cast<char*>(malloc(std::max<size_t>(size, 1))));
     if (!bytes->data)
         return error.refuse(KORX_READER_NO_MEMORY, ENOMEM, "no memory for %zu bytes", size);

@@ -6,7 +6,7 @@ namespace korx {
 namespace {
 
 constexpr int64_t kDaySeconds = 86400;
-constexpr int kTolerated = 3;
+constexpr int kTolerated = 3;  // wrong bytes in a damaged stamp
 
 constexpr char kClockShape[] = "-00:00:00.000000]";
 constexpr size_t kClockLength = sizeof kClockShape - 1;

@@ -1,3 +1,7 @@
+// Records begin at the start of a line and are told by their heads alone: a message may hold lines,
+// and lines that nearly are heads. So a record goes on until something else begins, and what begins
+// nowhere is text up to the next record. Whatever the bytes are, each is looked at a bounded number
+// of times, and runs of zeros or of text make one entry, not many.
 #include "reader/stretch.h"
 
 #include <string.h>
