@@ -13,7 +13,7 @@
 #include <type_traits>
 
 #include "base/bounded.h"
-#include "base/directory.h"
+#include "base/sync_directory.h"
 #include "base/text.h"
 #include "base/unique.h"
 #include "base/write_all.h"

@@ -38,7 +38,7 @@ std::string_view ProcessOf(std::string_view file) {
 // False: out of memory.
 bool SetNames(const char* path, const korx_reader_options& options, LogNames* names) {
     const std::string_view whole = path;
-    const std::string_view file = BaseName(path);
+    const std::string_view file = NameOf(path);
     const std::string_view directory = Slice(whole, 0, whole.size() - file.size());
     names->path = Copy(whole);
     names->process = Copy(options.name != nullptr ? options.name : ProcessOf(file));
@@ -155,7 +155,7 @@ korx_reader_code OpenMemory(std::string_view bytes, korx_log_kind kind,
 }
 
 korx_log_kind KindOfName(const char* path) {
-    const char* const name = BaseName(path);
+    const char* const name = NameOf(path);
     for (const LogKind& kind : kKinds) {
         for (const char* const file : kind.files) {
             if (IsLogFile(kind, file, name))
