@@ -70,8 +70,8 @@ void DropUncommitted(const Laps& laps, size_t first, size_t old_end, LogImage* i
 //
 // A lap ends where the next record would not have fitted, so this is less than the longest record.
 // Record 42 was written over the beginning of 7, whose rest passes for more lines of 42; what
-// follows is older than 42. The first record of the old lap always stays: where only such a tail is
-// left of it, nothing that is older is left to tell. first and first_damage: of the old lap.
+// follows is older than 42. The first record stays in any case: where nothing but such a tail is
+// left there is nothing before it to tell it by. first and first_damage: of the old lap.
 void DropStaleTail(size_t first, size_t first_damage, size_t until, LogImage* image) {
     Array<Entry>& entries = image->entries;
     if (first == entries.size())
