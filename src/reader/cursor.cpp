@@ -3,27 +3,30 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <inttypes.h>
+#include <limits.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <iterator>
+#include <type_traits>
 
 #include "base/bounded.h"
+#include "base/sync_directory.h"
 #include "base/text.h"
 #include "base/unique.h"
 #include "base/write_all.h"
+#include "format/kinds.h"
 
 namespace korx {
 namespace {
 
 constexpr size_t kFileSize = 1024;  // a cursor is much smaller
-constexpr size_t kPathSize = 4096;
 constexpr mode_t kCursorMode = 0640;
 
 using CursorText = FixedText<kFileSize>;
-
+using LastText = FixedText<128>;
 using TailText = FixedText<2 * kTailSize + 1>;
 
 void FormatTail(const Cursor& cursor, TailText* text) {
@@ -46,73 +49,78 @@ bool ParseTail(const TailText& text, Cursor* cursor) {
     return length % 2 == 0;
 }
 
+using Last = std::remove_extent_t<decltype(korx_mark::last)>;
+
+bool FormatLast(const Last& last, LastText* text) {
+    return text->format("last %016" PRIx64 " %" PRIu64 " %" PRId64 " %" PRIu32 "\n", last.hash,
+                        last.end, last.time_us, last.length);
+}
+
+// How much of the text it takes; 0: it is not there.
+int ParseLast(const char* text, Last* last) {
+    int taken = 0;
+    const int fields = sscanf_s(text, "last %" SCNx64 " %" SCNu64 " %" SCNd64 " %" SCNu32 "\n%n",
+                                &last->hash, &last->end, &last->time_us, &last->length, &taken);
+    return fields == 4 ? taken : 0;
+}
+
 bool Format(const Cursor& cursor, CursorText* text) {
-    const auto& last = cursor.mark.last;
+    LastText last[kSectionCount];
+    for (size_t s = 0; s < kSectionCount; ++s) {
+        if (!FormatLast(cursor.mark.last[s], &last[s]))
+            return false;
+    }
     TailText tail;
     FormatTail(cursor, &tail);
     return text->format(
-        "korx-cursor 1\nkind %u\nhead %" PRIu32 " %" PRIu32 " %" PRIu32 "\nlast %016" PRIx64
-        " %" PRIu64 " %" PRId64 " %" PRIu32 "\nlast %016" PRIx64 " %" PRIu64 " %" PRId64 " %" PRIu32
-        "\nlast %016" PRIx64 " %" PRIu64 " %" PRId64 " %" PRIu32 "\nlast %016" PRIx64 " %" PRIu64
-        " %" PRId64 " %" PRIu32 "\ntail .%s\n",
+        "korx-cursor 1\nkind %u\nhead %" PRIu32 " %" PRIu32 " %" PRIu32 "\n%s%s%s%stail .%s\n",
         static_cast<unsigned>(cursor.kind), cursor.log_len, cursor.dump_len, cursor.total_len,
-        last[0].hash, last[0].end, last[0].time_us, last[0].length, last[1].hash, last[1].end,
-        last[1].time_us, last[1].length, last[2].hash, last[2].end, last[2].time_us, last[2].length,
-        last[3].hash, last[3].end, last[3].time_us, last[3].length, tail.c_str());
+        last[0].c_str(), last[1].c_str(), last[2].c_str(), last[3].c_str(), tail.c_str());
 }
 
-// A cursor is what Format makes of it and nothing else, so that a damaged one is never followed.
+// A cursor is what Format makes of it and nothing else, so that a damaged one is never followed:
+// sscanf takes blanks, signs and zeros that Format never writes.
 bool Parse(const char* text, Cursor* cursor) {
     unsigned kind = 0;
-    TailText tail;
-    auto& last = cursor->mark.last;
-    const int fields = sscanf_s(
-        text,
-        "korx-cursor 1\nkind %u\nhead %" SCNu32 " %" SCNu32 " %" SCNu32 "\nlast %" SCNx64
-        " %" SCNu64 " %" SCNd64 " %" SCNu32 "\nlast %" SCNx64 " %" SCNu64 " %" SCNd64 " %" SCNu32
-        "\nlast %" SCNx64 " %" SCNu64 " %" SCNd64 " %" SCNu32 "\nlast %" SCNx64 " %" SCNu64
-        " %" SCNd64 " %" SCNu32 "\ntail .%128[0-9a-f]",
-        &kind, &cursor->log_len, &cursor->dump_len, &cursor->total_len, &last[0].hash, &last[0].end,
-        &last[0].time_us, &last[0].length, &last[1].hash, &last[1].end, &last[1].time_us,
-        &last[1].length, &last[2].hash, &last[2].end, &last[2].time_us, &last[2].length,
-        &last[3].hash, &last[3].end, &last[3].time_us, &last[3].length, tail.data());
-    static_assert(2 * kTailSize == 128);
-    if (fields < 20 || kind > KORX_LOG_SPACE || !ParseTail(tail, cursor))
+    int taken = 0;
+    const int fields =
+        sscanf_s(text, "korx-cursor 1\nkind %u\nhead %" SCNu32 " %" SCNu32 " %" SCNu32 "\n%n",
+                 &kind, &cursor->log_len, &cursor->dump_len, &cursor->total_len, &taken);
+    if (fields != 4 || kind >= std::size(kKinds))
         return false;
     cursor->kind = static_cast<korx_log_kind>(kind);
+    const char* rest = text + taken;
+    for (Last& last : cursor->mark.last) {
+        taken = ParseLast(rest, &last);
+        if (taken == 0)
+            return false;
+        rest += taken;
+    }
+    TailText tail;
+    static_assert(2 * kTailSize == 128);
+    (void) sscanf_s(rest, "tail .%128[0-9a-f]", tail.data());  // it may be empty
     CursorText again;
-    return Format(*cursor, &again) && strcmp(again.c_str(), text) == 0;
+    return ParseTail(tail, cursor) && Format(*cursor, &again) && strcmp(again.c_str(), text) == 0;
 }
 
-bool SyncDirectoryOf(const char* path) {
-    FixedText<kPathSize> directory;
-    const char* const slash = strrchr(path, '/');
-    if (slash == nullptr || slash == path)
-        (void) strcpy_s(directory.data(), directory.capacity(), slash == nullptr ? "." : "/");
-    else if (strncpy_s(directory.data(), directory.capacity(), path,
-                       static_cast<size_t>(slash - path)) != 0)
-        return false;
-    const UniqueFd fd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return fd && fsync(fd.get()) == 0;
-}
-
-bool WriteNew(const char* path, const CursorText& text) {
+SystemResult WriteNew(const char* path, const CursorText& text) {
     const size_t length = strlen(text.c_str());
     const UniqueFd fd(
         open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kCursorMode));
-    return fd && WriteAll(fd.get(), text.c_str(), length) == static_cast<ssize_t>(length) &&
-           fsync(fd.get()) == 0;
+    const bool written = fd &&
+                         WriteAll(fd.get(), text.c_str(), length) == static_cast<ssize_t>(length) &&
+                         fsync(fd.get()) == 0;
+    return written ? SystemResult{} : SystemResult::Failed();
+}
+
+SystemResult Rename(const char* from, const char* to) {
+    return rename(from, to) == 0 ? SystemResult{} : SystemResult::Failed();
 }
 
 }  // namespace
 
-uint64_t HashRecord(const char* bytes, size_t length) {
-    uint64_t hash = 0xcbf29ce484222325;
-    for (size_t i = 0; i < length; ++i)
-        hash = (hash ^ static_cast<unsigned char>(bytes[i])) * 0x100000001b3;
-    return hash;
-}
-
+// A cursor that is there but can't be read is damage, like one that is none: who acknowledged what
+// is then not known.
 CursorState LoadCursor(const char* path, Cursor* cursor) {
     const UniqueFd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!fd)
@@ -126,17 +134,19 @@ CursorState LoadCursor(const char* path, Cursor* cursor) {
     return CursorState::kFound;
 }
 
-bool StoreCursor(const char* path, const Cursor& cursor) {
+// The number in the temporary name keeps processes apart; within one the log's lock does.
+SystemResult StoreCursor(const char* path, const Cursor& cursor) {
     CursorText text;
-    FixedText<kPathSize> temporary;
-    errno = ENAMETOOLONG;
+    FixedText<PATH_MAX> temporary;
     if (!Format(cursor, &text) || !temporary.format("%s.%ld", path, static_cast<long>(getpid())))
-        return false;
-    if (WriteNew(temporary.c_str(), text) && rename(temporary.c_str(), path) == 0)
+        return {ENAMETOOLONG};
+    SystemResult result = WriteNew(temporary.c_str(), text);
+    if (result.ok())
+        result = Rename(temporary.c_str(), path);
+    if (result.ok())
         return SyncDirectoryOf(path);
-    const ErrnoSaver keep;
     (void) unlink(temporary.c_str());
-    return false;
+    return result;
 }
 
 bool SameCursor(const Cursor& a, const Cursor& b) {

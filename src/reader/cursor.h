@@ -4,6 +4,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "base/system_result.h"
 #include "korx/reader.h"
 
 namespace korx {
@@ -24,13 +25,10 @@ struct Cursor {
 
 enum class CursorState { kFound, kNone, kDamaged };
 
-// What tells a record from every other: FNV-1a with 64 bits.
-uint64_t HashRecord(const char* bytes, size_t length);
-
 CursorState LoadCursor(const char* path, Cursor* cursor);
 
-// Replaces the file at path as a whole, durably. False: errno says why.
-[[nodiscard]] bool StoreCursor(const char* path, const Cursor& cursor);
+// Replaces the file at path as a whole, durably.
+SystemResult StoreCursor(const char* path, const Cursor& cursor);
 
 bool SameCursor(const Cursor& a, const Cursor& b);
 

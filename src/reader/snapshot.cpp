@@ -1,248 +1,105 @@
 #include "reader/snapshot.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <string.h>
-#include <sys/file.h>
-#include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <utility>
 
-#include "base/bounded.h"
+#include "reader/ring.h"
 
 namespace korx {
 namespace {
 
-constexpr int kReadFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-constexpr size_t kPeekSize = 8192;
+constexpr size_t kPeekSize = 8192;         // no kind is told by anything further on
 constexpr size_t kStartHeaderRoom = 4096;  // more of a header file is not looked at
-constexpr int kPathRoom = 360;             // of a message
 
-constexpr int64_t kNanosPerMs = 1000000;
-constexpr int64_t kFirstPauseNs = 50000;
-constexpr int64_t kLongestPauseNs = 2 * kNanosPerMs;
-
-int64_t NowNs() {
-    struct timespec now = {};
-    (void) clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
-}
-
-void Pause(int64_t nanos) {
-    const struct timespec pause = {.tv_sec = 0, .tv_nsec = static_cast<long>(nanos)};
-    (void) nanosleep(&pause, nullptr);
-}
-
-// Reads up to count bytes at offset; less at the end of the file. -1: reading failed.
-ssize_t ReadUpTo(int fd, char* buffer, size_t count, uint64_t offset) {
-    size_t done = 0;
-    while (done < count) {
-        const ssize_t got =
-            pread(fd, buffer + done, count - done, static_cast<off_t>(offset + done));
-        if (got == 0)
-            break;
-        if (got < 0 && errno != EINTR)
-            return -1;
-        done += got > 0 ? static_cast<size_t>(got) : 0;
-    }
-    return static_cast<ssize_t>(done);
-}
-
-struct Bytes {
-    MallocPtr<char> data;
-    size_t size = 0;
-};
-
-korx_reader_code ReadBytes(int fd, uint64_t count, const Source& source, const char* path,
-                           Bytes* bytes, korx_reader_error* error) {
+korx_reader_code ReadBytes(int fd, uint64_t count, const Source& source, const Refusal& error,
+                           Bytes* bytes) {
     if (count > source.max_bytes)
-        return Refuse(error, KORX_READER_TOO_LARGE, 0, source.max_bytes,
-                      "%.*s: %llu bytes would have to be read, more than the limit of %llu",
-                      kPathRoom, path, static_cast<unsigned long long>(count),
-                      static_cast<unsigned long long>(source.max_bytes));
+        return error.at(source.max_bytes)
+            .refuse(KORX_READER_TOO_LARGE, 0,
+                    "%llu bytes would have to be read, more than the limit of %llu",
+                    static_cast<unsigned long long>(count),
+                    static_cast<unsigned long long>(source.max_bytes));
     const auto size = static_cast<size_t>(count);
+    // At least a byte: malloc may have nothing for 0, and an empty log is not out of memory.
     bytes->data.reset(static_cast<char*>(malloc(std::max<size_t>(size, 1))));
     if (!bytes->data)
-        return Refuse(error, KORX_READER_NO_MEMORY, ENOMEM, 0, "%.*s: no memory for %zu bytes",
-                      kPathRoom, path, size);
-    const ssize_t got = ReadUpTo(fd, bytes->data.get(), size, 0);
-    if (got < 0)
-        return Refuse(error, KORX_READER_READ, errno, 0, "%.*s: reading failed: %s", kPathRoom,
-                      path, strerror(errno));
-    bytes->size = static_cast<size_t>(got);
+        return error.refuse(KORX_READER_NO_MEMORY, ENOMEM, "no memory for %zu bytes", size);
+    const ReadResult got = ReadUpTo(fd, bytes->data.get(), size, 0);
+    if (got.error != 0)
+        return error.refuse(KORX_READER_READ, got.error, "reading failed: %s", strerror(got.error));
+    bytes->size = got.count;
     return KORX_READER_OK;
 }
 
 // A huge file behind a small ring is none of our business.
-uint64_t NeededBytes(korx_log_kind kind, int fd, uint64_t file_size) {
+uint64_t NeededBytes(const LogImage& image, const LogFile& file) {
     LOG_HEAD_S head;
-    if (!IsRing(kind) || !ReadExactly(fd, &head, sizeof head, 0))
-        return file_size;
-    return LogImage::NeededOfRing(head, file_size);
+    if (!image.is_ring() || !ReadExactly(file.fd(), &head, sizeof head, 0))
+        return file.size();
+    return NeededOfRing(head, file.size());
 }
 
-korx_reader_code CopyLog(const Source& source, int fd, LogImage* image, struct stat* st,
-                         korx_reader_error* error) {
-    if (fstat(fd, st) < 0)
-        return Refuse(error, KORX_READER_READ, errno, 0, "%.*s: examining failed: %s", kPathRoom,
-                      source.path, strerror(errno));
-    const auto file_size = static_cast<uint64_t>(st->st_size);
-    Bytes bytes;
-    const korx_reader_code code =
-        ReadBytes(fd, NeededBytes(image->kind, fd, file_size), source, source.path, &bytes, error);
+korx_reader_code CopyLog(const Source& source, const Refusal& error, LogFile* file,
+                         LogImage* image) {
+    korx_reader_code code = file->examine(error);
     if (code != KORX_READER_OK)
         return code;
-    image->bytes = std::move(bytes.data);
-    image->size = bytes.size;
-    image->file_size = std::max<uint64_t>(file_size, bytes.size);
+    code = ReadBytes(file->fd(), NeededBytes(*image, *file), source, error, &image->bytes);
+    if (code != KORX_READER_OK)
+        return code;
+    // A file may grow while it is copied without lock.
+    image->file_size = std::max<uint64_t>(file->size(), image->bytes.size);
     return KORX_READER_OK;
 }
 
 // A header file that can't be had is damage of the log, not a failure.
-bool OpenHeader(const Source& source, UniqueFd* header) {
-    if (source.header_path == nullptr)
-        return false;
-    int fd = -1;
-    struct stat st;
-    return OpenLog(source.header_path, -1, kReadFlags, header, &fd, &st, nullptr) == KORX_READER_OK;
-}
-
-korx_reader_code CopyHeader(const Source& source, int fd, LogImage* image,
-                            korx_reader_error* error) {
-    Bytes bytes;
-    const korx_reader_code code =
-        ReadBytes(fd, kStartHeaderRoom, source, source.header_path, &bytes, error);
-    image->header = std::move(bytes.data);
-    image->header_size = bytes.size;
-    return code;
+bool OpenHeader(const Source& source, LogFile* header) {
+    return source.header_path != nullptr &&
+           header->open(source.header_path, -1, Access::kRead, Refusal(nullptr)) == KORX_READER_OK;
 }
 
 }  // namespace
 
-korx_reader_code Refuse(korx_reader_error* error, korx_reader_code code, int system_error,
-                        uint64_t offset, const char* format, ...) {
-    if (error == nullptr)
-        return code;
-    error->code = code;
-    error->system_error = system_error;
-    error->offset = offset;
-    va_list args;
-    va_start(args, format);
-    (void) vsnprintf_s(error->text, sizeof error->text, sizeof error->text - 1, format, args);
-    va_end(args);
-    return code;
-}
-
-bool LogLock::attempt(bool exclusive) const {
-    if (kind_ == KORX_LOG_TEXT || kind_ == KORX_LOG_SPACE)
-        return flock(fd_, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB) == 0;
-    struct flock request = {};
-    request.l_type = exclusive ? F_WRLCK : F_RDLCK;
-    request.l_whence = SEEK_SET;
-    return fcntl(fd_, F_OFD_SETLK, &request) == 0;
-}
-
-korx_reader_code LogLock::acquire(bool exclusive, uint32_t timeout_ms, const char* path,
-                                  korx_reader_error* error) {
-    const int64_t deadline = NowNs() + int64_t{timeout_ms} * kNanosPerMs;
-    int64_t pause = kFirstPauseNs;
-    while (!attempt(exclusive)) {
-        const bool busy = errno == EAGAIN || errno == EACCES || errno == EINTR;
-        if (!busy)
-            return Refuse(error, KORX_READER_READ, errno, 0, "%.*s: locking failed: %s", kPathRoom,
-                          path, strerror(errno));
-        if (NowNs() >= deadline)
-            return Refuse(error, KORX_READER_LOCKED, EAGAIN, 0,
-                          "%.*s: another process has held the lock for %u ms", kPathRoom, path,
-                          timeout_ms);
-        Pause(pause);
-        pause = std::min(pause * 2, kLongestPauseNs);
-    }
-    held_ = true;
-    return KORX_READER_OK;
-}
-
-void LogLock::release() {
-    if (!std::exchange(held_, false))
-        return;
-    const ErrnoSaver keep;
-    if (kind_ == KORX_LOG_TEXT || kind_ == KORX_LOG_SPACE) {
-        (void) flock(fd_, LOCK_UN);
-        return;
-    }
-    struct flock request = {};
-    request.l_type = F_UNLCK;
-    request.l_whence = SEEK_SET;
-    (void) fcntl(fd_, F_OFD_SETLK, &request);
-}
-
-korx_reader_code OpenLog(const char* path, int borrowed, int flags, UniqueFd* opened, int* fd,
-                         struct stat* st, korx_reader_error* error) {
-    if (borrowed < 0) {
-        opened->reset(open(path, flags));
-        if (!*opened)
-            return Refuse(error, KORX_READER_OPEN, errno, 0, "%.*s: opening failed: %s", kPathRoom,
-                          path, strerror(errno));
-    }
-    *fd = borrowed < 0 ? opened->get() : borrowed;
-    if (fstat(*fd, st) < 0)
-        return Refuse(error, KORX_READER_READ, errno, 0, "%.*s: examining failed: %s", kPathRoom,
-                      path, strerror(errno));
-    if (!S_ISREG(st->st_mode))
-        return Refuse(error, KORX_READER_NOT_REGULAR, 0, 0, "%.*s: not a regular file", kPathRoom,
-                      path);
-    return KORX_READER_OK;
-}
-
-korx_reader_code TakeSnapshot(const Source& source, LogImage* image, struct stat* st,
-                              korx_reader_error* error) {
-    UniqueFd opened;
-    int fd = -1;
-    korx_reader_code code =
-        OpenLog(source.path, source.borrowed, kReadFlags, &opened, &fd, st, error);
+korx_reader_code TakeSnapshot(const Source& source, const Refusal& error, LogImage* image,
+                              FileId* id) {
+    LogFile file;
+    korx_reader_code code = file.open(source.path, source.borrowed, Access::kRead, error);
     if (code != KORX_READER_OK)
         return code;
 
+    const LogKind& kind = *image->format.kind;
+    const bool locks = source.locking == Locking::kWait && kind.lock != LogLockKind::kNone;
+    const Refusal header_error = error.about(source.header_path);
+    LogFile header;
+    const bool has_header = kind.shape == Shape::kStart && OpenHeader(source, &header);
     // The writers of the start log take the header's lock first.
-    UniqueFd header;
-    const bool has_header = image->kind == KORX_LOG_START && OpenHeader(source, &header);
-    LogLock header_lock(image->kind, header.get());
-    LogLock lock(image->kind, fd);
-    // The space-full log's writers know no lock.
-    const bool locks = source.lock && image->kind != KORX_LOG_SPACE;
+    LogLock header_lock(kind.lock, header.fd());
+    LogLock lock(kind.lock, file.fd());
     if (locks && has_header)
-        code = header_lock.acquire(false, source.timeout_ms, source.header_path, error);
+        code = header_lock.acquire(Access::kRead, source.timeout_ms, header_error);
     if (code == KORX_READER_OK && locks)
-        code = lock.acquire(false, source.timeout_ms, source.path, error);
+        code = lock.acquire(Access::kRead, source.timeout_ms, error);
     if (code == KORX_READER_OK)
-        code = CopyLog(source, fd, image, st, error);
+        code = CopyLog(source, error, &file, image);
     if (code == KORX_READER_OK && has_header)
-        code = CopyHeader(source, header.get(), image, error);
+        code = ReadBytes(header.fd(), kStartHeaderRoom, source, header_error, &image->header);
+    *id = file.id();
     return code;
 }
 
-korx_reader_code PeekKind(const Source& source, korx_log_kind* kind, korx_reader_error* error) {
-    UniqueFd opened;
-    int fd = -1;
-    struct stat st;
-    const korx_reader_code code =
-        OpenLog(source.path, source.borrowed, kReadFlags, &opened, &fd, &st, error);
+korx_reader_code PeekKind(const Source& source, const Refusal& error, korx_log_kind* kind) {
+    LogFile file;
+    const korx_reader_code code = file.open(source.path, source.borrowed, Access::kRead, error);
     if (code != KORX_READER_OK)
         return code;
     char beginning[kPeekSize];
-    const ssize_t got = ReadUpTo(fd, beginning, sizeof beginning, 0);
-    *kind = got < 0 ? KORX_LOG_AUTO : GuessKind(beginning, static_cast<size_t>(got));
+    const ReadResult got = ReadUpTo(file.fd(), beginning, sizeof beginning, 0);
+    *kind = got.error != 0 ? KORX_LOG_AUTO : GuessKind({beginning, got.count});
     if (*kind == KORX_LOG_AUTO)
-        return Refuse(error, KORX_READER_UNKNOWN, 0, 0, "%.*s: not a log of any known kind",
-                      kPathRoom, source.path);
+        return error.refuse(KORX_READER_UNKNOWN, 0, "not a log of any known kind");
     return KORX_READER_OK;
-}
-
-bool ReadExactly(int fd, void* buffer, size_t count, uint64_t offset) {
-    errno = 0;
-    return ReadUpTo(fd, static_cast<char*>(buffer), count, offset) == static_cast<ssize_t>(count);
 }
 
 }  // namespace korx

@@ -1,13 +1,12 @@
 #include "reader/stamp.h"
 
-#include <string.h>
+#include <time.h>
 
 namespace korx {
 namespace {
 
 constexpr int64_t kDaySeconds = 86400;
-constexpr int64_t kMicros = 1000000;
-constexpr int kTolerated = 3;
+constexpr int kTolerated = 3;  // wrong bytes in a damaged stamp
 
 constexpr char kClockShape[] = "-00:00:00.000000]";
 constexpr size_t kClockLength = sizeof kClockShape - 1;
@@ -57,8 +56,9 @@ void ParseClock(const char* text, CivilTime* time) {
     time->micros = Number(text + 9, 6);
 }
 
-size_t ParseDashed(const char* text, size_t length, CivilTime* time) {
-    if (length < kDashedStamp || !HasShape(text, kDashedShape, kDashedStamp))
+size_t ParseDashed(std::string_view stamp, CivilTime* time) {
+    const char* const text = stamp.data();
+    if (stamp.size() < kDashedStamp || !HasShape(text, kDashedShape, kDashedStamp))
         return 0;
     time->year = static_cast<int32_t>(Number(text + 1, 4));
     time->month = Number(text + 6, 2);
@@ -68,8 +68,10 @@ size_t ParseDashed(const char* text, size_t length, CivilTime* time) {
 }
 
 // Year, month and day in one run of digits.
-size_t ParseRun(size_t min_year_digits, int32_t first_year, const char* text, size_t length,
+size_t ParseRun(size_t min_year_digits, int32_t first_year, std::string_view stamp,
                 CivilTime* time) {
+    const char* const text = stamp.data();
+    const size_t length = stamp.size();
     if (length < 1 || text[0] != '[')
         return 0;
     size_t digits = 0;
@@ -109,21 +111,21 @@ int32_t OffsetAt(int64_t seconds) {
 
 }  // namespace
 
-size_t ParseStamp(StampStyle style, const char* text, size_t length, CivilTime* time) {
+size_t ParseStamp(StampStyle style, std::string_view text, CivilTime* time) {
     switch (style) {
         case StampStyle::kDashed:
-            return ParseDashed(text, length, time);
+            return ParseDashed(text, time);
         case StampStyle::kShort:
-            return ParseRun(2, 2000, text, length, time);
+            return ParseRun(2, 2000, text, time);
         case StampStyle::kCompact:
-            return ParseRun(4, 0, text, length, time);
+            return ParseRun(4, 0, text, time);
     }
     return 0;
 }
 
-bool ResemblesStamp(StampStyle style, const char* text, size_t length) {
+bool ResemblesStamp(StampStyle style, std::string_view text) {
     const auto [shape, wanted] = ShapeOf(style);
-    if (length < wanted)
+    if (text.size() < wanted)
         return false;
     int wrong = 0;
     for (size_t i = 0; i < wanted; ++i) {
@@ -152,7 +154,7 @@ LocalClock::Moment LocalClock::resolve(const CivilTime& time, int64_t after) {
     const int64_t seconds =
         day * kDaySeconds + int64_t{time.hour} * 3600 + int64_t{time.minute} * 60 + time.second;
     const auto at = [&](int32_t offset) {
-        return Moment{(seconds - offset) * kMicros + int64_t{time.micros}, offset};
+        return Moment{(seconds - offset) * kMicrosPerSecond + int64_t{time.micros}, offset};
     };
     if (before_ == behind_)
         return at(before_);

@@ -3,11 +3,14 @@
 
 #include <stddef.h>
 #include <stdint.h>
-#include <time.h>
+
+#include <string_view>
 
 #include "format/stamp.h"
 
 namespace korx {
+
+constexpr int64_t kMicrosPerSecond = 1000000;
 
 struct CivilTime {
     int32_t year;
@@ -19,11 +22,11 @@ struct CivilTime {
     uint32_t micros;
 };
 
-// The length of the stamp at text, or 0 when there is none of this style.
-size_t ParseStamp(StampStyle style, const char* text, size_t length, CivilTime* time);
+// The length of the stamp with which a text begins, or 0 when there is none of this style.
+size_t ParseStamp(StampStyle style, std::string_view text, CivilTime* time);
 
 // Whether a stamp of the usual length stands there with at most a few bytes wrong in it.
-bool ResemblesStamp(StampStyle style, const char* text, size_t length);
+bool ResemblesStamp(StampStyle style, std::string_view text);
 
 // Turns local times into moments. Asking the C library for each record would take longer than all
 // the rest, so the offset is looked up once a day; only around a change of the clocks each time is

@@ -1,13 +1,15 @@
 // The rings' heads say how far the reader has come, with one blind spot: when a lap ends exactly
 // where the reader stands, all of it being unread looks like nothing being unread. The cursor
-// closes it, because the record it remembers then no longer stands where it stood. In the
-// diagnostic record log, whose writers do not wait for any reader, it tells in the same way that
-// they have passed. Where there is no head, the cursor alone remembers.
+// closes it, because the record it remembers then no longer stands where it stood. In the rings
+// whose writers do not wait for any reader, it tells in the same way that they have passed. Where
+// there is no head, the cursor alone remembers.
 #include "reader/unread.h"
 
 #include <string.h>
 
 #include <algorithm>
+
+#include "reader/mark.h"
 
 namespace korx {
 namespace {
@@ -20,7 +22,7 @@ struct Position {
 };
 
 bool IsUnread(const Entry& entry, const Position& position) {
-    const bool is_old = (entry.flags & KORX_RECORD_OLD_LAP) != 0;
+    const bool is_old = entry.is(KORX_RECORD_OLD_LAP);
     if (position.everything || (position.in_old_lap && !is_old))
         return true;
     return is_old == position.in_old_lap && entry.end() > position.offset;
@@ -32,9 +34,10 @@ Position PositionByHead(const LogImage& image) {
     const uint64_t offset = uint64_t{kRingHeadSize} + head.uiDumpLen;
     // No reader leaves uiDumpLen at 0 once there is an old lap, and the logs that protect unread
     // records don't begin one before it has moved. In them only a whole lap begun at 0 can look
-    // like that; in the diagnostic record log it just says that nobody has ever read.
-    const bool never_read = head.uiDumpLen == 0 && head.uiTotalLen != 0 &&
-                            (head.uiLogLen == 0 || image.kind == KORX_LOG_DIAG);
+    // like that; in the others it just says that nobody has ever read.
+    const bool never_read =
+        head.uiDumpLen == 0 && head.uiTotalLen != 0 &&
+        (head.uiLogLen == 0 || image.format.kind->unread == Unread::kOverwritten);
     const bool everything = !image.head_sound || !image.dump_sound || never_read;
     return {.everything = everything, .in_old_lap = in_old_lap, .offset = offset};
 }
@@ -43,13 +46,13 @@ Position PositionByHead(const LogImage& image) {
 // the position may have overwritten its beginning without having passed.
 bool Stands(const LogImage& image, const Cursor& cursor) {
     const auto& last = cursor.mark.last[0];
-    if (last.end > image.size || last.length > last.end - kRingHeadSize)
+    if (last.end > image.bytes.size || last.length > last.end - kRingHeadSize)
         return false;
-    const char* const bytes = image.bytes.get();
+    const char* const bytes = image.bytes.data.get();
     const uint64_t begin = last.end - last.length;
     const uint64_t written_end = uint64_t{kRingHeadSize} + image.head.uiLogLen;
     if (written_end <= begin || written_end >= last.end)
-        return HashRecord(bytes + begin, last.length) == last.hash;
+        return HashRecord(image.text(begin, last.end)) == last.hash;
     const uint64_t length = std::min<uint64_t>(last.end - written_end, cursor.tail_length);
     return memcmp(bytes + last.end - length, cursor.tail + cursor.tail_length - length, length) ==
            0;
@@ -59,7 +62,7 @@ bool Stands(const LogImage& image, const Cursor& cursor) {
 // nothing about the position that the head has.
 bool Fits(const LogImage& image, const Cursor& cursor) {
     const auto& last = cursor.mark.last[0];
-    return cursor.kind == image.kind && cursor.dump_len == image.head.uiDumpLen &&
+    return cursor.kind == image.format.kind->kind && cursor.dump_len == image.head.uiDumpLen &&
            last.length != 0 && last.end == uint64_t{kRingHeadSize} + cursor.dump_len;
 }
 
@@ -73,13 +76,13 @@ uint64_t OverwrittenBytes(const LogImage& image) {
     if (head.uiLogLen >= head.uiDumpLen)
         return oldest > head.uiDumpLen ? oldest - head.uiDumpLen : 0;
     // The lap that was written over may have ended up to a record's length before this one.
-    const uint64_t sure = uint64_t{head.uiDumpLen} + kMaxRecord;
+    const uint64_t sure = uint64_t{head.uiDumpLen} + image.format.kind->longest_record;
     return oldest + (head.uiTotalLen > sure ? head.uiTotalLen - sure : 0);
 }
 
 void Count(const LogImage& image, korx_reader_info* info) {
     for (const Entry& entry : image.entries) {
-        if ((entry.flags & KORX_RECORD_UNREAD) == 0)
+        if (!entry.is(KORX_RECORD_UNREAD))
             continue;
         ++info->unread_records;
         info->unread_bytes += entry.length;
@@ -94,35 +97,38 @@ void MarkRing(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
     const LOG_HEAD_S& head = image->head;
     const uint32_t lap_end = head.uiTotalLen != 0 ? head.uiTotalLen : head.uiLogLen;
     // Of the protected logs a position behind the lap is damage, here it is a lap that ended early.
-    bool passed = image->kind == KORX_LOG_DIAG && image->head_sound && head.uiDumpLen > lap_end;
+    bool passed = image->format.kind->unread == Unread::kOverwritten && image->head_sound &&
+                  head.uiDumpLen > lap_end;
     info->has_cursor = cursor != nullptr && image->head_sound && Fits(*image, *cursor) ? 1 : 0;
     if (info->has_cursor != 0 && !Stands(*image, *cursor))
         passed = true;
     position.everything |= passed;
 
     for (Entry& entry : image->entries)
-        entry.flags |= IsUnread(entry, position) ? KORX_RECORD_UNREAD : 0;
+        entry.set(IsUnread(entry, position) ? KORX_RECORD_UNREAD : 0);
     Count(*image, info);
     if (!passed)
         return;
     info->gap = 1;
     info->gap_recovered = info->unread_records - std::min(info->unread_records, by_head);
     info->gap_bytes = OverwrittenBytes(*image);
-    info->gap_lost = (info->gap_bytes + kMaxRecord - 1) / kMaxRecord;
+    const uint32_t longest = image->format.kind->longest_record;
+    info->gap_lost = (info->gap_bytes + longest - 1) / longest;
 }
 
 void MarkByCursor(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
-    info->has_cursor = cursor != nullptr && cursor->kind == image->kind ? 1 : 0;
-    for (size_t s = 0; s < kSections; ++s) {
+    info->has_cursor = cursor != nullptr && cursor->kind == image->format.kind->kind ? 1 : 0;
+    for (size_t s = 0; s < kSectionCount; ++s) {
         const bool taken_before = info->has_cursor != 0 && cursor->mark.last[s].length != 0;
         const size_t count = image->entries.size();
         const size_t last = taken_before ? FindMarked(*image, cursor->mark, s) : count;
         if (taken_before && last == count)
             info->gap = 1;
+        // Where the place is lost all of the section is unread: twice is better than never.
         const size_t first = last == count ? 0 : last + 1;
         for (size_t i = first; i < count; ++i) {
             Entry& entry = image->entries[i];
-            entry.flags |= entry.section == s ? KORX_RECORD_UNREAD : 0;
+            entry.set(entry.section == s ? KORX_RECORD_UNREAD : 0);
         }
     }
     Count(*image, info);
@@ -131,29 +137,10 @@ void MarkByCursor(LogImage* image, const Cursor* cursor, korx_reader_info* info)
 }  // namespace
 
 void MarkUnread(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
-    if (IsRing(image->kind))
+    if (image->is_ring())
         MarkRing(image, cursor, info);
     else
         MarkByCursor(image, cursor, info);
-}
-
-size_t FindMarked(const LogImage& image, const korx_mark& mark, size_t section) {
-    const auto& last = mark.last[section];
-    for (size_t i = image.entries.size(); i-- > 0;) {
-        const Entry& entry = image.entries[i];
-        if (entry.section == section && entry.length == last.length &&
-            HashRecord(image.bytes.get() + entry.offset, entry.length) == last.hash)
-            return i;
-    }
-    return image.entries.size();
-}
-
-void SetMark(const LogImage& image, const Entry& entry, korx_mark* mark) {
-    auto& last = mark->last[entry.section];
-    last.hash = HashRecord(image.bytes.get() + entry.offset, entry.length);
-    last.end = entry.end();
-    last.time_us = entry.time_us;
-    last.length = entry.length;
 }
 
 }  // namespace korx

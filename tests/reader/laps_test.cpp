@@ -33,6 +33,7 @@ struct Opened : LogReader {
         korx_damage found = {};
         for (size_t i = 0; korx_reader_get_damage(it, i, &found) == 1; ++i)
             rules.push_back(korx_damage_rule_name(found.rule));
+        EXPECT_EQ(info.damage, rules.size());
     }
 
     std::vector<korx_record> records;
@@ -55,8 +56,8 @@ std::string Stamp(unsigned serial) {
 }
 
 // 100 characters with the line end.
-std::string Event(unsigned serial) {
-    std::string text = Stamp(serial) + "[Index:0x2a][AppCid:7][ERROR][L:80100 M:3][120]";
+std::string Event(unsigned serial, const char* head = "[Index:0x2a][AppCid:7][ERROR][L:8 M:3][1]") {
+    std::string text = Stamp(serial) + head;
     text += "event " + std::to_string(serial);
     return text + std::string(99 - text.size(), '.') + "\n";
 }
@@ -123,6 +124,14 @@ TEST(Records, HaveTheFieldsOfTheirKind) {
         EXPECT_EQ(record.utc_offset, 7200);
         EXPECT_EQ(Fields(record), row.fields);
     }
+}
+
+TEST(Records, BeforeTheEpochHaveAFractionAboveZero) {
+    setenv("TZ", "UTC-2", 1);
+    const Opened log("[1970-01-01 00:00:00.000042][INFO][L:5 M:6][7]x\n", KORX_LOG_PROCESS);
+    ASSERT_EQ(log.records.size(), 1u);
+    EXPECT_EQ(log.records[0].time.tv_sec, -7200);
+    EXPECT_EQ(log.records[0].time.tv_nsec, 42000);
 }
 
 TEST(Records, AreNoneWhereAnythingOfTheHeadIsMissing) {
@@ -228,6 +237,54 @@ TEST(Ring, RecordOfAWriterThatDiedIsNoRecord) {
     EXPECT_EQ(wrapped.rules, Texts{"uncommitted"});
 }
 
+TEST(Process, LapsAreToldApartByTheStampsAndOneMoreSign) {
+    constexpr unsigned kRest = 1000, kZeros = 2000;  // beside the records' serials
+    using Serials = std::vector<unsigned>;
+    const struct {
+        const char* what;
+        Serials file, shown;
+        Texts rules;
+    } cases[] = {
+        {"only one", {1, 2, 3}, {1, 2, 3}, {}},
+        {"the last record precedes the first", {5, 6, 7, 2, 3, 4}, {2, 3, 4, 5, 6, 7}, {}},
+        {"a rest between them", {5, 6, 7, kRest, 3, 6}, {3, 6, 5, 6, 7}, {}},
+        {"zeros at the end", {5, 6, 7, 3, 6, kZeros}, {3, 6, 5, 6, 7}, {}},
+        {"no sign: a clock set back", {5, 6, 7, 3, 6}, {5, 6, 7, 3, 6}, {"time-order"}},
+        {"the deeper fall",
+         {50, 60, 59, 70, 10, 11, 12, 13, 14, 15, 20},
+         {10, 11, 12, 13, 14, 15, 20, 50, 60, 59, 70},
+         {}},
+        {"a rest before a deeper fall",
+         {50, 60, kRest, 30, 45, 8, 9, 10, 11, 12, 13, 49},
+         {30, 45, 8, 9, 10, 11, 12, 13, 49, 50, 60},
+         {"time-order"}},
+        {"older ones behind",
+         {21, 22, 23, 24, 15, 16, 17, 18, 19, 20, 1, 2},
+         {15, 16, 17, 18, 19, 20, 21, 22, 23, 24},
+         {}},
+        {"a rest and older ones behind",
+         {21, 22, 23, 24, 15, 16, 17, 18, 19, 20, kRest, 2},
+         {15, 16, 17, 18, 19, 20, 21, 22, 23, 24},
+         {}},
+        {"nothing but a rest left", {1, 2, 3, kRest, kZeros}, {1, 2, 3}, {}},
+    };
+    const auto record = [](unsigned serial) { return Event(serial, "[INFO][L:1 M:2][3]"); };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.what);
+        std::string bytes;
+        for (const unsigned piece : row.file)
+            bytes += piece == kRest    ? record(1).substr(60)
+                     : piece == kZeros ? std::string(40, '\0')
+                                       : record(piece);
+        Texts shown;
+        for (const unsigned serial : row.shown)
+            shown.push_back(record(serial).substr(0, 99));
+        const Opened log(bytes, KORX_LOG_PROCESS);
+        EXPECT_EQ(log.texts, shown);
+        EXPECT_EQ(log.rules, row.rules);
+    }
+}
+
 // Writes records of random lengths through the real writers and asks, again and again, that the
 // reader shows the newest ones without a gap, and as many as the file can hold.
 struct Laps : RoomTest {
@@ -241,7 +298,6 @@ struct Laps : RoomTest {
         written->push_back(text + "!");
         return text + "!\n";
     }
-    unsigned random() { return static_cast<unsigned>(random_()); }
 
     // The shown texts must be the last of those written.
     static void expect_suffix(const Texts& written, const Opened& log, size_t least_bytes,
@@ -265,7 +321,9 @@ struct Laps : RoomTest {
         }
     }
 
-    std::mt19937 random_{3};
+    // Not to be chosen: a few courses in a hundred leave a lap's end that nobody can tell, because
+    // a message is cut just behind a line end, or nothing but two old laps' last records is left.
+    std::mt19937 random{3};
 };
 
 TEST_F(Laps, OfTheTextLogAreToldApart) {

@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 
+#include <random>
 #include <string>
 #include <string_view>
 
@@ -10,11 +11,23 @@
 
 namespace korx::test {
 
-// KORX_TEST_SEED chooses another course of a test by chance, KORX_TEST_STEPS a longer one.
 inline unsigned FromEnvironment(const char* name, unsigned usual) {
     const char* const text = getenv(name);
     return text == nullptr ? usual : static_cast<unsigned>(strtoul(text, nullptr, 0));
 }
+
+// The course of a test by chance, told when the test fails; KORX_TEST_SEED chooses another one.
+class Chance {
+  public:
+    explicit Chance(unsigned usual) : seed_(FromEnvironment("KORX_TEST_SEED", usual)) {}
+    unsigned operator()() { return static_cast<unsigned>(engine_()); }
+
+  private:
+    const unsigned seed_;
+    std::mt19937 engine_{seed_};
+    const ::testing::ScopedTrace trace_{__FILE__, __LINE__,
+                                        "KORX_TEST_SEED=" + std::to_string(seed_)};
+};
 
 // A reader of a file or of bytes, and what it said last. For a short time, as readers are.
 struct LogReader {

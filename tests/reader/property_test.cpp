@@ -2,7 +2,6 @@
 // that a writer accepted is taken once and in order.
 
 #include <deque>
-#include <random>
 #include <string>
 
 #include "korx/plog.h"
@@ -101,7 +100,7 @@ class TakeOnce : public ::testing::TestWithParam<Ring> {
     static constexpr char kPath[] = "/dev/shm/ring";
     int fd_ = 0;
     uint32_t serial_ = 1;
-    std::mt19937 random_;
+    Chance random_{5};
     std::deque<std::string> accepted_;
     size_t taken_ = 0;
     size_t missing_ = 0;
@@ -109,10 +108,7 @@ class TakeOnce : public ::testing::TestWithParam<Ring> {
 };
 
 TEST_P(TakeOnce, EveryAcceptedRecordIsTakenOnceAndInOrder) {
-    const unsigned seed = FromEnvironment("KORX_TEST_SEED", 5);
     const unsigned steps = FromEnvironment("KORX_TEST_STEPS", 20000);
-    SCOPED_TRACE("KORX_TEST_SEED=" + std::to_string(seed));
-    random_.seed(seed);
     for (unsigned i = 0; i < steps && !HasFatalFailure(); ++i) {
         if (random_() % 5 == 0)
             take();

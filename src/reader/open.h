@@ -1,0 +1,23 @@
+// From a name, a descriptor or bytes to a reader.
+#pragma once
+
+#include <string_view>
+
+#include "reader/error.h"
+#include "reader/reader.h"
+
+namespace korx {
+
+// fd: the caller's descriptor; negative: the log is opened by its path.
+[[nodiscard]] korx_reader_code OpenFile(int fd, const char* path, korx_log_kind kind,
+                                        const korx_reader_options& options, const Refusal& error,
+                                        UniqueReader* reader);
+
+[[nodiscard]] korx_reader_code OpenMemory(std::string_view bytes, korx_log_kind kind,
+                                          const korx_reader_options& options, const Refusal& error,
+                                          UniqueReader* reader);
+
+// The kind of log that has this name, directories left out; KORX_LOG_AUTO: none.
+korx_log_kind KindOfName(const char* path);
+
+}  // namespace korx

@@ -1,0 +1,128 @@
+// The rings: a head says where the newest lap and the old one end, and how far a reader has come.
+#include "reader/ring.h"
+
+#include <string.h>
+
+#include <algorithm>
+
+#include "reader/laps.h"
+#include "reader/pieces.h"
+#include "reader/record.h"
+
+namespace korx {
+namespace {
+
+constexpr size_t kTailLook = 1024;  // looked at behind the end of the text
+
+bool CheckHead(uint64_t file_room, LogImage* image) {
+    const LOG_HEAD_S& head = image->head;
+    if (head.uiLogLen > file_room)
+        image->damage.report(KORX_DAMAGE_HEAD_LENGTH, offsetof(LOG_HEAD_S, uiLogLen), 4,
+                             "uiLogLen %u leads outside the file", head.uiLogLen);
+    if (head.uiTotalLen > file_room)
+        image->damage.report(KORX_DAMAGE_HEAD_LENGTH, offsetof(LOG_HEAD_S, uiTotalLen), 4,
+                             "uiTotalLen %u leads outside the file", head.uiTotalLen);
+    const bool in_order = head.uiTotalLen == 0 || head.uiLogLen < head.uiTotalLen;
+    if (!in_order)
+        image->damage.report(KORX_DAMAGE_HEAD_ORDER, 0, kRingHeadSize,
+                             "uiLogLen %u is not below uiTotalLen %u", head.uiLogLen,
+                             head.uiTotalLen);
+    return in_order && head.uiLogLen <= file_room && head.uiTotalLen <= file_room;
+}
+
+// Before the first wrap nothing may stand behind the newest record.
+void CheckBehind(size_t end, LogImage* image) {
+    const size_t behind = std::min(image->bytes.size - end, kTailLook);
+    if (!AllZero(image->text(end, end + behind)))
+        image->damage.report(KORX_DAMAGE_UNCOMMITTED, end, image->file_size - end,
+                             "bytes behind the newest record that the head does not count");
+}
+
+void CheckDump(LogImage* image) {
+    const LOG_HEAD_S& head = image->head;
+    image->dump_sound = head.uiDumpLen <= std::max(head.uiLogLen, head.uiTotalLen);
+    // Writers that don't wait for the reader may have left any position behind.
+    if (image->format.kind->unread == Unread::kOverwritten)
+        return;
+    constexpr uint64_t kAt = offsetof(LOG_HEAD_S, uiDumpLen);
+    const uint64_t position = uint64_t{kRingHeadSize} + head.uiDumpLen;
+    const auto is_around = [=](const Entry& entry) {
+        return entry.offset < position && position < entry.end();
+    };
+    if (!image->dump_sound)
+        image->damage.report(KORX_DAMAGE_DUMP_POSITION, kAt, 4, "uiDumpLen %u lies behind the log",
+                             head.uiDumpLen);
+    else if (std::any_of(image->entries.begin(), image->entries.end(), is_around))
+        image->damage.report(KORX_DAMAGE_DUMP_POSITION, kAt, 4, "uiDumpLen %u lies inside a record",
+                             head.uiDumpLen);
+}
+
+void AnalyseRing(LogImage* image) {
+    const size_t size = image->bytes.size;
+    if (size < kRingHeadSize) {
+        if (size != 0)
+            image->damage.report(KORX_DAMAGE_HEAD_SHORT, size, 0, "the file ends in its head");
+        image->head_sound = size == 0;
+        image->dump_sound = image->head_sound;
+        return;
+    }
+    memcpy(&image->head, image->bytes.data.get(), kRingHeadSize);
+    image->head_sound = CheckHead(image->file_size - kRingHeadSize, image);
+
+    const LOG_HEAD_S& head = image->head;
+    const size_t room = size - kRingHeadSize;
+    const size_t newest = std::min<size_t>(head.uiLogLen, room);
+    const bool wrapped = head.uiTotalLen != 0 && head.uiTotalLen > head.uiLogLen;
+    const size_t oldest_end = wrapped ? std::min<size_t>(head.uiTotalLen, room) : newest;
+    image->laps = wrapped ? 1 : 0;
+    image->fill = std::max(newest, oldest_end);
+    ReadLaps({.begin = kRingHeadSize,
+              .newest_end = kRingHeadSize + newest,
+              .until = kRingHeadSize + oldest_end},
+             image);
+    if (!wrapped)
+        CheckBehind(kRingHeadSize + newest, image);
+    CheckDump(image);
+}
+
+bool ParseRing(std::string_view text, size_t stamp, RecordHead*, korx_record* record) {
+    constexpr uint32_t kFields = KORX_FIELD_INDEX | KORX_FIELD_APP_CID | KORX_FIELD_LOCATION |
+                                 KORX_FIELD_M_VALUE | KORX_FIELD_VALUE;
+    uint32_t level = 0;
+    Pieces pieces(Slice(text, stamp));
+    pieces.literal("[Index:").alternate_hex(&record->index);
+    pieces.literal("][AppCid:").number(&record->app_cid);
+    pieces.literal("][").one_of(kRecordLevels, "", &level);
+    pieces.literal("][L:").number(&record->location).literal(" M:").number(&record->m_value);
+    pieces.literal("][").number(&record->value).literal("]");
+    return pieces.finish(kRecordLevels, level, kFields, record);
+}
+
+bool ResemblesRing(std::string_view line) {
+    constexpr const char* kFixed[] = {"[Index:", "][AppCid:", "][L:", " M:"};
+    return NearlyAllIn(kFixed, line);
+}
+
+bool BeginsRing(const LogFormat& format, std::string_view beginning) {
+    if (beginning.size() > kRingHeadSize)
+        return BeginsRecord(format, Slice(beginning, kRingHeadSize));
+    return beginning.size() == kRingHeadSize && AllZero(beginning);
+}
+
+}  // namespace
+
+const ShapeOperations kRingShape = {.shape = Shape::kRing,
+                                    .sections = 1,
+                                    .line_end = LineEnd::kLf,
+                                    .source_name = SourceName::kInRecord,
+                                    .analyse = AnalyseRing,
+                                    .parse_fields = ParseRing,
+                                    .resembles_fields = ResemblesRing,
+                                    .begins_file = BeginsRing};
+
+uint64_t NeededOfRing(const LOG_HEAD_S& head, uint64_t file_size) {
+    const uint64_t text = std::max(head.uiLogLen, head.uiTotalLen);
+    return std::min(file_size, kRingHeadSize + text + kTailLook);
+}
+
+}  // namespace korx
