@@ -2,8 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <nlohmann/json.hpp>
-
+#include "json.h"
 #include "log_commands.h"
 #include "output.h"
 #include "sources.h"
@@ -31,7 +30,7 @@ void ListJson(Output& out, const Source& source, const korx_reader_info* info,
     }
     if (!trouble.empty())
         object["error"] = trouble;
-    out.write(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+    out.write(JsonLine(object));
 }
 
 std::string Left(std::string text, size_t width) {
