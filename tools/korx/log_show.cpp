@@ -39,7 +39,7 @@ class Show {
         : filter_(options.filter),
           newest_(options.newest),
           out_(STDOUT_FILENO, "standard output"),
-          style_{globals.json, WantsColor(STDOUT_FILENO), false} {
+          style_{.json = globals.json, .color = WantsColor(STDOUT_FILENO)} {
         for (Source& source : FindSources(globals, options.what, options.filter.process))
             logs_.emplace_back(std::move(source));
         style_.with_file = logs_.size() > 1 && logs_[0].source.kind != KORX_LOG_PROCESS;
@@ -57,7 +57,7 @@ class Show {
         out_.set_interruptible();
         std::vector<Source> sources;
         for (Shown& log : logs_) {
-            log.source.may_miss = true;
+            log.source.absence = Absence::kAllowed;
             sources.push_back(log.source);
         }
         Follower follower(sources);
@@ -180,7 +180,7 @@ class Show {
                 return OpenReader(log.source);
             } catch (const Failure& failure) {
                 Complain(failure.text);
-                if (!failure.busy)
+                if (failure.trouble != Trouble::kBusy)
                     return nullptr;
             }
             if (StopRequested())
