@@ -36,9 +36,7 @@ constexpr uint32_t kDiskPercent = 95;
 class Doctor {
   public:
     explicit Doctor(const Globals& globals)
-        : globals_(globals),
-          out_(STDOUT_FILENO, "standard output"),
-          color_(WantsColor(STDOUT_FILENO)) {}
+        : globals_(globals), color_(WantsColor(STDOUT_FILENO)) {}
 
     int run() {
         const Paths paths = ResolvePaths();
@@ -80,6 +78,11 @@ class Doctor {
         out_.write(name + subject + ": " + text + "\n");
     }
 
+    void warn_if_open(const std::string& subject, const std::string& path, const struct stat& st) {
+        if ((st.st_mode & S_IWOTH) != 0)
+            tell(Verdict::kWarning, subject, path + " can be written by everybody");
+    }
+
     void check_configuration() {
         const std::string subject = "configuration";
         struct stat st;
@@ -104,9 +107,7 @@ class Doctor {
             tell(Verdict::kWarning, subject,
                  std::string(kConfFile) + " cannot be written by this user (" + strerror(errno) +
                      "): processes that cannot write it take the default paths");
-        if ((st.st_mode & S_IWOTH) != 0)
-            tell(Verdict::kWarning, subject,
-                 std::string(kConfFile) + " can be written by everybody");
+        warn_if_open(subject, kConfFile, st);
         if (access((std::string(kConfFile) + "+").c_str(), F_OK) == 0)
             tell(Verdict::kNote, subject,
                  std::string(kConfFile) + "+ was left by a change that failed");
@@ -119,8 +120,7 @@ class Doctor {
         struct stat st;
         if (!state.well || stat(path.path.c_str(), &st) < 0)
             return;
-        if ((st.st_mode & S_IWOTH) != 0)
-            tell(Verdict::kWarning, subject, path.path + " can be written by everybody");
+        warn_if_open(subject, path.path, st);
         if (access(path.path.c_str(), W_OK) < 0)
             tell(Verdict::kNote, subject, "this user cannot write " + path.path);
     }
@@ -175,8 +175,7 @@ class Doctor {
         const Reader reader = OpenReader(source);
         if (!reader)
             return;
-        korx_reader_info info;
-        korx_reader_get_info(reader.get(), &info);
+        const korx_reader_info info = InfoOf(reader.get());
         korx_damage damage;
         if (info.damage > 0 && korx_reader_get_damage(reader.get(), 0, &damage) != 0)
             tell(Verdict::kFault, source.file,
@@ -198,8 +197,8 @@ class Doctor {
                  "records were written over before anybody took them (at least " +
                      std::to_string(info.gap_lost) + ")");
         struct stat st;
-        if (stat(source.path.c_str(), &st) == 0 && (st.st_mode & S_IWOTH) != 0)
-            tell(Verdict::kWarning, source.file, source.path + " can be written by everybody");
+        if (stat(source.path.c_str(), &st) == 0)
+            warn_if_open(source.file, source.path, st);
     }
 
     // Only the file system that the logs are on; korx space shows all.

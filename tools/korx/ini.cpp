@@ -125,7 +125,7 @@ int RunIniGet(const Globals& globals, const IniOptions& options) {
                  "' has no closing quote (--raw prints it)");
         return kFinding;
     }
-    Output out(STDOUT_FILENO, "standard output");
+    Output out;
     out.write(globals.json
                   ? JsonLine({{"section", section}, {"key", options.key}, {"value", *value}})
                   : *value + "\n");
@@ -157,7 +157,7 @@ int RunIniSet(const Globals&, const IniOptions& options) {
 int RunIniList(const Globals& globals, const IniOptions& options) {
     const Profile profile = Load(options.file);
     const std::string wanted = options.section.empty() ? "" : Bracketed(options.section);
-    Output out(STDOUT_FILENO, "standard output");
+    Output out;
     bool found = false;
     for (const auto* section = profile.get(); section != nullptr; section = section->pstNext) {
         if (!wanted.empty() && wanted != section->acName)
@@ -181,7 +181,7 @@ int RunIniList(const Globals& globals, const IniOptions& options) {
 int RunIniCheck(const Globals& globals, const IniOptions& options) {
     const std::string text = ProfileText(options.file);
     const std::vector<IniFinding> findings = CheckProfile(text);
-    Output out(STDOUT_FILENO, "standard output");
+    Output out;
     for (const IniFinding& finding : findings) {
         if (globals.json)
             out.write(JsonLine({{"file", options.file},

@@ -74,7 +74,7 @@ void ListHuman(Output& out, const Source& source, const korx_reader_info* info,
 }  // namespace
 
 int RunLogList(const Globals& globals) {
-    Output out(STDOUT_FILENO, "standard output");
+    Output out;
     const bool color = WantsColor(STDOUT_FILENO);
     int status = kWell;
     if (!globals.json)

@@ -11,6 +11,7 @@
 #include "record_print.h"
 #include "signals.h"
 #include "sources.h"
+#include "when.h"
 
 namespace korx::tool {
 namespace {
@@ -29,7 +30,7 @@ struct Shown {
     void advance() {
         has_record = korx_reader_next(reader.get(), &record) != 0;
         if (has_record && (record.fields & KORX_FIELD_TIME) != 0)
-            time_us = int64_t{record.time.tv_sec} * 1000000 + record.time.tv_nsec / 1000;
+            time_us = Microseconds(record.time);
     }
 };
 
@@ -38,7 +39,6 @@ class Show {
     Show(const Globals& globals, const ShowOptions& options)
         : filter_(options.filter),
           newest_(options.newest),
-          out_(STDOUT_FILENO, "standard output"),
           style_{.json = globals.json, .color = WantsColor(STDOUT_FILENO)} {
         for (Source& source : FindSources(globals, options.what, options.filter.process))
             logs_.emplace_back(std::move(source));
@@ -147,8 +147,7 @@ class Show {
         for (Shown& log : logs_) {
             if (!log.reader)
                 continue;
-            korx_reader_info info;
-            korx_reader_get_info(log.reader.get(), &info);
+            const korx_reader_info info = InfoOf(log.reader.get());
             total += info.records;
             log.time_us = INT64_MIN;
             log.advance();

@@ -184,8 +184,7 @@ class Take {
     }
 
     uint64_t hand_out(size_t i, korx_reader* reader) {
-        korx_reader_info info;
-        korx_reader_get_info(reader, &info);
+        const korx_reader_info info = InfoOf(reader);
         Progress progress(sources_[i].path);
         korx_record record;
         uint64_t count = 0;
@@ -199,8 +198,7 @@ class Take {
 
     // A gap is told once, and in JSON as a line of its own, so that it reaches whoever keeps them.
     bool report_gap(size_t i, const korx_reader* reader) {
-        korx_reader_info info;
-        korx_reader_get_info(reader, &info);
+        const korx_reader_info info = InfoOf(reader);
         Reported& reported = reported_[i];
         if (info.gap == 0) {
             reported.gap_bytes = UINT64_MAX;

@@ -36,8 +36,7 @@ int VerifyOne(Output& out, const Source& source, const Globals& globals) {
     korx_damage damage;
     for (; korx_reader_get_damage(reader.get(), listed, &damage) != 0; ++listed)
         ReportDamage(out, source, damage, globals);
-    korx_reader_info info;
-    korx_reader_get_info(reader.get(), &info);
+    const korx_reader_info info = InfoOf(reader.get());
     if (!globals.json) {
         if (info.damage > listed)
             out.write(source.path + ": and " + std::to_string(info.damage - listed) + " more\n");
@@ -53,7 +52,7 @@ int VerifyOne(Output& out, const Source& source, const Globals& globals) {
 }  // namespace
 
 int RunLogVerify(const Globals& globals, const std::vector<std::string>& what) {
-    Output out(STDOUT_FILENO, "standard output");
+    Output out;
     int status = kWell;
     for (const std::string& word : what) {
         for (const Source& source : FindSources(globals, word, "")) {

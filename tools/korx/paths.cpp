@@ -131,7 +131,7 @@ int RunPaths(const Globals& globals) {
         {"tmp", temporary, "fixed", StateOfPath(temporary)},
         {"local-data", local_data, "fixed", StateOfPath(local_data)},
     };
-    Output out(STDOUT_FILENO, "standard output");
+    Output out;
     for (const Row& row : rows) {
         if (globals.json) {
             out.write(JsonLine({{"name", row.name},

@@ -95,6 +95,12 @@ Reader OpenReader(const Source& source, uint32_t flags) {
     return Reader(reader);
 }
 
+korx_reader_info InfoOf(const korx_reader* reader) {
+    korx_reader_info info = {};
+    korx_reader_get_info(reader, &info);
+    return info;
+}
+
 bool HeadIsDamaged(const korx_reader* reader, std::string* text) {
     korx_damage damage;
     for (size_t i = 0; korx_reader_get_damage(reader, i, &damage) != 0; ++i) {

@@ -39,6 +39,8 @@ std::vector<Source> FindSources(const Globals& globals, const std::string& word,
 // Opens a log. Null when it is missing and may be. Throws Failure.
 Reader OpenReader(const Source& source, uint32_t flags = 0);
 
+korx_reader_info InfoOf(const korx_reader* reader);
+
 // Whether a ring's head cannot be trusted, so that nothing can be acknowledged; text says why.
 bool HeadIsDamaged(const korx_reader* reader, std::string* text);
 

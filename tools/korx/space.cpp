@@ -63,7 +63,7 @@ int RunSpace(const Globals& globals, const SpaceOptions& options) {
             status = failure.status;
         }
     }
-    Output out(STDOUT_FILENO, "standard output");
+    Output out;
     if (!globals.json)
         out.write("  SIZE    USED    FREE  USE%  MOUNT\n");
     for (const Mount& mount : MountedFileSystems()) {
