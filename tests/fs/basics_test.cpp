@@ -56,14 +56,14 @@ TEST_F(Basics, ChangesTheFileBehindALink) {
     EXPECT_EQ(KORX_Fchmod("fifo", 0640), 0u) << "and does not wait for a writer";
     EXPECT_EQ(KORX_Fchmod("none", 0600), kFailed);
     EXPECT_EQ(logged(), "");
-    const int free = free_descriptor();
+    const auto open_before = OpenFiles();
     for (const auto& [call, line] : {std::pair("open", "E Open file"),
                                      {"fstat", "E fstat file"},
                                      {"fchmod", "W fchmod file"}}) {
         const Fault fault(call, 1, EIO);
         EXPECT_EQ(KORX_Fchmod("l", 0600), kFailed);
         EXPECT_EQ(logged(), std::string(line) + " l unsuccessfully. errno: 5\n");
-        EXPECT_EQ(free_descriptor(), free);
+        EXPECT_EQ(OpenFiles(), open_before);
     }
 }
 

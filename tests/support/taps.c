@@ -117,8 +117,13 @@ TAP(int, fputs, EOF, (const char* text, FILE* file), (text, file))
 TAP(size_t, fwrite, 0, (const void* data, size_t size, size_t count, FILE* file),
     (data, size, count, file))
 
-/* Memory, processes, users, semaphores */
+/* Memory, time, processes, users, semaphores */
 TAP(void*, malloc, NULL, (size_t size), (size))
+int usleep(useconds_t microseconds) {
+    FIND_NEXT(int, usleep, (useconds_t));
+    size_t asked = microseconds;
+    return FAILS(usleep, &asked) ? -1 : next((useconds_t) asked);
+}
 TAP(pid_t, wait4, -1, (pid_t pid, int* status, int options, struct rusage* usage),
     (pid, status, options, usage))
 #define TAP_ENTRY(call, type)                                                                  \
