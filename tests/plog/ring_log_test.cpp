@@ -51,66 +51,91 @@ struct RingLogs : RoomTest {
                  {&g_stLifeLogInfo, &g_lifeLogFileFd, LLOG_LogFile}};
 };
 
-// What a record of n bytes does to a ring, worked out from the bytes a file may hold.
-struct Model {
+// A ring as its readers see it.
+struct RingView {
     LOG_HEAD_S head = {};
-    std::string data;  // the data area
-    bool keeps_unread;
-    uint32_t limit;
+    std::string data;  // behind the head
 
-    uint32_t put(const std::string& record) {
-        const auto n = static_cast<uint32_t>(record.size());
-        const bool wraps = uint64_t{head.uiLogLen} + n + kHead > limit;
-        if (keeps_unread) {
-            const bool behind = head.uiLogLen < head.uiDumpLen;
-            if (behind ? head.uiLogLen + n > head.uiDumpLen : wraps && head.uiDumpLen < n)
-                return 99;
-        }
-        if (wraps) {
-            data.resize(limit - kHead);
-            head.uiTotalLen = head.uiLogLen;
-            head.uiLogLen = 0;
-        }
-        if (data.size() < head.uiLogLen + n)
-            data.resize(head.uiLogLen + n);
-        data.replace(head.uiLogLen, n, record);
-        head.uiLogLen += n;
-        if (head.uiTotalLen != 0 && head.uiLogLen >= head.uiTotalLen) {
-            head.uiTotalLen = head.uiLogLen;
-            head.uiLogLen = 0;
-        }
-        return 0;
+    explicit RingView(const std::string& bytes)
+        : data(bytes, std::min<size_t>(bytes.size(), kHead)) {
+        memcpy(&head, bytes.data(), std::min<size_t>(bytes.size(), kHead));
+    }
+    // What is left of the old lap, behind the place where the new one ends, and the new one.
+    std::string kept() const {
+        const uint32_t end = std::max(head.uiTotalLen, head.uiLogLen);
+        return data.substr(head.uiLogLen, end - head.uiLogLen) + data.substr(0, head.uiLogLen);
+    }
+    // Where the newest record ends.
+    uint32_t end() const { return head.uiLogLen != 0 ? head.uiLogLen : head.uiTotalLen; }
+    bool reader_is_in_old_lap() const { return head.uiLogLen < head.uiDumpLen; }
+    std::string unread() const {
+        const uint32_t from = head.uiDumpLen;
+        if (!reader_is_in_old_lap())
+            return data.substr(from, head.uiLogLen - from);
+        return data.substr(from, head.uiTotalLen - from) + data.substr(0, head.uiLogLen);
+    }
+    // Moves the head on behind so many of the unread bytes and returns these.
+    std::string take(size_t count) {
+        const std::string taken = unread().substr(0, count);
+        const bool in_old_lap = reader_is_in_old_lap();
+        head.uiDumpLen += static_cast<uint32_t>(taken.size());
+        if (in_old_lap && head.uiDumpLen > head.uiTotalLen)
+            head.uiDumpLen -= head.uiTotalLen;
+        return taken;
     }
 };
 
-TEST_F(RingLogs, AgreeWithTheModelByteForByte) {
+TEST_F(RingLogs, KeepTheirPromisesThroughAnyLaps) {
     const uint32_t seed_value = std::random_device()();
     SCOPED_TRACE("seed " + std::to_string(seed_value));
     std::mt19937 random(seed_value);
     const auto pick = [&](uint32_t most) { return static_cast<uint32_t>(random() % (most + 1)); };
+    constexpr uint32_t kLongest = 599;
     g_stDLogInfo.uiMaxSize = 1u << 20;  // room for the warnings about discards
 
-    for (const bool keeps_unread : {false, true}) {
-        for (int round = 0; round < 12; ++round) {
-            Model model = {{}, {}, keeps_unread, 1500 + pick(3000)};
-            unlink("ring");
-            int fd = 0;
-            ASSERT_EQ(DLOG_CheckAndCreateFile(tree.path("run/ring").c_str(), &fd), 0u);
-            for (int i = 0; i < 400; ++i) {
-                const std::string record(1 + pick(599), static_cast<char>('a' + pick(25)));
-                const uint32_t result = (keeps_unread ? SLOG_Buff2File : DLOG_Buff2File)(
-                    fd, record.data(), static_cast<uint32_t>(record.size()), model.limit);
-                ASSERT_EQ(result, model.put(record)) << i;
-                if (pick(3) == 0) {  // a reader, mostly sane
-                    model.head.uiDumpLen = pick(9) == 0 ? random() : pick(model.head.uiLogLen);
-                    ASSERT_EQ(pwrite(fd, &model.head, sizeof model.head, 0), ssize_t{kHead});
-                }
-                if (i % 8 == 0) {
-                    ASSERT_EQ(ReadFile("ring"), BytesOf(model.head) + model.data) << i;
-                }
+    for (int round = 0; round < 24; ++round) {
+        const bool is_protected = round % 2 == 1;
+        const uint32_t limit = 1500 + pick(3000);
+        std::string written;  // all that was accepted
+        size_t taken = 0;     // and how much of it the reader has had
+        uint32_t reader = 0;  // where it stands
+        unlink("ring");
+        int fd = 0;
+        ASSERT_EQ(DLOG_CheckAndCreateFile(tree.path("run/ring").c_str(), &fd), 0u);
+        for (int i = 0; i < 400; ++i) {
+            const std::string record(1 + pick(kLongest - 1), static_cast<char>('a' + pick(25)));
+            const uint32_t result = (is_protected ? SLOG_Buff2File : DLOG_Buff2File)(
+                fd, record.data(), static_cast<uint32_t>(record.size()), limit);
+            written += result == 0 ? record : "";
+            const std::string bytes = ReadFile("ring");
+            RingView ring(bytes);
+            ASSERT_LE(bytes.size(), limit);
+            ASSERT_TRUE(ring.head.uiTotalLen == 0 || ring.head.uiLogLen < ring.head.uiTotalLen);
+            // Without a gap, the newest last, and never less than the ring has room for.
+            ASSERT_TRUE(written.ends_with(ring.kept())) << i;
+            ASSERT_GE(ring.kept().size(),
+                      std::min<size_t>(written.size(), limit - kHead - kLongest));
+            if (!is_protected) {
+                ASSERT_EQ(result, 0u);
+                continue;
             }
-            close(fd);
+            ASSERT_EQ(ring.head.uiDumpLen, reader);
+            // A record that ends where the reader stands makes a head that tells of nothing unread.
+            if (result == 0 && ring.end() == reader)
+                taken = written.size();
+            ASSERT_EQ(written.substr(taken), ring.unread()) << i;
+            if (result != 0) {  // never while there is room behind the newest and before the oldest
+                ASSERT_EQ(result, 99u);
+                ASSERT_GT(ring.unread().size() + record.size() + kLongest, limit - kHead);
+            }
+            if (pick(3) == 0) {
+                taken += ring.take(pick(1) == 0 ? limit : pick(limit)).size();
+                reader = ring.head.uiDumpLen;
+                ASSERT_EQ(pwrite(fd, &ring.head, kHead, 0), ssize_t{kHead});
+            }
         }
+        EXPECT_TRUE(written.size() > 3 * limit) << "no laps";
+        close(fd);
         syslog.clear();
     }
 }
@@ -271,18 +296,11 @@ std::string Take(const char* file) {
     if (fd < 0)
         return "";
     EXPECT_EQ(DBG_LockReg(fd, F_SETLKW, F_WRLCK, 0, SEEK_SET, 0), 0u);
-    LOG_HEAD_S head = {};
-    EXPECT_GE(pread(fd, &head, sizeof head, 0), 0);
     std::string bytes(g_stSLogInfo.uiMaxSize, '\0');
-    EXPECT_GE(pread(fd, bytes.data(), bytes.size(), kHead), 0);
-    std::string taken;
-    if (head.uiLogLen < head.uiDumpLen) {
-        taken = bytes.substr(head.uiDumpLen, head.uiTotalLen - head.uiDumpLen);
-        head.uiDumpLen = 0;
-    }
-    taken += bytes.substr(head.uiDumpLen, head.uiLogLen - head.uiDumpLen);
-    head.uiDumpLen = head.uiLogLen == 0 ? head.uiTotalLen : head.uiLogLen;
-    EXPECT_EQ(pwrite(fd, &head, sizeof head, 0), ssize_t{sizeof head});
+    EXPECT_GE(pread(fd, bytes.data(), bytes.size(), 0), 0);
+    RingView ring(bytes);
+    const std::string taken = ring.take(bytes.size());
+    EXPECT_EQ(pwrite(fd, &ring.head, kHead, 0), ssize_t{kHead});
     close(fd);
     return taken;
 }
