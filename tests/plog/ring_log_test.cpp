@@ -1,11 +1,8 @@
 // The three ring logs against a model of their arithmetic, and between processes.
 #include <errno.h>
 #include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <map>
 #include <random>
 
 #include "korx/plog.h"
@@ -205,13 +202,6 @@ TEST_F(RingLogs, LeaveALossInTheDiagnosticRecordLog) {
     EXPECT_EQ(syslog.texts()[0], loss);
 }
 
-TEST_F(RingLogs, WrapACorruptHeadInsteadOfMakingAHugeFile) {
-    seed(g_stDLogInfo, {kAll - 5, 7, 0});
-    EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "x"), 0u);
-    EXPECT_EQ(ReadFile(g_stDLogInfo.acFileName).size(), 262144u);
-    EXPECT_EQ(Head(g_stDLogInfo.acFileName).uiDumpLen, 7u);
-}
-
 TEST_F(RingLogs, ReturnAndReportEachFailureWithTheOldHead) {
     local_mode();
     const std::string text(100, 't');
@@ -287,66 +277,6 @@ TEST_F(RingLogs, HandTheMessageAloneToABoundAgent) {
     EXPECT_EQ(KORX_LifeCycleLog(0, 7, 0, 0, 0, "file"), 0u);
     EXPECT_TRUE(Exists(g_stLifeLogInfo.acFileName));
     EXPECT_FALSE(Exists(g_stDLogInfo.acFileName));
-}
-
-// Takes what is unread in the way an outside reader does: through one descriptor, since closing
-// another one of the same file would drop the lock.
-std::string Take(const char* file) {
-    const int fd = open(file, O_RDWR | O_CLOEXEC);
-    if (fd < 0)
-        return "";
-    EXPECT_EQ(DBG_LockReg(fd, F_SETLKW, F_WRLCK, 0, SEEK_SET, 0), 0u);
-    std::string bytes(g_stSLogInfo.uiMaxSize, '\0');
-    EXPECT_GE(pread(fd, bytes.data(), bytes.size(), 0), 0);
-    RingView ring(bytes);
-    const std::string taken = ring.take(bytes.size());
-    EXPECT_EQ(pwrite(fd, &ring.head, kHead, 0), ssize_t{kHead});
-    close(fd);
-    return taken;
-}
-
-TEST_F(RingLogs, LoseNothingAcceptedBetweenProcessesThreadsAndAReader) {
-    constexpr int kProcesses = 3, kThreads = 2, kEvents = 400;
-    volatile bool* const done = static_cast<bool*>(
-        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    const auto write_events = [&](int process) {
-        std::atomic<int> failures = 0;
-        RunThreads(kThreads, [&](int thread) {
-            const std::string dots(100, '.');
-            for (int i = 0; i < kEvents; ++i) {
-                uint32_t result;
-                while ((result = KORX_SecurityEventLog(0, 1, 1, 0, 0, "<%d.%d.%d>%s", process,
-                                                       thread, i, dots.c_str())) == 99)
-                    usleep(1000);
-                failures += result != 0;
-                usleep(1000);  // a lap takes far longer than the reader's round
-            }
-        });
-        return failures == 0 ? 0 : 1;
-    };
-    // The reading is another process's: its closes must not drop a writer's lock.
-    const pid_t reader = fork();
-    if (reader == 0) {
-        std::string taken;
-        for (bool last = false; !last; usleep(500)) {
-            last = *done;
-            taken += Take(g_stSLogInfo.acFileName);
-        }
-        WriteFile("taken", taken);
-        _exit(0);
-    }
-    EXPECT_EQ(RunChildren(kProcesses, write_events), 0);
-    *done = true;
-    waitpid(reader, nullptr, 0);
-
-    std::map<std::string, int> next;
-    const char form[] = R"(\[[\d :.-]{26}\]\[Index:0x1\]\[AppCid:0\]\[INFO\]\[L:0 M:0\]\[0\])"
-                        R"(<(\d\.\d\.\d+)>\.{100}\n)";
-    for (const std::string& event : Matches(ReadFile("taken"), form))
-        EXPECT_EQ(event.substr(4), std::to_string(next[event.substr(0, 3)]++));
-    EXPECT_EQ(next.size(), size_t{kProcesses * kThreads});
-    for (const auto& [writer, count] : next)
-        EXPECT_EQ(count, kEvents) << writer;
 }
 
 TEST_F(RingLogs, StayWholeWhenWritersAreKilledAndRecordsDiscarded) {
