@@ -120,10 +120,11 @@ TEST_F(Basics, WritesUntilEverythingIsOut) {
     const int fd = open("out", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     EXPECT_EQ(KORX_Write(fd, nullptr, 3), -1);
     EXPECT_EQ(KORX_Write(-1, "x", -5), -5);
-    const Fault cut = Fault::Short("write", 1, 2);
-    const Fault full("write", 3, ENOSPC);
+    const Fault interrupted("write", 1, EINTR), would_block("write", 2, EAGAIN);
+    const Fault cut = Fault::Short("write", 3, 2, 3), full("write", 6, ENOSPC);
     EXPECT_EQ(KORX_Write(fd, "abcdef", 6), 6);
     EXPECT_EQ(KORX_Write(fd, "lost", 4), -1);
+    EXPECT_EQ(errno, ENOSPC);
     EXPECT_EQ(ReadFile("out"), "abcdef");
     close(fd);
 }
