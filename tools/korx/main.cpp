@@ -134,7 +134,7 @@ void AddVerify(CLI::App& log, Commands& c) {
         ->type_name("KIND|FILE");
     verify->callback([&c] {
         if (c.verify.empty())
-            c.verify = {"all"};
+            c.verify = {kEveryKind};
         c.run = [&c] { return RunLogVerify(c.globals, c.verify); };
     });
 }

@@ -10,8 +10,6 @@
 namespace korx::tool {
 namespace {
 
-constexpr char kEveryKind[] = "all";
-
 // KORX_LOG_AUTO for a word that names none.
 korx_log_kind KindOfWord(const std::string& word) {
     for (const LogKind& kind : kKinds)

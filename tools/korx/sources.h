@@ -25,6 +25,9 @@ struct CloseReader {
 };
 using Reader = std::unique_ptr<korx_reader, CloseReader>;
 
+// The word that names all logs.
+inline constexpr char kEveryKind[] = "all";
+
 // The words that name logs, as a list for people: "text, diag, ... all".
 std::string KindWords();
 
