@@ -5,6 +5,7 @@
 
 #include <random>
 
+#include "base/unique.h"
 #include "korx/plog.h"
 #include "support/faults.h"
 #include "support/processes.h"
@@ -82,57 +83,66 @@ struct RingView {
     }
 };
 
+// A ring that is written to and read, and what it promises at any time.
+struct RingTrial {
+    static constexpr uint32_t kLongest = 599;
+    const bool is_protected;
+    const uint32_t limit;
+    const UniqueFd fd;
+    std::string written = "";  // all that was accepted
+    size_t taken = 0;          // and how much of it the reader has had
+    uint32_t reader = 0;       // where it stands
+
+    void append(const std::string& record) {
+        const uint32_t result = (is_protected ? SLOG_Buff2File : DLOG_Buff2File)(
+            fd.get(), record.data(), static_cast<uint32_t>(record.size()), limit);
+        written += result == 0 ? record : "";
+        const std::string bytes = ReadFile("ring");
+        const RingView ring(bytes);
+        ASSERT_LE(bytes.size(), limit);
+        ASSERT_TRUE(ring.head.uiTotalLen == 0 || ring.head.uiLogLen < ring.head.uiTotalLen);
+        // Without a gap, the newest last, and never less than the ring has room for.
+        ASSERT_TRUE(written.ends_with(ring.kept()));
+        ASSERT_GE(ring.kept().size(), std::min<size_t>(written.size(), limit - kHead - kLongest));
+        ASSERT_EQ(ring.head.uiDumpLen, reader);
+        ASSERT_TRUE(result == 0 || (is_protected && result == 99));
+        if (!is_protected)
+            return;
+        // A record that ends where the reader stands makes a head that tells of nothing unread.
+        if (result == 0 && ring.end() == reader)
+            taken = written.size();
+        ASSERT_EQ(written.substr(taken), ring.unread());
+        if (result != 0) {  // never while there is room behind the newest and before the oldest
+            ASSERT_GT(ring.unread().size() + record.size() + kLongest, limit - kHead);
+        }
+    }
+    void take(size_t count) {
+        RingView ring(ReadFile("ring"));
+        taken += ring.take(count).size();
+        reader = ring.head.uiDumpLen;
+        ASSERT_EQ(pwrite(fd.get(), &ring.head, kHead, 0), ssize_t{kHead});
+    }
+};
+
 TEST_F(RingLogs, KeepTheirPromisesThroughAnyLaps) {
     const uint32_t seed_value = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed_value));
     std::mt19937 random(seed_value);
     const auto pick = [&](uint32_t most) { return static_cast<uint32_t>(random() % (most + 1)); };
-    constexpr uint32_t kLongest = 599;
     g_stDLogInfo.uiMaxSize = 1u << 20;  // room for the warnings about discards
 
     for (int round = 0; round < 24; ++round) {
-        const bool is_protected = round % 2 == 1;
-        const uint32_t limit = 1500 + pick(3000);
-        std::string written;  // all that was accepted
-        size_t taken = 0;     // and how much of it the reader has had
-        uint32_t reader = 0;  // where it stands
         unlink("ring");
         int fd = 0;
         ASSERT_EQ(DLOG_CheckAndCreateFile(tree.path("run/ring").c_str(), &fd), 0u);
+        RingTrial trial{round % 2 == 1, 1500 + pick(3000), UniqueFd(fd)};
         for (int i = 0; i < 400; ++i) {
-            const std::string record(1 + pick(kLongest - 1), static_cast<char>('a' + pick(25)));
-            const uint32_t result = (is_protected ? SLOG_Buff2File : DLOG_Buff2File)(
-                fd, record.data(), static_cast<uint32_t>(record.size()), limit);
-            written += result == 0 ? record : "";
-            const std::string bytes = ReadFile("ring");
-            RingView ring(bytes);
-            ASSERT_LE(bytes.size(), limit);
-            ASSERT_TRUE(ring.head.uiTotalLen == 0 || ring.head.uiLogLen < ring.head.uiTotalLen);
-            // Without a gap, the newest last, and never less than the ring has room for.
-            ASSERT_TRUE(written.ends_with(ring.kept())) << i;
-            ASSERT_GE(ring.kept().size(),
-                      std::min<size_t>(written.size(), limit - kHead - kLongest));
-            if (!is_protected) {
-                ASSERT_EQ(result, 0u);
-                continue;
-            }
-            ASSERT_EQ(ring.head.uiDumpLen, reader);
-            // A record that ends where the reader stands makes a head that tells of nothing unread.
-            if (result == 0 && ring.end() == reader)
-                taken = written.size();
-            ASSERT_EQ(written.substr(taken), ring.unread()) << i;
-            if (result != 0) {  // never while there is room behind the newest and before the oldest
-                ASSERT_EQ(result, 99u);
-                ASSERT_GT(ring.unread().size() + record.size() + kLongest, limit - kHead);
-            }
-            if (pick(3) == 0) {
-                taken += ring.take(pick(1) == 0 ? limit : pick(limit)).size();
-                reader = ring.head.uiDumpLen;
-                ASSERT_EQ(pwrite(fd, &ring.head, kHead, 0), ssize_t{kHead});
-            }
+            SCOPED_TRACE("seed " + std::to_string(seed_value) + ", record " + std::to_string(i));
+            trial.append(std::string(1 + pick(RingTrial::kLongest - 1), char('a' + pick(25))));
+            if (trial.is_protected && pick(3) == 0)
+                trial.take(pick(1) == 0 ? trial.limit : pick(trial.limit));
+            ASSERT_FALSE(HasFailure());
         }
-        EXPECT_TRUE(written.size() > 3 * limit) << "no laps";
-        close(fd);
+        EXPECT_GT(trial.written.size(), 3 * trial.limit) << "no laps";
         syslog.clear();
     }
 }

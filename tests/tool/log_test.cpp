@@ -45,8 +45,8 @@ struct LogShow : BoardTest {};
 struct LogTake : BoardTest {};
 struct LogVerify : BoardTest {};
 
-TEST_F(LogShow, PrintsTheFieldsOfEveryKindAsJson) {
-    setenv("TZ", "Asia/Kolkata", 1);
+// One record of every kind that has fields of its own.
+void WriteOneOfEach(const std::string& directory) {
     KORX_DLog(11, 0x1234, 3, 5, 6,
               "a \"quoted\"\tword \\ \033[2J\r \x9b \xc2\x9b and \xe2\x82\xac");
     KORX_LifeCycleLog(11, 12, 9, 5, 6, "two\nlines");
@@ -58,10 +58,14 @@ TEST_F(LogShow, PrintsTheFieldsOfEveryKindAsJson) {
     info.uiLogMode = 3;
     info.uiModuleId = 80101;
     info.uiMaxLogLen = 0x80000;
-    strcpy(info.acLogDir, tree.path("log").c_str());
+    strcpy(info.acLogDir, directory.c_str());
     strcpy(info.acLogFileName, "orx_app.log");
     KORX_LogInit(&info);
+}
 
+TEST_F(LogShow, PrintsTheFieldsOfEveryKindAsJson) {
+    setenv("TZ", "Asia/Kolkata", 1);
+    WriteOneOfEach(tree.path("log"));
     const char* const kFields[] = {
         R"({"message": "a \"quoted\"\tword \\ \u001b[2J\r \ufffd \u009b and \u20ac",
             "severity": "error", "kind": "diag", "index": 4660, "app_cid": 11, "location": 7,
