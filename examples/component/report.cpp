@@ -221,11 +221,8 @@ void CheckTheRest(Verdict* verdict, const std::string& dump_at) {
     verdict->expect("no other call failed", Sum("failed") == 0);
 }
 
-bool ReportLocal() {
-    const std::string ring = Text<LOG_HEAD_S>("KORX_DIAG_LOG");
-    const std::string security = Read(kTakenDir + "/security");
-    const std::string life = Read(kTakenDir + "/life");
-    ShowHeads();
+void ShowNewestOfAllLogs(const std::string& ring, const std::string& security,
+                         const std::string& life) {
     printf("\nNewest lines\n");
     ShowNewest("orx_agent.log", Text<uint32_t>("orx_agent.log"), 2);
     ShowNewest("orx_app.log", Text<uint32_t>("orx_app.log"), 2);
@@ -236,20 +233,43 @@ bool ReportLocal() {
     ShowNewest("zelk.log", LogBytes("zelk.log"), 2);
     ShowNewest("orx_spacefull.log", LogBytes("orx_spacefull.log"), 2);
     ShowNewest("the system log", Read(kSyslogFile), 2);
-    ShowSteps();
+}
 
-    Verdict verdict;
+// The ring holds lines of both logs that are written to it.
+void CountRing(Verdict* verdict, const std::string& ring) {
     const std::string diag_index = "[Index:0x37741004]";
     std::string diag_in_ring, records_in_ring;
     for (const std::string& line : Lines(ring)) {
         const bool is_diag = line.find(diag_index) != std::string::npos;
         (is_diag ? diag_in_ring : records_in_ring) += line + "\n";
     }
+    verdict->count("diagnostic log, in KORX_DIAG_LOG", diag_in_ring, Sum("diag"), kDiagInRing,
+                   kOtherInRing);
+    verdict->count("diagnostic record log", records_in_ring, Sum("record"), kRecord);
+}
+
+void CheckRefusedEvents(Verdict* verdict, const std::string& ring) {
+    char what[80];
+    snprintf(what, sizeof what, "each of %d refused events left a warning in KORX_DIAG_LOG",
+             Sum("refused"));
+    verdict->expect(
+        what,
+        Sum("refused") > 0 &&
+            CountOf(ring, "New log will wrap undumped log, discard and ret:99.") == Sum("refused"));
+}
+
+bool ReportLocal() {
+    const std::string ring = Text<LOG_HEAD_S>("KORX_DIAG_LOG");
+    const std::string security = Read(kTakenDir + "/security");
+    const std::string life = Read(kTakenDir + "/life");
+    ShowHeads();
+    ShowNewestOfAllLogs(ring, security, life);
+    ShowSteps();
+
+    Verdict verdict;
     CountHeading("Lines accepted by the logs");
     verdict.count("diagnostic log, in its files", DiagText(), Sum("diag"), kDiag, kOtherDiag);
-    verdict.count("diagnostic log, in KORX_DIAG_LOG", diag_in_ring, Sum("diag"), kDiagInRing,
-                  kOtherInRing);
-    verdict.count("diagnostic record log", records_in_ring, Sum("record"), kRecord);
+    CountRing(&verdict, ring);
     verdict.count("process logs", ProcessText(), Sum("process"), kProcessLine);
     verdict.count("security log, taken by the reader", security, Sum("security"), kRecord);
     verdict.count("life-cycle log, taken by the reader", life, Sum("life"), kRecord);
@@ -257,12 +277,7 @@ bool ReportLocal() {
 
     CheckRoadOfOneEvent(&verdict, ring);
     printf("\nAnd\n");
-    char what[80];
-    snprintf(what, sizeof what, "each of %d refused events left a warning in KORX_DIAG_LOG",
-             Sum("refused"));
-    verdict.expect(what, Sum("refused") > 0 &&
-                             CountOf(ring, "New log will wrap undumped log, discard and ret:99.") ==
-                                 Sum("refused"));
+    CheckRefusedEvents(&verdict, ring);
     CheckTheRest(&verdict, ring);
     return verdict.right();
 }

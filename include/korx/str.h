@@ -54,7 +54,8 @@ KORX_API char* ORX_StrNdup(const char* source, uint32_t count);
 /* Appends copies of the text's tokens, which lie between runs of the separator, to the vector,
  * which owns them. Once max_count tokens are in, the rest from the next token to the very end
  * becomes one further element; 0 means no limit. Result: 0, or 0x0FFFFFFF when memory is short:
- * then every element of the vector is freed, also those from before the call. */
+ * then ORX_FreeVectorNodes frees the vector's elements, also those from before the call; behind an
+ * empty slot some stay. */
 KORX_API uint32_t ORX_SplitString2Vector(const char* text, char separator, uint32_t max_count,
                                          ORX_VEC_Vector* vector);
 

@@ -56,14 +56,14 @@ TEST_F(Basics, ChangesTheFileBehindALink) {
     EXPECT_EQ(KORX_Fchmod("fifo", 0640), 0u) << "and does not wait for a writer";
     EXPECT_EQ(KORX_Fchmod("none", 0600), kFailed);
     EXPECT_EQ(logged(), "");
-    const int free = free_descriptor();
+    const auto open_before = OpenFiles();
     for (const auto& [call, line] : {std::pair("open", "E Open file"),
                                      {"fstat", "E fstat file"},
                                      {"fchmod", "W fchmod file"}}) {
         const Fault fault(call, 1, EIO);
         EXPECT_EQ(KORX_Fchmod("l", 0600), kFailed);
         EXPECT_EQ(logged(), std::string(line) + " l unsuccessfully. errno: 5\n");
-        EXPECT_EQ(free_descriptor(), free);
+        EXPECT_EQ(OpenFiles(), open_before);
     }
 }
 
@@ -120,10 +120,11 @@ TEST_F(Basics, WritesUntilEverythingIsOut) {
     const int fd = open("out", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     EXPECT_EQ(KORX_Write(fd, nullptr, 3), -1);
     EXPECT_EQ(KORX_Write(-1, "x", -5), -5);
-    const Fault cut = Fault::Short("write", 1, 2);
-    const Fault full("write", 3, ENOSPC);
+    const Fault interrupted("write", 1, EINTR), would_block("write", 2, EAGAIN);
+    const Fault cut = Fault::Short("write", 3, 2, 3), full("write", 6, ENOSPC);
     EXPECT_EQ(KORX_Write(fd, "abcdef", 6), 6);
     EXPECT_EQ(KORX_Write(fd, "lost", 4), -1);
+    EXPECT_EQ(errno, ENOSPC);
     EXPECT_EQ(ReadFile("out"), "abcdef");
     close(fd);
 }

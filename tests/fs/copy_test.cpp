@@ -1,15 +1,5 @@
 #include "fs/fs_test.h"
 
-namespace {
-unsigned sleeps;
-}
-
-// Waiting 300 seconds for a descriptor that never gets ready is not for tests.
-extern "C" int usleep(useconds_t microseconds) {
-    sleeps += microseconds == 10000;
-    return 0;
-}
-
 namespace korx::test {
 namespace {
 
@@ -204,6 +194,8 @@ TEST_F(Copy, FailsWhereItMayNotReplace) {
 }
 
 TEST_F(Copy, BoundedReadReturnsWhatThereIsOrGivesUp) {
+    // Waiting 300 seconds for a descriptor that never gets ready is not for tests.
+    const Fault naps = Fault::Short("usleep", 1, 0, Fault::kAll);
     int ends[2];
     char buffer[100] = {};
     EXPECT_EQ(ORXFS_Read(-1, buffer, 10), kAllBits);
@@ -211,7 +203,8 @@ TEST_F(Copy, BoundedReadReturnsWhatThereIsOrGivesUp) {
     ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
     ASSERT_EQ(write(ends[1], "0123456789", 10), 10);
     EXPECT_EQ(ORXFS_Read(ends[0], buffer, sizeof buffer), kAllBits);
-    EXPECT_EQ(std::exchange(sleeps, 0), 30000u);
+    EXPECT_EQ(naps.calls(), 30000u);
+    EXPECT_EQ(naps.asked(), 300'000'000u);
     EXPECT_TRUE(logged().ends_with(", buflen 100, left 90, retry too many times!\n"));
     ASSERT_EQ(write(ends[1], "0123456789abc", 13), 13);
     close(ends[1]);
@@ -220,7 +213,7 @@ TEST_F(Copy, BoundedReadReturnsWhatThereIsOrGivesUp) {
     EXPECT_EQ(ORXFS_Read(ends[0], buffer, 3), 3u);
     EXPECT_EQ(ORXFS_Read(ends[0], buffer, sizeof buffer), 10u);
     EXPECT_STREQ(buffer, "3456789abc");
-    EXPECT_EQ(sleeps, 3u);
+    EXPECT_EQ(naps.calls(), 30003u);
     close(ends[0]);
 }
 

@@ -38,13 +38,6 @@ struct FsTest : RoomTest {
         syslog.clear();
         return all;
     }
-    // The lowest descriptor that is free: the same as before unless a call has left one open.
-    static int free_descriptor() {
-        openlog(nullptr, LOG_NDELAY, LOG_USER);  // or the first report would leave one
-        const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-        close(fd);
-        return fd;
-    }
 };
 
 }  // namespace korx::test

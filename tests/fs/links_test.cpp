@@ -187,7 +187,7 @@ TEST_F(Walk, TurnsWhereItIsTold) {
     EXPECT_EQ(stop.walk("r"), 0u);
     EXPECT_EQ(stop.files.size(), 6u) << "one of the two in b, and all others";
 
-    const int free = free_descriptor();
+    const auto open_before = OpenFiles();
     for (const auto& [at, result] : {std::pair("a/deep/er", 77u), std::pair("a/deep/4", 88u)}) {
         Seen fail;
         fail.fail_at = at;
@@ -198,7 +198,7 @@ TEST_F(Walk, TurnsWhereItIsTold) {
     const Fault fault("opendir", 3, EACCES);
     EXPECT_EQ(seen.walk("r"), kFailed);
     EXPECT_EQ(fault.calls(), 3u) << "nothing is opened after it";
-    EXPECT_EQ(free_descriptor(), free);
+    EXPECT_EQ(OpenFiles(), open_before);
     EXPECT_EQ(logged(), "");
 }
 

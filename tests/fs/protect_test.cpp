@@ -120,7 +120,7 @@ TEST_F(Protection, NeitherHangsNorLeaks) {
         uint32_t (*call)(const char*);
         uint32_t unopened;
     } rows[] = {{KORX_IsForIoctl, 1}, {KORX_ProtectFile, kFailed}, {KORX_UndoProtectFile, kFailed}};
-    const int free = free_descriptor();
+    const auto open_before = OpenFiles();
     for (const auto& row : rows) {
         row.call("fifo");
         (void) logged();
@@ -130,7 +130,7 @@ TEST_F(Protection, NeitherHangsNorLeaks) {
         EXPECT_EQ(levels(), "EE");
         row.call("f");
         row.call("f");
-        EXPECT_EQ(free_descriptor(), free);
+        EXPECT_EQ(OpenFiles(), open_before);
     }
 }
 

@@ -1,8 +1,6 @@
 #include <errno.h>
 #include <unistd.h>
 
-#include <set>
-
 #include "korx/plog.h"
 #include "support/faults.h"
 #include "support/records.h"
@@ -68,19 +66,6 @@ TEST_F(ProcessLog, WritesOnWhereLockOrCutFails) {
     syslog.clear();
     EXPECT_EQ(PLOG_LogFile("zelk", "third"), 0u);
     EXPECT_EQ(std::ranges::count(syslog.texts(), "DLOG lock file unsuccessfully."), 2);
-}
-
-TEST_F(ProcessLog, KeepsTheLinesOfAllThreads) {
-    KORX_PLogInit(0, "QTMON", 0);
-    constexpr int kThreads = 6, kLines = 60;
-    RunThreads(kThreads, [](int thread) {
-        for (int i = 0; i < kLines; ++i)
-            EXPECT_EQ(KORX_PLog(1, 0, 0, "<%d.%d>", thread, i), 0u);
-    });
-    const auto found = Matches(ReadFile("logs/QTMON.log"),
-                               R"(\[[\d :.-]{26}\]\[INFO\]\[L:0 M:0\]\[0\]<(\d+\.\d+)>\n)");
-    EXPECT_EQ(found.size(), size_t{kThreads * kLines});
-    EXPECT_EQ(std::set(found.begin(), found.end()).size(), found.size());
 }
 
 }  // namespace

@@ -1,13 +1,11 @@
 // The three ring logs against a model of their arithmetic, and between processes.
 #include <errno.h>
 #include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <map>
 #include <random>
 
+#include "base/unique.h"
 #include "korx/plog.h"
 #include "support/faults.h"
 #include "support/processes.h"
@@ -51,66 +49,100 @@ struct RingLogs : RoomTest {
                  {&g_stLifeLogInfo, &g_lifeLogFileFd, LLOG_LogFile}};
 };
 
-// What a record of n bytes does to a ring, worked out from the bytes a file may hold.
-struct Model {
+// A ring as its readers see it.
+struct RingView {
     LOG_HEAD_S head = {};
-    std::string data;  // the data area
-    bool keeps_unread;
-    uint32_t limit;
+    std::string data;  // behind the head
 
-    uint32_t put(const std::string& record) {
-        const auto n = static_cast<uint32_t>(record.size());
-        const bool wraps = uint64_t{head.uiLogLen} + n + kHead > limit;
-        if (keeps_unread) {
-            const bool behind = head.uiLogLen < head.uiDumpLen;
-            if (behind ? head.uiLogLen + n > head.uiDumpLen : wraps && head.uiDumpLen < n)
-                return 99;
-        }
-        if (wraps) {
-            data.resize(limit - kHead);
-            head.uiTotalLen = head.uiLogLen;
-            head.uiLogLen = 0;
-        }
-        if (data.size() < head.uiLogLen + n)
-            data.resize(head.uiLogLen + n);
-        data.replace(head.uiLogLen, n, record);
-        head.uiLogLen += n;
-        if (head.uiTotalLen != 0 && head.uiLogLen >= head.uiTotalLen) {
-            head.uiTotalLen = head.uiLogLen;
-            head.uiLogLen = 0;
-        }
-        return 0;
+    explicit RingView(const std::string& bytes)
+        : data(bytes, std::min<size_t>(bytes.size(), kHead)) {
+        memcpy(&head, bytes.data(), std::min<size_t>(bytes.size(), kHead));
+    }
+    // What is left of the old lap, behind the place where the new one ends, and the new one.
+    std::string kept() const {
+        const uint32_t end = std::max(head.uiTotalLen, head.uiLogLen);
+        return data.substr(head.uiLogLen, end - head.uiLogLen) + data.substr(0, head.uiLogLen);
+    }
+    // Where the newest record ends.
+    uint32_t end() const { return head.uiLogLen != 0 ? head.uiLogLen : head.uiTotalLen; }
+    bool reader_is_in_old_lap() const { return head.uiLogLen < head.uiDumpLen; }
+    std::string unread() const {
+        const uint32_t from = head.uiDumpLen;
+        if (!reader_is_in_old_lap())
+            return data.substr(from, head.uiLogLen - from);
+        return data.substr(from, head.uiTotalLen - from) + data.substr(0, head.uiLogLen);
+    }
+    // Moves the head on behind so many of the unread bytes and returns these.
+    std::string take(size_t count) {
+        const std::string taken = unread().substr(0, count);
+        const bool in_old_lap = reader_is_in_old_lap();
+        head.uiDumpLen += static_cast<uint32_t>(taken.size());
+        if (in_old_lap && head.uiDumpLen > head.uiTotalLen)
+            head.uiDumpLen -= head.uiTotalLen;
+        return taken;
     }
 };
 
-TEST_F(RingLogs, AgreeWithTheModelByteForByte) {
+// A ring that is written to and read, and what it promises at any time.
+struct RingTrial {
+    static constexpr uint32_t kLongest = 599;
+    const bool is_protected;
+    const uint32_t limit;
+    const UniqueFd fd;
+    std::string written = "";  // all that was accepted
+    size_t taken = 0;          // and how much of it the reader has had
+    uint32_t reader = 0;       // where it stands
+
+    void append(const std::string& record) {
+        const uint32_t result = (is_protected ? SLOG_Buff2File : DLOG_Buff2File)(
+            fd.get(), record.data(), static_cast<uint32_t>(record.size()), limit);
+        written += result == 0 ? record : "";
+        const std::string bytes = ReadFile("ring");
+        const RingView ring(bytes);
+        ASSERT_LE(bytes.size(), limit);
+        ASSERT_TRUE(ring.head.uiTotalLen == 0 || ring.head.uiLogLen < ring.head.uiTotalLen);
+        // Without a gap, the newest last, and never less than the ring has room for.
+        ASSERT_TRUE(written.ends_with(ring.kept()));
+        ASSERT_GE(ring.kept().size(), std::min<size_t>(written.size(), limit - kHead - kLongest));
+        ASSERT_EQ(ring.head.uiDumpLen, reader);
+        ASSERT_TRUE(result == 0 || (is_protected && result == 99));
+        if (!is_protected)
+            return;
+        // A record that ends where the reader stands makes a head that tells of nothing unread.
+        if (result == 0 && ring.end() == reader)
+            taken = written.size();
+        ASSERT_EQ(written.substr(taken), ring.unread());
+        if (result != 0) {  // never while there is room behind the newest and before the oldest
+            ASSERT_GT(ring.unread().size() + record.size() + kLongest, limit - kHead);
+        }
+    }
+    void take(size_t count) {
+        RingView ring(ReadFile("ring"));
+        taken += ring.take(count).size();
+        reader = ring.head.uiDumpLen;
+        ASSERT_EQ(pwrite(fd.get(), &ring.head, kHead, 0), ssize_t{kHead});
+    }
+};
+
+TEST_F(RingLogs, KeepTheirPromisesThroughAnyLaps) {
     const uint32_t seed_value = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed_value));
     std::mt19937 random(seed_value);
     const auto pick = [&](uint32_t most) { return static_cast<uint32_t>(random() % (most + 1)); };
     g_stDLogInfo.uiMaxSize = 1u << 20;  // room for the warnings about discards
 
-    for (const bool keeps_unread : {false, true}) {
-        for (int round = 0; round < 12; ++round) {
-            Model model = {{}, {}, keeps_unread, 1500 + pick(3000)};
-            unlink("ring");
-            int fd = 0;
-            ASSERT_EQ(DLOG_CheckAndCreateFile(tree.path("run/ring").c_str(), &fd), 0u);
-            for (int i = 0; i < 400; ++i) {
-                const std::string record(1 + pick(599), static_cast<char>('a' + pick(25)));
-                const uint32_t result = (keeps_unread ? SLOG_Buff2File : DLOG_Buff2File)(
-                    fd, record.data(), static_cast<uint32_t>(record.size()), model.limit);
-                ASSERT_EQ(result, model.put(record)) << i;
-                if (pick(3) == 0) {  // a reader, mostly sane
-                    model.head.uiDumpLen = pick(9) == 0 ? random() : pick(model.head.uiLogLen);
-                    ASSERT_EQ(pwrite(fd, &model.head, sizeof model.head, 0), ssize_t{kHead});
-                }
-                if (i % 8 == 0) {
-                    ASSERT_EQ(ReadFile("ring"), BytesOf(model.head) + model.data) << i;
-                }
-            }
-            close(fd);
+    for (int round = 0; round < 24; ++round) {
+        unlink("ring");
+        int fd = 0;
+        ASSERT_EQ(DLOG_CheckAndCreateFile(tree.path("run/ring").c_str(), &fd), 0u);
+        RingTrial trial{round % 2 == 1, 1500 + pick(3000), UniqueFd(fd)};
+        for (int i = 0; i < 400; ++i) {
+            SCOPED_TRACE("seed " + std::to_string(seed_value) + ", record " + std::to_string(i));
+            trial.append(std::string(1 + pick(RingTrial::kLongest - 1), char('a' + pick(25))));
+            if (trial.is_protected && pick(3) == 0)
+                trial.take(pick(1) == 0 ? trial.limit : pick(trial.limit));
+            ASSERT_FALSE(HasFailure());
         }
+        EXPECT_GT(trial.written.size(), 3 * trial.limit) << "no laps";
         syslog.clear();
     }
 }
@@ -178,13 +210,6 @@ TEST_F(RingLogs, LeaveALossInTheDiagnosticRecordLog) {
         ReadFile(g_stDLogInfo.acFileName)
             .ends_with("][Index:0x37741004][AppCid:0][WARNING][L:80100 M:0][0]" + loss + "\n"));
     EXPECT_EQ(syslog.texts()[0], loss);
-}
-
-TEST_F(RingLogs, WrapACorruptHeadInsteadOfMakingAHugeFile) {
-    seed(g_stDLogInfo, {kAll - 5, 7, 0});
-    EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "x"), 0u);
-    EXPECT_EQ(ReadFile(g_stDLogInfo.acFileName).size(), 262144u);
-    EXPECT_EQ(Head(g_stDLogInfo.acFileName).uiDumpLen, 7u);
 }
 
 TEST_F(RingLogs, ReturnAndReportEachFailureWithTheOldHead) {
@@ -262,73 +287,6 @@ TEST_F(RingLogs, HandTheMessageAloneToABoundAgent) {
     EXPECT_EQ(KORX_LifeCycleLog(0, 7, 0, 0, 0, "file"), 0u);
     EXPECT_TRUE(Exists(g_stLifeLogInfo.acFileName));
     EXPECT_FALSE(Exists(g_stDLogInfo.acFileName));
-}
-
-// Takes what is unread in the way an outside reader does: through one descriptor, since closing
-// another one of the same file would drop the lock.
-std::string Take(const char* file) {
-    const int fd = open(file, O_RDWR | O_CLOEXEC);
-    if (fd < 0)
-        return "";
-    EXPECT_EQ(DBG_LockReg(fd, F_SETLKW, F_WRLCK, 0, SEEK_SET, 0), 0u);
-    LOG_HEAD_S head = {};
-    EXPECT_GE(pread(fd, &head, sizeof head, 0), 0);
-    std::string bytes(g_stSLogInfo.uiMaxSize, '\0');
-    EXPECT_GE(pread(fd, bytes.data(), bytes.size(), kHead), 0);
-    std::string taken;
-    if (head.uiLogLen < head.uiDumpLen) {
-        taken = bytes.substr(head.uiDumpLen, head.uiTotalLen - head.uiDumpLen);
-        head.uiDumpLen = 0;
-    }
-    taken += bytes.substr(head.uiDumpLen, head.uiLogLen - head.uiDumpLen);
-    head.uiDumpLen = head.uiLogLen == 0 ? head.uiTotalLen : head.uiLogLen;
-    EXPECT_EQ(pwrite(fd, &head, sizeof head, 0), ssize_t{sizeof head});
-    close(fd);
-    return taken;
-}
-
-TEST_F(RingLogs, LoseNothingAcceptedBetweenProcessesThreadsAndAReader) {
-    constexpr int kProcesses = 3, kThreads = 2, kEvents = 400;
-    volatile bool* const done = static_cast<bool*>(
-        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    const auto write_events = [&](int process) {
-        std::atomic<int> failures = 0;
-        RunThreads(kThreads, [&](int thread) {
-            const std::string dots(100, '.');
-            for (int i = 0; i < kEvents; ++i) {
-                uint32_t result;
-                while ((result = KORX_SecurityEventLog(0, 1, 1, 0, 0, "<%d.%d.%d>%s", process,
-                                                       thread, i, dots.c_str())) == 99)
-                    usleep(1000);
-                failures += result != 0;
-                usleep(1000);  // a lap takes far longer than the reader's round
-            }
-        });
-        return failures == 0 ? 0 : 1;
-    };
-    // The reading is another process's: its closes must not drop a writer's lock.
-    const pid_t reader = fork();
-    if (reader == 0) {
-        std::string taken;
-        for (bool last = false; !last; usleep(500)) {
-            last = *done;
-            taken += Take(g_stSLogInfo.acFileName);
-        }
-        WriteFile("taken", taken);
-        _exit(0);
-    }
-    EXPECT_EQ(RunChildren(kProcesses, write_events), 0);
-    *done = true;
-    waitpid(reader, nullptr, 0);
-
-    std::map<std::string, int> next;
-    const char form[] = R"(\[[\d :.-]{26}\]\[Index:0x1\]\[AppCid:0\]\[INFO\]\[L:0 M:0\]\[0\])"
-                        R"(<(\d\.\d\.\d+)>\.{100}\n)";
-    for (const std::string& event : Matches(ReadFile("taken"), form))
-        EXPECT_EQ(event.substr(4), std::to_string(next[event.substr(0, 3)]++));
-    EXPECT_EQ(next.size(), size_t{kProcesses * kThreads});
-    for (const auto& [writer, count] : next)
-        EXPECT_EQ(count, kEvents) << writer;
 }
 
 TEST_F(RingLogs, StayWholeWhenWritersAreKilledAndRecordsDiscarded) {

@@ -1,11 +1,8 @@
 #include <errno.h>
 #include <unistd.h>
 
-#include <set>
-
 #include "korx/plog.h"
 #include "support/faults.h"
-#include "support/processes.h"
 #include "support/records.h"
 
 namespace korx::test {
@@ -117,27 +114,6 @@ TEST_F(StartLog, KeepsItsCursorWhenALineCannotBeWritten) {
     store({});
     const Fault cut("ftruncate", 1, EIO);
     EXPECT_EQ(STLOG_LogFile(2, "three"), kAll);
-}
-
-TEST_F(StartLog, LosesNothingBetweenProcessesAndThreads) {
-    constexpr int kProcesses = 3, kThreads = 2, kLines = 40;
-    const auto write = [](int process) {
-        RunThreads(kThreads, [=](int thread) {
-            for (int i = 0; i < kLines; ++i)
-                KORX_STLog(i % 2 == 0 ? 2 : 3, 1, 0, "<%d.%d.%d>", process, thread, i);
-        });
-        return 0;
-    };
-    ASSERT_EQ(RunChildren(kProcesses, write), 0);
-    const std::string all = ReadFile("KORX_START_LOG");
-    const STLOG_HDR_S written = header();
-    for (const int section : {2, 3}) {
-        const STLOG_SEC_S& s = written.astSec[section];
-        const auto found =
-            Matches(all.substr(s.uiStart, s.uiCur - s.uiStart),
-                    R"(\[[\d :.-]{26}\]\[INFO\]\[L:0 (?:CFL|DBG)\]\[0\]<(\d\.\d\.\d+)>\n)");
-        EXPECT_EQ(std::set(found.begin(), found.end()).size(), 120u) << section;
-    }
 }
 
 }  // namespace

@@ -70,7 +70,7 @@ bool Fault::Decide(const char* name, const void* caller, size_t* bytes) {
     int error = 0;
     for (const auto& armed : g_armed) {
         Fault* const fault = armed;
-        if (fault != nullptr && fault->Strikes(name))
+        if (fault != nullptr && fault->Strikes(name, bytes))
             fault->Apply(bytes, &error);
     }
     if (error != 0)
@@ -78,10 +78,11 @@ bool Fault::Decide(const char* name, const void* caller, size_t* bytes) {
     return error != 0;
 }
 
-bool Fault::Strikes(const char* name) {
+bool Fault::Strikes(const char* name, const size_t* bytes) {
     if (strcmp(name_, "*") == 0 ? strcmp(name, "malloc") == 0 : strcmp(name_, name) != 0)
         return false;
     const unsigned call = ++calls_;
+    asked_ += bytes == nullptr ? 0 : *bytes;
     const bool strikes = call >= nth_ && (count_ < 0 || call - nth_ < unsigned(count_));
     hits_ += strikes;
     return strikes;

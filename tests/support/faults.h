@@ -29,7 +29,7 @@ class Fault {
         return Fault(name, nth, Action::kKill, 0, 0, 1);
     }
 
-    // The nth read or write moves at most bytes.
+    // The nth read or write moves at most bytes, and the nth usleep lasts no longer.
     [[nodiscard]] static Fault Short(const char* name, unsigned nth, size_t bytes, int count = 1) {
         return Fault(name, nth, Action::kShorten, 0, bytes, count);
     }
@@ -41,6 +41,8 @@ class Fault {
     // Calls seen so far, and how many of them were made to fail.
     unsigned calls() const { return calls_; }
     unsigned hits() const { return hits_; }
+    // The bytes that the calls were about, or the microseconds of usleep, together.
+    size_t asked() const { return asked_; }
 
     // What becomes of a call: true makes it fail, with errno set.
     static bool Decide(const char* name, const void* caller, size_t* bytes);
@@ -50,7 +52,7 @@ class Fault {
     Fault(const char* name, unsigned nth, Action action, int error, size_t bytes, int count);
 
   private:
-    bool Strikes(const char* name);
+    bool Strikes(const char* name, const size_t* bytes);
     void Apply(size_t* bytes, int* error) const;
 
     const char* const name_;
@@ -61,6 +63,7 @@ class Fault {
     const int count_;
     std::atomic<unsigned> calls_{0};
     std::atomic<unsigned> hits_{0};
+    std::atomic<size_t> asked_{0};
 };
 
 // Counts the calls of a function, or of any with "*".

@@ -1,5 +1,6 @@
 #include "support/fixture.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -83,6 +84,17 @@ bool Exists(const std::string& path) {
     const Untapped untapped;
     struct stat st;
     return lstat(path.c_str(), &st) == 0;
+}
+
+std::set<int> OpenFiles() {
+    const Untapped untapped;
+    openlog(nullptr, LOG_NDELAY, LOG_USER);  // or the first report would open one that stays
+    std::set<int> open;
+    for (int fd = 0; fd < 256; ++fd) {
+        if (fcntl(fd, F_GETFD) >= 0)
+            open.insert(fd);
+    }
+    return open;
 }
 
 TempTree::TempTree() {

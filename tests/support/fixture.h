@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <iosfwd>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,9 @@ std::string ReadFile(const std::string& path);  // empty when there is none
 mode_t Mode(const std::string& path);           // permission bits; 0 when there is none
 void MakeDirs(const std::string& path);
 bool Exists(const std::string& path);  // a dangling link exists
+
+// The descriptors that are open: what a call must leave as it found them.
+std::set<int> OpenFiles();
 
 // A fresh directory below /tmp, the working directory while it lasts and removed with it. Its name
 // has no symbolic links in it.

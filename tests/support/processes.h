@@ -9,20 +9,15 @@ namespace korx::test {
 // else the first other exit status; 128 + signal for a killed one. A failed expectation inside a
 // child makes its status kExpectationFailed.
 constexpr int kExpectationFailed = 98;
-int RunChildrenIndexed(int n, const std::function<int(int)>& body);
+int RunChildren(int n, const std::function<int(int)>& body);
 
-template <typename Body>
-int RunChildren(int n, Body body) {
-    if constexpr (std::is_invocable_v<Body, int>)
-        return RunChildrenIndexed(n, body);
-    else
-        return RunChildrenIndexed(n, [&](int) { return body(); });
+inline int RunChildren(int n, const std::function<int()>& body) {
+    return RunChildren(n, [&](int) { return body(); });
 }
 
 // Runs body in a forked child and returns its exit status, as above.
-template <typename Body>
-int RunChild(Body body) {
-    return RunChildren(1, [&] { return body(); });
+inline int RunChild(const std::function<int()>& body) {
+    return RunChildren(1, body);
 }
 
 }  // namespace korx::test

@@ -6,8 +6,6 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <grp.h>
-#include <pwd.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -16,7 +14,6 @@
 #include <sys/resource.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
-#include <sys/vfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -87,7 +84,6 @@ TAP_VARIADIC(ioctl, void*, request, (int fd, unsigned long request, ...), (fd, r
 
 /* Names */
 TAP(int, stat, -1, (const char* path, struct stat* st), (path, st))
-TAP(int, lstat, -1, (const char* path, struct stat* st), (path, st))
 TAP(int, access, -1, (const char* path, int mode), (path, mode))
 TAP(int, rename, -1, (const char* from, const char* to), (from, to))
 TAP(int, link, -1, (const char* from, const char* to), (from, to))
@@ -98,9 +94,7 @@ TAP(int, unlinkat, -1, (int dir, const char* path, int flags), (dir, path, flags
 TAP(int, remove, -1, (const char* path), (path))
 TAP(int, mkdir, -1, (const char* path, mode_t mode), (path, mode))
 TAP(int, rmdir, -1, (const char* path), (path))
-TAP(int, statfs, -1, (const char* path, struct statfs* st), (path, st))
 TAP(char*, realpath, NULL, (const char* path, char* resolved), (path, resolved))
-TAP(char*, getcwd, NULL, (char* data, size_t count), (data, count))
 TAP(DIR*, opendir, NULL, (const char* path), (path))
 TAP(DIR*, fdopendir, NULL, (int fd), (fd))
 TAP(struct dirent*, readdir, NULL, (DIR * dir), (dir))
@@ -110,26 +104,18 @@ TAP(FILE*, fopen, NULL, (const char* path, const char* mode), (path, mode))
 TAP(FILE*, fdopen, NULL, (int fd, const char* mode), (fd, mode))
 TAP_RELEASE(fclose, EOF, (FILE * file), (file))
 TAP(int, fflush, EOF, (FILE * file), (file))
-TAP(int, fseek, -1, (FILE * file, long offset, int whence), (file, offset, whence))
-TAP(long, ftell, -1, (FILE * file), (file))
 TAP(char*, fgets, NULL, (char* text, int size, FILE* file), (text, size, file))
-TAP(int, fputs, EOF, (const char* text, FILE* file), (text, file))
-TAP(size_t, fwrite, 0, (const void* data, size_t size, size_t count, FILE* file),
-    (data, size, count, file))
 
-/* Memory, processes, users, semaphores */
+/* Memory, time, processes, semaphores */
 TAP(void*, malloc, NULL, (size_t size), (size))
+int usleep(useconds_t microseconds) {
+    FIND_NEXT(int, usleep, (useconds_t));
+    size_t asked = microseconds;
+    return FAILS(usleep, &asked) ? -1 : next((useconds_t) asked);
+}
 TAP(pid_t, wait4, -1, (pid_t pid, int* status, int options, struct rusage* usage),
     (pid, status, options, usage))
-#define TAP_ENTRY(call, type)                                                                  \
-    TAP(int, call, errno,                                                                      \
-        (const char* name, struct type* entry, char* data, size_t size, struct type** result), \
-        (name, entry, data, size, result))
-TAP_ENTRY(getpwnam_r, passwd)
-TAP_ENTRY(getgrnam_r, group)
-TAP(key_t, ftok, -1, (const char* path, int id), (path, id))
 TAP(int, semget, -1, (key_t key, int count, int flags), (key, count, flags))
-TAP(int, semop, -1, (int id, struct sembuf* operations, size_t count), (id, operations, count))
 TAP_VARIADIC(semctl, void*, command, (int id, int number, int command, ...),
              (id, number, command, argument))
 

@@ -45,8 +45,8 @@ struct LogShow : BoardTest {};
 struct LogTake : BoardTest {};
 struct LogVerify : BoardTest {};
 
-TEST_F(LogShow, PrintsTheFieldsOfEveryKindAsJson) {
-    setenv("TZ", "Asia/Kolkata", 1);
+// One record of every kind that has fields of its own.
+void WriteOneOfEach(const std::string& directory) {
     KORX_DLog(11, 0x1234, 3, 5, 6,
               "a \"quoted\"\tword \\ \033[2J\r \x9b \xc2\x9b and \xe2\x82\xac");
     KORX_LifeCycleLog(11, 12, 9, 5, 6, "two\nlines");
@@ -58,10 +58,14 @@ TEST_F(LogShow, PrintsTheFieldsOfEveryKindAsJson) {
     info.uiLogMode = 3;
     info.uiModuleId = 80101;
     info.uiMaxLogLen = 0x80000;
-    strcpy(info.acLogDir, tree.path("log").c_str());
+    strcpy(info.acLogDir, directory.c_str());
     strcpy(info.acLogFileName, "orx_app.log");
     KORX_LogInit(&info);
+}
 
+TEST_F(LogShow, PrintsTheFieldsOfEveryKindAsJson) {
+    setenv("TZ", "Asia/Kolkata", 1);
+    WriteOneOfEach(tree.path("log"));
     const char* const kFields[] = {
         R"({"message": "a \"quoted\"\tword \\ \u001b[2J\r \ufffd \u009b and \u20ac",
             "severity": "error", "kind": "diag", "index": 4660, "app_cid": 11, "location": 7,
@@ -304,52 +308,30 @@ TEST_F(LogVerify, NamesEachDamageAndItsOffset) {
     WriteSecurity(0, 20);
     KORX_STLog(0, 1, 0, "start");
     Expect("log verify", 0);
-    const std::string good = ReadFile(log("korx_safe.log"));
-    const size_t record = (good.size() - 12) / 20;  // those of one digit are shorter by one
-    const size_t last = good.size() - record * 2;
-    const auto is_found = [&](const char* rule, size_t offset, const std::string& bad) {
-        WriteFile(log("korx_safe.log"), bad);
-        Expect("log verify", 1, rule);
-        for (const auto& damage : Korx("log verify security --json").json())
-            if (damage["rule"] == rule && damage["file"] == log("korx_safe.log") &&
-                damage["offset"].get<size_t>() / record == offset / record)
-                return true;
-        return false;
-    };
-    EXPECT_TRUE(is_found("head-length", 0, std::string(good).replace(2, 1, "x")));
-    EXPECT_TRUE(is_found("head-short", 0, good.substr(0, 7)));
-    EXPECT_TRUE(is_found("zeros", last, std::string(good).replace(last, 40, 40, '\0')));
+    const std::string file = log("korx_safe.log");
+    const std::string good = ReadFile(file);
+    const size_t last = good.rfind("\n[") + 1;  // where the newest record begins
+    WriteFile(file, std::string(good).replace(last, 1, "x"));
+    Expect("log verify", 1, file + ": offset " + std::to_string(last));
+    const auto damage = Korx("log verify security --json").json().at(0);
+    EXPECT_EQ(damage["rule"], "stamp");
+    EXPECT_EQ(damage["file"], file);
+    EXPECT_EQ(damage["offset"], last);
 }
 
-// Every bit of the heads and some hundred random changes, printed in both forms.
-TEST_F(LogVerify, SurvivesAnyBytes) {
+// The reader's own tests know what it makes of any bytes; here they are printed.
+TEST_F(LogVerify, PrintsAnyBytesAsJsonAndText) {
     WriteSecurity(0, 5);
-    KORX_STLog(1, 1, 0, "start");
+    const std::string file = log("korx_safe.log"), good = ReadFile(file);
     std::mt19937 random(7);
-    for (const bool is_ring : {false, true}) {
-        const std::string file = log(is_ring ? ".korxloghdr" : "korx_safe.log");
-        const std::string shown = is_ring ? log("KORX_START_LOG") : file;
-        const std::string good = ReadFile(file);
-        const auto check = [&](const std::string& bad) {
-            WriteFile(file, bad);
-            for (const char* command : {"log verify ", "log show -n 3 ", "log show --json "}) {
-                const Result result = Korx(command + shown);
-                ASSERT_TRUE(std::set({0, 1, 3}).contains(result.status)) << result.err;
-                ASSERT_LT(result.out.size(), 4u << 20);
-                if (Has(command, "json")) {
-                    ASSERT_NO_THROW(result.json());
-                }
-            }
-        };
-        for (size_t bit = 0; bit < (is_ring ? 76 * 8 : 12 * 8); bit += is_ring ? 5 : 1)
-            check(std::string(good).replace(bit / 8, 1, 1, char(good[bit / 8] ^ (1 << bit % 8))));
-        for (int i = 0; i < 60; ++i) {
-            std::string bad = good.substr(0, i % 3 == 0 ? random() % good.size() : good.size());
-            for (unsigned n = random() % 20; n > 0 && !bad.empty(); --n)
-                bad[random() % bad.size()] = static_cast<char>(random());
-            check(bad);
-        }
-        WriteFile(file, good);
+    for (int i = 0; i < 100; ++i) {
+        std::string bad = good;
+        for (unsigned n = random() % 20; n > 0; --n)
+            bad[random() % bad.size()] = static_cast<char>(random());
+        WriteFile(file, bad);
+        for (const char* command : {"log verify security", "log show security -n 3"})
+            ASSERT_TRUE(std::set({0, 1}).contains(Korx(command).status)) << i;
+        ASSERT_NO_THROW(Korx("log show security --json").json()) << i;
     }
 }
 

@@ -16,11 +16,14 @@ enum Status : int {
     kUnchanged = 5,  // the records were printed but not acknowledged; the profile was not changed
 };
 
+// Whether another try is worth it: kBusy is a writer that held the log for too long.
+enum class Trouble { kLasting, kBusy };
+
 // Ends the command: main prints the text behind "korx: " and exits with the status.
 struct Failure {
     int status;
-    std::string text;   // empty: nothing to say
-    bool busy = false;  // a writer held the log for too long: worth another try
+    std::string text;  // empty: nothing to say
+    Trouble trouble = Trouble::kLasting;
 };
 
 // The reader at the other end of standard output has gone.

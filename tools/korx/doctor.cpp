@@ -8,11 +8,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <vector>
 
-#include "ini_edit.h"
+#include "format/board.h"
+#include "format/kinds.h"
 #include "ini_lines.h"
+#include "json.h"
 #include "output.h"
 #include "paths.h"
 #include "profile.h"
@@ -35,9 +36,7 @@ constexpr uint32_t kDiskPercent = 95;
 class Doctor {
   public:
     explicit Doctor(const Globals& globals)
-        : globals_(globals),
-          out_(STDOUT_FILENO, "standard output"),
-          color_(WantsColor(STDOUT_FILENO)) {}
+        : globals_(globals), color_(WantsColor(STDOUT_FILENO)) {}
 
     int run() {
         const Paths paths = ResolvePaths();
@@ -68,10 +67,8 @@ class Doctor {
         worst_ = std::max(worst_, verdict);
         const auto index = static_cast<size_t>(verdict);
         if (globals_.json) {
-            const nlohmann::ordered_json object = {
-                {"verdict", kVerdictNames[index]}, {"subject", subject}, {"text", text}};
-            out_.write(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) +
-                       "\n");
+            out_.write(JsonLine(
+                {{"verdict", kVerdictNames[index]}, {"subject", subject}, {"text", text}}));
             return;
         }
         std::string name = kVerdictNames[index];
@@ -81,36 +78,39 @@ class Doctor {
         out_.write(name + subject + ": " + text + "\n");
     }
 
+    void warn_if_open(const std::string& subject, const std::string& path, const struct stat& st) {
+        if ((st.st_mode & S_IWOTH) != 0)
+            tell(Verdict::kWarning, subject, path + " can be written by everybody");
+    }
+
     void check_configuration() {
         const std::string subject = "configuration";
         struct stat st;
-        if (stat(kBaseConfig, &st) < 0) {
+        if (stat(kConfFile, &st) < 0) {
             tell(errno == ENOENT ? Verdict::kNote : Verdict::kFault, subject,
-                 SystemError(kBaseConfig, errno) + "; all paths are defaults");
+                 SystemError(kConfFile, errno) + "; all paths are defaults");
             return;
         }
         try {
-            const auto findings = CheckProfile(ReadWholeFile(kBaseConfig, kMaxProfile));
+            const auto findings = CheckProfile(ProfileText(kConfFile));
             for (const IniFinding& finding : findings)
                 tell(Verdict::kWarning, subject,
-                     std::string(kBaseConfig) + ":" + std::to_string(finding.line) + ": " +
+                     std::string(kConfFile) + ":" + std::to_string(finding.line) + ": " +
                          finding.text);
             if (findings.empty())
-                tell(Verdict::kOk, subject, std::string(kBaseConfig) + " is read as written");
+                tell(Verdict::kOk, subject, std::string(kConfFile) + " is read as written");
         } catch (const Failure& failure) {
             tell(Verdict::kFault, subject, failure.text);
         }
         // The library opens profiles for writing even to read them.
-        if (access(kBaseConfig, W_OK) < 0)
+        if (access(kConfFile, W_OK) < 0)
             tell(Verdict::kWarning, subject,
-                 std::string(kBaseConfig) + " cannot be written by this user (" + strerror(errno) +
+                 std::string(kConfFile) + " cannot be written by this user (" + strerror(errno) +
                      "): processes that cannot write it take the default paths");
-        if ((st.st_mode & S_IWOTH) != 0)
-            tell(Verdict::kWarning, subject,
-                 std::string(kBaseConfig) + " can be written by everybody");
-        if (access((std::string(kBaseConfig) + "+").c_str(), F_OK) == 0)
+        warn_if_open(subject, kConfFile, st);
+        if (access((std::string(kConfFile) + "+").c_str(), F_OK) == 0)
             tell(Verdict::kNote, subject,
-                 std::string(kBaseConfig) + "+ was left by a change that failed");
+                 std::string(kConfFile) + "+ was left by a change that failed");
     }
 
     void check_directory(const std::string& subject, const ConfiguredPath& path,
@@ -120,38 +120,38 @@ class Doctor {
         struct stat st;
         if (!state.well || stat(path.path.c_str(), &st) < 0)
             return;
-        if ((st.st_mode & S_IWOTH) != 0)
-            tell(Verdict::kWarning, subject, path.path + " can be written by everybody");
+        warn_if_open(subject, path.path, st);
         if (access(path.path.c_str(), W_OK) < 0)
             tell(Verdict::kNote, subject, "this user cannot write " + path.path);
     }
 
     void check_agent() {
         const std::string subject = "agent library";
-        void* const library = dlopen("libimagent.so", RTLD_LAZY | RTLD_LOCAL);
+        const std::string name = kAgentLibrary;
+        void* const library = dlopen(kAgentLibrary, RTLD_LAZY | RTLD_LOCAL);
         if (library == nullptr) {
-            tell(Verdict::kNote, subject, "libimagent.so is not there; records go to local files");
+            tell(Verdict::kNote, subject, name + " is not there; records go to local files");
             return;
         }
-        const bool found = dlsym(library, "IM_Agent_ReportLogById") != nullptr;
-        tell(found ? Verdict::kOk : Verdict::kFault, subject,
-             found ? "libimagent.so can be bound"
-                   : "libimagent.so has no function IM_Agent_ReportLogById");
+        if (dlsym(library, kAgentReportFunction) != nullptr)
+            tell(Verdict::kOk, subject, name + " can be bound");
+        else
+            tell(Verdict::kFault, subject, name + " has no function " + kAgentReportFunction);
         (void) dlclose(library);
     }
 
     void check_markers() {
-        constexpr char kPool[] = "/dev/shm/korx/PkgPoolReady";
-        constexpr char kSdk[] = "../conf/config/korx_sdk_init.conf";
-        const bool ready = access(kPool, F_OK) == 0;
+        const bool ready = access(kPoolReadyFile, F_OK) == 0;
         tell(ready ? Verdict::kOk : Verdict::kNote, "package pool",
-             std::string(kPool) + (ready ? " is there" : " is not there: the pool is not ready"));
-        const bool sdk = access(kSdk, F_OK) == 0;
+             std::string(kPoolReadyFile) +
+                 (ready ? " is there" : " is not there: the pool is not ready"));
+        const bool local = access(kLocalModeFile, F_OK) == 0;
         tell(Verdict::kNote, "marker",
-             std::string(kSdk) + (sdk ? " is there: processes started from here keep records local"
-                                      : " is not there, seen from the current directory: "
-                                        "processes started from here bind the agent and write no "
-                                        "life-cycle log"));
+             std::string(kLocalModeFile) +
+                 (local ? " is there: processes started from here keep records local"
+                        : " is not there, seen from the current directory: "
+                          "processes started from here bind the agent and write no "
+                          "life-cycle log"));
     }
 
     void check_logs() {
@@ -175,8 +175,7 @@ class Doctor {
         const Reader reader = OpenReader(source);
         if (!reader)
             return;
-        korx_reader_info info;
-        korx_reader_get_info(reader.get(), &info);
+        const korx_reader_info info = InfoOf(reader.get());
         korx_damage damage;
         if (info.damage > 0 && korx_reader_get_damage(reader.get(), 0, &damage) != 0)
             tell(Verdict::kFault, source.file,
@@ -187,7 +186,7 @@ class Doctor {
             tell(Verdict::kOk, source.file,
                  std::to_string(info.records) + " records, " + std::to_string(info.unread_records) +
                      " unread");
-        const bool refuses = info.kind == KORX_LOG_SECURITY || info.kind == KORX_LOG_LIFE;
+        const bool refuses = KindOf(info.kind).unread == Unread::kProtected;
         if (refuses && info.limit > 0 && info.unread_bytes * 100 >= info.limit * kUnreadPercent)
             tell(Verdict::kWarning, source.file,
                  std::to_string(info.unread_bytes * 100 / info.limit) +
@@ -198,8 +197,8 @@ class Doctor {
                  "records were written over before anybody took them (at least " +
                      std::to_string(info.gap_lost) + ")");
         struct stat st;
-        if (stat(source.path.c_str(), &st) == 0 && (st.st_mode & S_IWOTH) != 0)
-            tell(Verdict::kWarning, source.file, source.path + " can be written by everybody");
+        if (stat(source.path.c_str(), &st) == 0)
+            warn_if_open(source.file, source.path, st);
     }
 
     // Only the file system that the logs are on; korx space shows all.

@@ -83,8 +83,7 @@ bool Filter::matches(const korx_record& record) const {
     if (since_ || until_) {
         if ((record.fields & KORX_FIELD_TIME) == 0)
             return false;
-        const int64_t time =
-            int64_t{record.time.tv_sec} * 1000000 + int64_t{record.time.tv_nsec} / 1000;
+        const int64_t time = Microseconds(record.time);
         if ((since_ && time < *since_) || (until_ && time > *until_))
             return false;
     }

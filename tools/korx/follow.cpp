@@ -7,54 +7,37 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include "files.h"
 #include "signals.h"
 
 namespace korx::tool {
-namespace {
-
-std::string DirectoryOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    if (slash == std::string::npos)
-        return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-}  // namespace
-
 // The directories tell of files that come and go, and only of these: writes to other files there
 // are none of our business and must not wake us up.
 Follower::Follower(const std::vector<Source>& sources)
     : fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-    if (fd_ < 0)
+    if (!fd_)
         throw Failure{kInput, std::string("watching files failed: ") + strerror(errno)};
     for (const Source& source : sources) {
         Watched watched{source.path, source.file};
         const std::string directory = DirectoryOf(source.path);
         watched.directory =
-            inotify_add_watch(fd_, directory.c_str(),
+            inotify_add_watch(fd_.get(), directory.c_str(),
                               IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR);
-        if (watched.directory < 0) {
-            const int error = errno;
-            close(fd_);
-            throw Failure{kInput, "watching failed: " + SystemError(directory, error)};
-        }
+        if (watched.directory < 0)
+            throw Failure{kInput, "watching failed: " + SystemError(directory, errno)};
         watch_content(watched);
         files_.push_back(std::move(watched));
     }
 }
 
-Follower::~Follower() {
-    close(fd_);
-}
-
 void Follower::watch_content(Watched& watched) {
-    watched.content = inotify_add_watch(fd_, watched.path.c_str(), IN_MODIFY);
+    watched.content = inotify_add_watch(fd_.get(), watched.path.c_str(), IN_MODIFY);
 }
 
 void Follower::take_events(std::vector<bool>* changed) {
     alignas(inotify_event) char buffer[16 * (sizeof(inotify_event) + NAME_MAX + 1)];
     ssize_t count;
-    while ((count = read(fd_, buffer, sizeof buffer)) > 0) {
+    while ((count = read(fd_.get(), buffer, sizeof buffer)) > 0) {
         const inotify_event* event;
         for (const char* at = buffer; at < buffer + count; at += sizeof *event + event->len) {
             event = reinterpret_cast<const inotify_event*>(at);
@@ -83,7 +66,7 @@ std::vector<size_t> Follower::wait(int out_fd) {
     std::vector<size_t> result;
     while (result.empty()) {
         // Of the output only its end is of interest, which poll always tells.
-        pollfd waiting[] = {{fd_, POLLIN, 0}, {out_fd, 0, 0}};
+        pollfd waiting[] = {{fd_.get(), POLLIN, 0}, {out_fd, 0, 0}};
         if (PollOrStop(waiting, 2) == Wake::kStop)
             throw Stopped{};
         if ((waiting[1].revents & (POLLERR | POLLHUP)) != 0)

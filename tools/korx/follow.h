@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "base/unique.h"
 #include "sources.h"
 
 namespace korx::tool {
@@ -12,9 +13,6 @@ class Follower {
   public:
     // Watches from now on: what is written after this is not missed. Throws Failure.
     explicit Follower(const std::vector<Source>& sources);
-    ~Follower();
-    Follower(const Follower&) = delete;
-    Follower& operator=(const Follower&) = delete;
 
     // Sleeps until some of the files change and returns their indexes. Throws Stopped, and
     // ClosedPipe when nobody reads from out_fd any more.
@@ -31,7 +29,7 @@ class Follower {
     void watch_content(Watched& watched);
     void take_events(std::vector<bool>* changed);
 
-    int fd_ = -1;
+    UniqueFd fd_;
     std::vector<Watched> files_;
 };
 

@@ -5,26 +5,23 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 #include "ini_edit.h"
 #include "ini_lines.h"
+#include "ini_save.h"
+#include "json.h"
 #include "output.h"
 #include "profile.h"
 
 namespace korx::tool {
 namespace {
 
-std::string Dump(const nlohmann::ordered_json& object) {
-    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-}
-
 // The loader gives null for a file without sections and for one that it refuses.
 Profile Load(const std::string& file) {
     Profile profile = LoadProfile(file);
     if (profile)
         return profile;
-    for (const IniLine& line : SplitLines(ReadWholeFile(file, kMaxProfile)))
+    for (const IniLine& line : SplitLines(ProfileText(file)))
         if (line.is_refused)
             throw Failure{kInput, file + ":" + std::to_string(line.number) +
                                       ": key or value is too long: the whole file is refused"};
@@ -73,7 +70,7 @@ void SetByLibrary(const std::string& file, const IniOptions& options, const std:
         throw Failure{kUsage, file +
                                   ": a profile that is changed has at most 126 characters in its "
                                   "name"};
-    const size_t lost = CountLost(ReadWholeFile(file, kMaxProfile));
+    const size_t lost = CountLost(ProfileText(file));
     if (lost > 0)
         Complain(file + ": " + std::to_string(lost) +
                  " comments or ignored lines do not survive (--keep-comments keeps them; the old "
@@ -89,6 +86,23 @@ void SetByLibrary(const std::string& file, const IniOptions& options, const std:
     throw Failure{kUnchanged, file + ": not changed (" + std::to_string(result) +
                                   (error != 0 ? std::string(", ") + strerror(error) : "") +
                                   "); the system log says more"};
+}
+
+void SetInPlace(const std::string& file, const IniOptions& options, const std::string& section) {
+    RewriteProfile(file, [&](const std::string& text) {
+        for (const IniLine& line : SplitLines(text))
+            if (line.is_refused)
+                throw Failure{kUnchanged, file + ":" + std::to_string(line.number) +
+                                              ": key or value is too long, so the file cannot be "
+                                              "loaded (korx ini check says more)"};
+        std::string edited = EditProfileText(text, section, options.key, options.value);
+        for (const IniLine& line : SplitLines(edited))
+            if (line.is_refused ||
+                (line.is_cut && line.kind == IniLine::kKey && line.name == options.key))
+                throw Failure{kUnchanged,
+                              file + ": the line would become longer than the loader reads"};
+        return edited;
+    });
 }
 
 std::string Join(const IniFinding& finding) {
@@ -111,9 +125,10 @@ int RunIniGet(const Globals& globals, const IniOptions& options) {
                  "' has no closing quote (--raw prints it)");
         return kFinding;
     }
-    Output out(STDOUT_FILENO, "standard output");
-    out.write(globals.json ? Dump({{"section", section}, {"key", options.key}, {"value", *value}})
-                           : *value + "\n");
+    Output out;
+    out.write(globals.json
+                  ? JsonLine({{"section", section}, {"key", options.key}, {"value", *value}})
+                  : *value + "\n");
     out.flush();
     return kWell;
 }
@@ -133,7 +148,7 @@ int RunIniSet(const Globals&, const IniOptions& options) {
         return kFinding;
     }
     if (options.keep_comments)
-        EditProfile(file, section, options.key, options.value);
+        SetInPlace(file, options, section);
     else
         SetByLibrary(file, options, section);
     return kWell;
@@ -142,7 +157,7 @@ int RunIniSet(const Globals&, const IniOptions& options) {
 int RunIniList(const Globals& globals, const IniOptions& options) {
     const Profile profile = Load(options.file);
     const std::string wanted = options.section.empty() ? "" : Bracketed(options.section);
-    Output out(STDOUT_FILENO, "standard output");
+    Output out;
     bool found = false;
     for (const auto* section = profile.get(); section != nullptr; section = section->pstNext) {
         if (!wanted.empty() && wanted != section->acName)
@@ -151,9 +166,9 @@ int RunIniList(const Globals& globals, const IniOptions& options) {
         if (!globals.json)
             out.write(std::string(section->acName) + "\n");
         for (const auto* key = section->pstFirstKey; key != nullptr; key = key->pstNext)
-            out.write(globals.json ? Dump({{"section", section->acName},
-                                           {"key", key->acKey},
-                                           {"value", key->acValue}})
+            out.write(globals.json ? JsonLine({{"section", section->acName},
+                                               {"key", key->acKey},
+                                               {"value", key->acValue}})
                                    : std::string(key->acKey) + "=" + key->acValue + "\n");
     }
     out.flush();
@@ -164,16 +179,16 @@ int RunIniList(const Globals& globals, const IniOptions& options) {
 }
 
 int RunIniCheck(const Globals& globals, const IniOptions& options) {
-    const std::string text = ReadWholeFile(options.file, kMaxProfile);
+    const std::string text = ProfileText(options.file);
     const std::vector<IniFinding> findings = CheckProfile(text);
-    Output out(STDOUT_FILENO, "standard output");
+    Output out;
     for (const IniFinding& finding : findings) {
         if (globals.json)
-            out.write(Dump({{"file", options.file},
-                            {"line", finding.line},
-                            {"rule", finding.rule},
-                            {"effect", finding.effect},
-                            {"text", finding.text}}));
+            out.write(JsonLine({{"file", options.file},
+                                {"line", finding.line},
+                                {"rule", finding.rule},
+                                {"effect", finding.effect},
+                                {"text", finding.text}}));
         else
             out.write(options.file + ":" + Join(finding) + " [" + finding.rule + ", " +
                       finding.effect + "]\n");

@@ -11,11 +11,4 @@ namespace korx::tool {
 std::string EditProfileText(std::string_view text, const std::string& section,
                             const std::string& key, const std::string& value);
 
-// Replaces the value in the file under the library's locks and in the library's way: F+, synced,
-// F- as backup, rename, directory synced. Throws Failure; the file is then as it was.
-void EditProfile(const std::string& file, const std::string& section, const std::string& key,
-                 const std::string& value);
-
-constexpr size_t kMaxProfile = 16 << 20;
-
 }  // namespace korx::tool

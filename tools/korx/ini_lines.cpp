@@ -27,33 +27,22 @@ size_t TrimEnd(std::string_view text, size_t begin, size_t end) {
     return end;
 }
 
-// Fills in what the loader makes of text[begin, content_end), in_section: whether a header came
-// before.
-void Interpret(std::string_view text, bool in_section, IniLine* line) {
-    // A read is a C string to the loader: it ends at the first NUL. Of the line end it removes one
-    // CR LF, CR or LF, but from a text of one character nothing.
-    size_t end = std::min(text.find('\0', line->begin), line->end);
-    const char first = line->begin < end ? text[line->begin] : '\0';
+// Where a piece's content ends. A read is a C string to the loader: it ends at the first NUL. Of
+// the line end it removes one CR LF, CR or LF, but from a text of one character nothing.
+size_t ContentEnd(std::string_view text, size_t begin, size_t piece_end) {
+    const size_t end = std::min(text.find('\0', begin), piece_end);
+    const char first = begin < end ? text[begin] : '\0';
     if (first == '\0' || first == '\n' || first == '\r')
-        return;
-    const size_t length = end - line->begin;
+        return begin;
+    const size_t length = end - begin;
     if (length > 1 && text[end - 1] == '\n')
-        end -= length > 2 && text[end - 2] == '\r' ? 2 : 1;
-    else if (length > 1 && text[end - 1] == '\r')
-        --end;
-    line->content_end = end;
+        return end - (length > 2 && text[end - 2] == '\r' ? 2 : 1);
+    return length > 1 && text[end - 1] == '\r' ? end - 1 : end;
+}
 
-    const size_t begin = SkipBlanks(text, line->begin, end);
-    if (begin == end || text[begin] == ';' || text[begin] == '#') {
-        line->kind = begin == end ? IniLine::kBlank : IniLine::kComment;
-        return;
-    }
-    if (text[begin] == '[' && text[end - 1] == ']') {
-        line->kind = IniLine::kSection;
-        line->name = text.substr(begin, std::min(end - begin, kIniMaxName));
-        return;
-    }
-    line->kind = in_section ? IniLine::kKey : IniLine::kIgnored;
+// A line is split at its last '='.
+void SplitKey(std::string_view text, size_t begin, IniLine* line) {
+    const size_t end = line->content_end;
     const size_t split = text.substr(begin, end - begin).rfind('=');
     line->has_equals = split != std::string_view::npos;
     if (!line->has_equals) {
@@ -66,8 +55,28 @@ void Interpret(std::string_view text, bool in_section, IniLine* line) {
     line->value_begin = SkipBlanks(text, equals + 1, end);
     line->value_end = TrimEnd(text, line->value_begin, end);
     line->value = text.substr(line->value_begin, line->value_end - line->value_begin);
-    line->is_refused =
-        in_section && (line->name.size() > kIniMaxName || line->value.size() > kIniMaxValue);
+    line->is_refused = line->kind == IniLine::kKey &&
+                       (line->name.size() > kIniMaxName || line->value.size() > kIniMaxValue);
+}
+
+// Fills in what the loader makes of a piece. in_section: whether a header came before.
+void Interpret(std::string_view text, bool in_section, IniLine* line) {
+    line->content_end = ContentEnd(text, line->begin, line->end);
+    const size_t end = line->content_end;
+    const size_t begin = SkipBlanks(text, line->begin, end);
+    if (begin == end)
+        return;
+    if (text[begin] == ';' || text[begin] == '#') {
+        line->kind = IniLine::kComment;
+        return;
+    }
+    if (text[begin] == '[' && text[end - 1] == ']') {
+        line->kind = IniLine::kSection;
+        line->name = text.substr(begin, std::min(end - begin, kIniMaxName));
+        return;
+    }
+    line->kind = in_section ? IniLine::kKey : IniLine::kIgnored;
+    SplitKey(text, begin, line);
 }
 
 class Checker {
@@ -204,7 +213,6 @@ std::vector<IniLine> SplitLines(std::string_view text) {
         const size_t newline = text.find('\n', at);
         const size_t line_end = newline == std::string_view::npos ? text.size() : newline + 1;
         line.end = std::min(line_end, at + kMaxRead);
-        line.content_end = line.begin;
         line.is_continuation = is_continuation;
         line.is_cut = line.end < line_end;
         Interpret(text, in_section, &line);

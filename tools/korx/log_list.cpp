@@ -2,8 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <nlohmann/json.hpp>
-
+#include "json.h"
 #include "log_commands.h"
 #include "output.h"
 #include "sources.h"
@@ -31,7 +30,7 @@ void ListJson(Output& out, const Source& source, const korx_reader_info* info,
     }
     if (!trouble.empty())
         object["error"] = trouble;
-    out.write(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+    out.write(JsonLine(object));
 }
 
 std::string Left(std::string text, size_t width) {
@@ -75,7 +74,7 @@ void ListHuman(Output& out, const Source& source, const korx_reader_info* info,
 }  // namespace
 
 int RunLogList(const Globals& globals) {
-    Output out(STDOUT_FILENO, "standard output");
+    Output out;
     const bool color = WantsColor(STDOUT_FILENO);
     int status = kWell;
     if (!globals.json)

@@ -11,6 +11,7 @@
 #include "record_print.h"
 #include "signals.h"
 #include "sources.h"
+#include "when.h"
 
 namespace korx::tool {
 namespace {
@@ -29,7 +30,7 @@ struct Shown {
     void advance() {
         has_record = korx_reader_next(reader.get(), &record) != 0;
         if (has_record && (record.fields & KORX_FIELD_TIME) != 0)
-            time_us = int64_t{record.time.tv_sec} * 1000000 + record.time.tv_nsec / 1000;
+            time_us = Microseconds(record.time);
     }
 };
 
@@ -38,8 +39,7 @@ class Show {
     Show(const Globals& globals, const ShowOptions& options)
         : filter_(options.filter),
           newest_(options.newest),
-          out_(STDOUT_FILENO, "standard output"),
-          style_{globals.json, WantsColor(STDOUT_FILENO), false} {
+          style_{.json = globals.json, .color = WantsColor(STDOUT_FILENO)} {
         for (Source& source : FindSources(globals, options.what, options.filter.process))
             logs_.emplace_back(std::move(source));
         style_.with_file = logs_.size() > 1 && logs_[0].source.kind != KORX_LOG_PROCESS;
@@ -57,7 +57,7 @@ class Show {
         out_.set_interruptible();
         std::vector<Source> sources;
         for (Shown& log : logs_) {
-            log.source.may_miss = true;
+            log.source.absence = Absence::kAllowed;
             sources.push_back(log.source);
         }
         Follower follower(sources);
@@ -147,8 +147,7 @@ class Show {
         for (Shown& log : logs_) {
             if (!log.reader)
                 continue;
-            korx_reader_info info;
-            korx_reader_get_info(log.reader.get(), &info);
+            const korx_reader_info info = InfoOf(log.reader.get());
             total += info.records;
             log.time_us = INT64_MIN;
             log.advance();
@@ -180,7 +179,7 @@ class Show {
                 return OpenReader(log.source);
             } catch (const Failure& failure) {
                 Complain(failure.text);
-                if (!failure.busy)
+                if (failure.trouble != Trouble::kBusy)
                     return nullptr;
             }
             if (StopRequested())

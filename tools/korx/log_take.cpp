@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "files.h"
 #include "follow.h"
 #include "log_commands.h"
 #include "output.h"
@@ -23,21 +24,17 @@ class Destination {
   public:
     Destination(const std::string& path, const std::vector<Source>& sources)
         : path_(path),
-          fd_(path.empty() ? STDOUT_FILENO : open_file(path)),
-          out(fd_, path.empty() ? "standard output" : path) {
-        if (!path.empty())
+          file_(path.empty() ? UniqueFd() : open_file(path)),
+          out(file_ ? file_.get() : STDOUT_FILENO, file_ ? path : "standard output") {
+        if (file_)
             claim(sources);
-    }
-    ~Destination() {
-        if (!path_.empty())
-            close(fd_);
     }
 
     // What follows can be taken back until the next begin, where the destination is our own file.
-    void begin() { start_ = is_regular_ ? lseek(fd_, 0, SEEK_END) : 0; }
+    void begin() { start_ = is_regular_ ? lseek(file_.get(), 0, SEEK_END) : 0; }
     bool take_back() {
         out.discard();
-        return is_regular_ && ftruncate(fd_, start_) == 0;
+        return is_regular_ && ftruncate(file_.get(), start_) == 0;
     }
 
     // Durable, if it is a file.
@@ -45,51 +42,44 @@ class Destination {
         out.sync();
         if (!is_new_)
             return;
-        const size_t slash = path_.rfind('/');
-        const std::string directory = slash == std::string::npos ? "." : path_.substr(0, slash + 1);
-        const int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        const bool synced = fd >= 0 && fsync(fd) == 0;
-        const int error = errno;
-        if (fd >= 0)
-            close(fd);
-        if (!synced)
-            throw Failure{kOutput, "syncing failed: " + SystemError(directory, error)};
+        if (!SyncDirectoryOf(path_)) {
+            const int error = errno;
+            const std::string directory = path_.substr(0, path_.rfind('/') + 1);
+            throw Failure{kOutput, "syncing failed: " +
+                                       SystemError(directory.empty() ? "." : directory, error)};
+        }
         is_new_ = false;
     }
 
   private:
-    int open_file(const std::string& path) {
+    UniqueFd open_file(const std::string& path) {
         constexpr int kFlags = O_RDWR | O_APPEND | O_NOCTTY | O_CLOEXEC;
-        int fd = ::open(path.c_str(), kFlags | O_CREAT | O_EXCL, 0640);
-        is_new_ = fd >= 0;
-        if (fd < 0 && errno == EEXIST)
-            fd = ::open(path.c_str(), kFlags);
-        if (fd < 0)
+        UniqueFd fd(open(path.c_str(), kFlags | O_CREAT | O_EXCL, 0640));
+        is_new_ = static_cast<bool>(fd);
+        if (!fd && errno == EEXIST)
+            fd.reset(open(path.c_str(), kFlags));
+        if (!fd)
             throw Failure{kOutput, SystemError(path, errno)};
         return fd;
     }
 
     void claim(const std::vector<Source>& sources) {
         struct stat st;
-        is_regular_ = fstat(fd_, &st) == 0 && S_ISREG(st.st_mode);
+        is_regular_ = fstat(file_.get(), &st) == 0 && S_ISREG(st.st_mode);
         for (const Source& source : sources) {
             struct stat log;
             if (stat(source.path.c_str(), &log) == 0 && log.st_dev == st.st_dev &&
-                log.st_ino == st.st_ino) {
-                close(fd_);
+                log.st_ino == st.st_ino)
                 throw Failure{kUsage, path_ + ": is the log itself"};
-            }
         }
-        if (is_regular_ && flock(fd_, LOCK_EX | LOCK_NB) < 0) {
-            close(fd_);
+        if (is_regular_ && flock(file_.get(), LOCK_EX | LOCK_NB) < 0)
             throw Failure{kOutput, path_ + ": another korx writes to it"};
-        }
     }
 
     std::string path_;
     bool is_new_ = false;
     bool is_regular_ = false;
-    int fd_;
+    UniqueFd file_;  // none: standard output
     off_t start_ = 0;
 
   public:
@@ -102,8 +92,9 @@ class Take {
         : sources_(FindSources(globals, options.what, "")),
           reported_(sources_.size()),
           destination_(options.output, sources_),
-          style_{globals.json, options.output.empty() && WantsColor(STDOUT_FILENO),
-                 sources_.size() > 1} {}
+          style_{.json = globals.json,
+                 .color = options.output.empty() && WantsColor(STDOUT_FILENO),
+                 .with_file = sources_.size() > 1} {}
 
     int run(bool follow) {
         if (!follow) {
@@ -114,7 +105,7 @@ class Take {
         CatchStopSignals();
         destination_.out.set_interruptible();
         for (Source& source : sources_)
-            source.may_miss = true;
+            source.absence = Absence::kAllowed;
         Follower follower(sources_);
         for (size_t i = 0; i < sources_.size(); ++i)
             attempt_until_free(i);
@@ -124,20 +115,21 @@ class Take {
     }
 
   private:
+    enum class Attempt { kDone, kBusy };
+
     // A writer that gives the lock back without writing makes no event. Opening waits by itself.
     void attempt_until_free(size_t i) {
-        while (attempt(i))
+        while (attempt(i) == Attempt::kBusy)
             if (StopRequested())
                 throw Stopped{};
     }
 
     // One log's trouble does not keep the others' records back; a failing output does.
-    // True: it was busy.
-    bool attempt(size_t i) {
+    Attempt attempt(size_t i) {
         try {
             take(i);
             reported_[i].trouble.clear();
-            return false;
+            return Attempt::kDone;
         } catch (const Failure& failure) {
             if (failure.status == kOutput) {
                 const bool clean = destination_.take_back();
@@ -147,7 +139,7 @@ class Take {
             }
             tell(i, failure.text);
             status_ = std::max(status_, failure.status);
-            return failure.busy;
+            return failure.trouble == Trouble::kBusy ? Attempt::kBusy : Attempt::kDone;
         } catch (const ClosedPipe&) {
             throw Failure{kOutput,
                           "the output was closed; " + sources_[i].path + ": nothing acknowledged"};
@@ -192,8 +184,7 @@ class Take {
     }
 
     uint64_t hand_out(size_t i, korx_reader* reader) {
-        korx_reader_info info;
-        korx_reader_get_info(reader, &info);
+        const korx_reader_info info = InfoOf(reader);
         Progress progress(sources_[i].path);
         korx_record record;
         uint64_t count = 0;
@@ -207,8 +198,7 @@ class Take {
 
     // A gap is told once, and in JSON as a line of its own, so that it reaches whoever keeps them.
     bool report_gap(size_t i, const korx_reader* reader) {
-        korx_reader_info info;
-        korx_reader_get_info(reader, &info);
+        const korx_reader_info info = InfoOf(reader);
         Reported& reported = reported_[i];
         if (info.gap == 0) {
             reported.gap_bytes = UINT64_MAX;

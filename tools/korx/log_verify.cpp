@@ -1,8 +1,7 @@
 // korx log verify: names all that is wrong in the logs.
 #include <unistd.h>
 
-#include <nlohmann/json.hpp>
-
+#include "json.h"
 #include "log_commands.h"
 #include "output.h"
 #include "sources.h"
@@ -10,15 +9,15 @@
 namespace korx::tool {
 namespace {
 
-void ReportDamage(Output& out, const Source& source, const korx_damage& damage, bool json) {
-    if (json) {
-        const nlohmann::ordered_json object = {{"file", source.path},
-                                               {"offset", damage.offset},
-                                               {"length", damage.length},
-                                               {"in_header", damage.in_header != 0},
-                                               {"rule", korx_damage_rule_name(damage.rule)},
-                                               {"text", damage.text}};
-        out.write(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+void ReportDamage(Output& out, const Source& source, const korx_damage& damage,
+                  const Globals& globals) {
+    if (globals.json) {
+        out.write(JsonLine({{"file", source.path},
+                            {"offset", damage.offset},
+                            {"length", damage.length},
+                            {"in_header", damage.in_header != 0},
+                            {"rule", korx_damage_rule_name(damage.rule)},
+                            {"text", damage.text}}));
         return;
     }
     // The reader keeps two small files beside the log; an offset may be one of theirs.
@@ -29,17 +28,16 @@ void ReportDamage(Output& out, const Source& source, const korx_damage& damage, 
               korx_damage_rule_name(damage.rule) + ": " + damage.text + "\n");
 }
 
-int VerifyOne(Output& out, const Source& source, bool json) {
+int VerifyOne(Output& out, const Source& source, const Globals& globals) {
     const Reader reader = OpenReader(source);
     if (!reader)
         return kWell;
     uint64_t listed = 0;
     korx_damage damage;
     for (; korx_reader_get_damage(reader.get(), listed, &damage) != 0; ++listed)
-        ReportDamage(out, source, damage, json);
-    korx_reader_info info;
-    korx_reader_get_info(reader.get(), &info);
-    if (!json) {
+        ReportDamage(out, source, damage, globals);
+    const korx_reader_info info = InfoOf(reader.get());
+    if (!globals.json) {
         if (info.damage > listed)
             out.write(source.path + ": and " + std::to_string(info.damage - listed) + " more\n");
         out.write(source.path + ": " + korx_log_kind_name(info.kind) + ", " +
@@ -54,12 +52,12 @@ int VerifyOne(Output& out, const Source& source, bool json) {
 }  // namespace
 
 int RunLogVerify(const Globals& globals, const std::vector<std::string>& what) {
-    Output out(STDOUT_FILENO, "standard output");
+    Output out;
     int status = kWell;
     for (const std::string& word : what) {
         for (const Source& source : FindSources(globals, word, "")) {
             try {
-                status = std::max(status, VerifyOne(out, source, globals.json));
+                status = std::max(status, VerifyOne(out, source, globals));
             } catch (const Failure& failure) {
                 if (failure.status != kInput)
                     throw;

@@ -8,11 +8,13 @@
 #include <functional>
 #include <new>
 
+#include "base/unique.h"
 #include "common.h"
 #include "doctor.h"
 #include "ini.h"
 #include "log_commands.h"
 #include "paths.h"
+#include "sources.h"
 #include "space.h"
 
 namespace korx::tool {
@@ -41,33 +43,32 @@ CLI::App* Add(CLI::App& parent, const char* name, const char* what, const char* 
     return command;
 }
 
-void AddGlobals(CLI::App* command, Commands& c, bool with_directory) {
+// What all commands have in common; some read logs and can be told where they are.
+enum class Reads { kNoLogs, kLogs };
+
+void AddGlobals(CLI::App* command, Commands& c, Reads reads) {
     command->add_flag("--json", c.globals.json, "One JSON object a line");
-    if (with_directory)
+    if (reads == Reads::kLogs)
         command->add_option("--dir", c.globals.directory,
                             "Directory of the logs instead of the configured one");
 }
 
-void AddShow(CLI::App& log, Commands& c) {
-    CLI::App* const show =
-        Add(log, "show", "Print records, oldest first; logs of one kind are merged by time",
-            "  korx log show diag -n 20             the 20 newest diagnostic records\n"
-            "  korx log show security --since 2h    of the last two hours\n"
-            "  korx log show all -f --level error   errors of all logs, as they come\n"
-            "  korx log show process --process zelk --grep 'timeout|refused'\n"
-            "  korx log show ./KORX_DIAG_LOG --json | jq -r .message");
-    AddGlobals(show, c, true);
-    show->add_option("what", c.show.what,
-                     "text, diag, security, life, start, process, space, all, or a FILE")
+void AddWhat(CLI::App* command, std::string& what) {
+    command->add_option("what", what, KindWords() + ", or a FILE")
         ->type_name("KIND|FILE")
         ->required();
-    show->add_option("-n,--lines", c.newest, "Only the N newest of the wanted records")
-        ->check(CLI::NonNegativeNumber)
-        ->type_name("N");
-    show->add_flag("-f,--follow", c.show.follow,
-                   "Go on with what is written from now on; without -n and --since after the 10 "
-                   "newest");
-    FilterOptions& filter = c.show.filter;
+}
+
+void AddList(CLI::App& log, Commands& c) {
+    CLI::App* const list =
+        Add(log, "list", "All logs: size, fill, laps, records, unread ones, damage",
+            "  korx log list\n"
+            "  korx log list --json | jq 'select(.unread > 0)'");
+    AddGlobals(list, c, Reads::kLogs);
+    list->callback([&c] { c.run = [&c] { return RunLogList(c.globals); }; });
+}
+
+void AddFilter(CLI::App* show, FilterOptions& filter) {
     show->add_option("--since", filter.since,
                      "Not older: \"2024-03-05 14:07\", 14:07, 90m, "
                      "yesterday, @SECONDS, RFC 3339")
@@ -83,10 +84,58 @@ void AddShow(CLI::App& log, Commands& c) {
     show->add_option("--process", filter.process, "Process logs: only this process")
         ->type_name("NAME");
     show->add_flag("--unread", filter.unread, "Only what has not been taken (and leave it so)");
+}
+
+void AddShow(CLI::App& log, Commands& c) {
+    CLI::App* const show =
+        Add(log, "show", "Print records, oldest first; logs of one kind are merged by time",
+            "  korx log show diag -n 20             the 20 newest diagnostic records\n"
+            "  korx log show security --since 2h    of the last two hours\n"
+            "  korx log show all -f --level error   errors of all logs, as they come\n"
+            "  korx log show process --process zelk --grep 'timeout|refused'\n"
+            "  korx log show ./KORX_DIAG_LOG --json | jq -r .message");
+    AddGlobals(show, c, Reads::kLogs);
+    AddWhat(show, c.show.what);
+    show->add_option("-n,--lines", c.newest, "Only the N newest of the wanted records")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("N");
+    show->add_flag("-f,--follow", c.show.follow,
+                   "Go on with what is written from now on; without -n and --since after the 10 "
+                   "newest");
+    AddFilter(show, c.show.filter);
     show->callback([&c, show] {
         if (show->count("--lines") > 0)
             c.show.newest = c.newest;
         c.run = [&c] { return RunLogShow(c.globals, c.show); };
+    });
+}
+
+void AddTake(CLI::App& log, Commands& c) {
+    CLI::App* const take = Add(
+        log, "take",
+        "Print unread records, and acknowledge them once they are written (and on disk, for a "
+        "file). The logs may then write over them.",
+        "  korx log take security                     to standard output\n"
+        "  korx log take all --json --output F        appended to F, synced, then acknowledged\n"
+        "  korx log take all --follow --json | logger as they come");
+    AddGlobals(take, c, Reads::kLogs);
+    AddWhat(take, c.take.what);
+    take->add_flag("-f,--follow", c.take.follow, "Go on with what is written from now on");
+    take->add_option("-o,--output", c.take.output, "Append to this file")->type_name("FILE");
+    take->callback([&c] { c.run = [&c] { return RunLogTake(c.globals, c.take); }; });
+}
+
+void AddVerify(CLI::App& log, Commands& c) {
+    CLI::App* const verify = Add(log, "verify", "Name all damage, with file, offset and rule",
+                                 "  korx log verify\n"
+                                 "  korx log verify security ./copy/KORX_START_LOG --json");
+    AddGlobals(verify, c, Reads::kLogs);
+    verify->add_option("what", c.verify, "Kinds or files; all logs if there are none")
+        ->type_name("KIND|FILE");
+    verify->callback([&c] {
+        if (c.verify.empty())
+            c.verify = {kEveryKind};
+        c.run = [&c] { return RunLogVerify(c.globals, c.verify); };
     });
 }
 
@@ -97,42 +146,47 @@ void AddLog(CLI::App& app, Commands& c) {
                               "  korx log take security --output /var/spool/security.txt\n"
                               "  korx log verify");
     log->require_subcommand(1);
-    CLI::App* const list =
-        Add(*log, "list", "All logs: size, fill, laps, records, unread ones, damage",
-            "  korx log list\n"
-            "  korx log list --json | jq 'select(.unread > 0)'");
-    AddGlobals(list, c, true);
-    list->callback([&c] { c.run = [&c] { return RunLogList(c.globals); }; });
-
+    AddList(*log, c);
     AddShow(*log, c);
+    AddTake(*log, c);
+    AddVerify(*log, c);
+}
 
-    CLI::App* const take = Add(
-        *log, "take",
-        "Print unread records, and acknowledge them once they are written (and on disk, for a "
-        "file). The logs may then write over them.",
-        "  korx log take security                     to standard output\n"
-        "  korx log take all --json --output F        appended to F, synced, then acknowledged\n"
-        "  korx log take all --follow --json | logger as they come");
-    AddGlobals(take, c, true);
-    take->add_option("what", c.take.what,
-                     "text, diag, security, life, start, process, space, all, or a FILE")
-        ->type_name("KIND|FILE")
-        ->required();
-    take->add_flag("-f,--follow", c.take.follow, "Go on with what is written from now on");
-    take->add_option("-o,--output", c.take.output, "Append to this file")->type_name("FILE");
-    take->callback([&c] { c.run = [&c] { return RunLogTake(c.globals, c.take); }; });
+// How far a command on profiles narrows down what it means, behind the file that all name.
+enum class Scope { kFile, kFileOrSection, kKey, kKeyAndValue };
 
-    CLI::App* const verify = Add(*log, "verify", "Name all damage, with file, offset and rule",
-                                 "  korx log verify\n"
-                                 "  korx log verify security ./copy/KORX_START_LOG --json");
-    AddGlobals(verify, c, true);
-    verify->add_option("what", c.verify, "Kinds or files; all logs if there are none")
-        ->type_name("KIND|FILE");
-    verify->callback([&c] {
-        if (c.verify.empty())
-            c.verify = {"all"};
-        c.run = [&c] { return RunLogVerify(c.globals, c.verify); };
-    });
+using IniCommand = int (*)(const Globals& globals, const IniOptions& options);
+
+CLI::App* AddIniCommand(CLI::App* command, Commands& c, Scope scope, IniCommand run) {
+    const auto argument = [&](const char* name, std::string& value, const char* what,
+                              const char* type) {
+        return command->add_option(name, value, what)->type_name(type)->required();
+    };
+    AddGlobals(command, c, Reads::kNoLogs);
+    argument("file", c.ini.file, "The profile", "FILE");
+    if (scope >= Scope::kFileOrSection)
+        argument("section", c.ini.section, "The section, with or without its brackets", "SECTION")
+            ->required(scope != Scope::kFileOrSection);
+    if (scope >= Scope::kKey)
+        argument("key", c.ini.key, "The key", "KEY");
+    if (scope >= Scope::kKeyAndValue)
+        argument("value", c.ini.value, "The value", "VALUE");
+    command->callback([&c, run] { c.run = [&c, run] { return run(c.globals, c.ini); }; });
+    return command;
+}
+
+void AddIniSet(CLI::App& ini, Commands& c) {
+    CLI::App* const set =
+        Add(ini, "set",
+            "Change a value, or add it, under the locks of the component's processes. The file is "
+            "replaced as a whole and the old one kept as FILE-. Comments do not survive unless "
+            "--keep-comments is given.",
+            "  korx ini set ./device.ini NET PORT 8080\n"
+            "  korx ini set ./device.ini NET PORT 8080 --keep-comments --existing");
+    AddIniCommand(set, c, Scope::kKeyAndValue, RunIniSet);
+    set->add_flag("--keep-comments", c.ini.keep_comments,
+                  "Change the text in place: comments, blanks and order stay");
+    set->add_flag("--existing", c.ini.existing, "Status 1 if there is no such key, nothing added");
 }
 
 void AddIni(CLI::App& app, Commands& c) {
@@ -141,58 +195,35 @@ void AddIni(CLI::App& app, Commands& c) {
                               "  korx ini set ./device.ini NET PORT 8080 --keep-comments\n"
                               "  korx ini check ./device.ini");
     ini->require_subcommand(1);
-    const auto add = [&](const char* name, const char* what, const char* examples, int arguments,
-                         int (*function)(const Globals&, const IniOptions&)) {
-        CLI::App* const command = Add(*ini, name, what, examples);
-        AddGlobals(command, c, false);
-        command->add_option("file", c.ini.file, "The profile")->type_name("FILE")->required();
-        if (arguments != 0)
-            command
-                ->add_option("section", c.ini.section, "The section, with or without its brackets")
-                ->type_name("SECTION")
-                ->required(arguments > 0);
-        if (arguments > 1)
-            command->add_option("key", c.ini.key, "The key")->type_name("KEY")->required();
-        if (arguments > 2)
-            command->add_option("value", c.ini.value, "The value")->type_name("VALUE")->required();
-        command->callback(
-            [&c, function] { c.run = [&c, function] { return function(c.globals, c.ini); }; });
-        return command;
-    };
-    add("get", "Print a value, without the quotes around it; status 1 where there is none",
-        "  korx ini get /etc/base.d/base.conf PATH LOG_PATH", 2, RunIniGet)
+    CLI::App* const get = Add(
+        *ini, "get", "Print a value, without the quotes around it; status 1 where there is none",
+        "  korx ini get /etc/base.d/base.conf PATH LOG_PATH");
+    AddIniCommand(get, c, Scope::kKey, RunIniGet)
         ->add_flag("--raw", c.ini.raw, "As it stands in the file, with its quotes");
-    CLI::App* const set =
-        add("set",
-            "Change a value, or add it, under the locks of the component's processes. The file is "
-            "replaced as a whole and the old one kept as FILE-. Comments do not survive unless "
-            "--keep-comments is given.",
-            "  korx ini set ./device.ini NET PORT 8080\n"
-            "  korx ini set ./device.ini NET PORT 8080 --keep-comments --existing",
-            3, RunIniSet);
-    set->add_flag("--keep-comments", c.ini.keep_comments,
-                  "Change the text in place: comments, blanks and order stay");
-    set->add_flag("--existing", c.ini.existing, "Status 1 if there is no such key, nothing added");
-    add("list", "Print a profile, or one section, as the loader reads it",
-        "  korx ini list ./device.ini\n"
-        "  korx ini list ./device.ini NET --json",
-        -1, RunIniList);
-    add("check", "Name every line that is refused, cut, ignored or read as something else",
-        "  korx ini check ./device.ini && echo fine", 0, RunIniCheck);
+    AddIniSet(*ini, c);
+    CLI::App* const list =
+        Add(*ini, "list", "Print a profile, or one section, as the loader reads it",
+            "  korx ini list ./device.ini\n"
+            "  korx ini list ./device.ini NET --json");
+    AddIniCommand(list, c, Scope::kFileOrSection, RunIniList);
+    CLI::App* const check = Add(
+        *ini, "check", "Name every line that is refused, cut, ignored or read as something else",
+        "  korx ini check ./device.ini && echo fine");
+    AddIniCommand(check, c, Scope::kFile, RunIniCheck);
 }
 
 void AddBoard(CLI::App& app, Commands& c) {
     CLI::App* const paths =
         Add(app, "paths", "The component's paths, where they come from, and their links",
             "  korx paths");
-    AddGlobals(paths, c, false);
+    AddGlobals(paths, c, Reads::kNoLogs);
     paths->callback([&c] { c.run = [&c] { return RunPaths(c.globals); }; });
 
     CLI::App* const space =
         Add(app, "space", "Record the usage of the file systems in the space-full log and show it",
             "  korx space\n"
             "  korx space --no-record --json");
-    AddGlobals(space, c, false);
+    AddGlobals(space, c, Reads::kNoLogs);
     space->add_flag("!--no-record", c.space.record, "Only show it");
     space->callback([&c] { c.run = [&c] { return RunSpace(c.globals, c.space); }; });
 
@@ -202,7 +233,7 @@ void AddBoard(CLI::App& app, Commands& c) {
             "the board is not well",
             "  korx doctor\n"
             "  korx doctor --json | jq 'select(.verdict != \"ok\")'");
-    AddGlobals(doctor, c, true);
+    AddGlobals(doctor, c, Reads::kLogs);
     doctor->callback([&c] { c.run = [&c] { return RunDoctor(c.globals); }; });
 }
 
@@ -237,12 +268,11 @@ int Run(int argc, char** argv) {
 // A closed standard stream must not be given to the next file that is opened. For reading only:
 // what is written to a closed standard output must fail, not vanish.
 void FillStandardStreams() {
-    for (int fd = open("/dev/null", O_RDONLY); fd >= 0; fd = open("/dev/null", O_RDONLY)) {
-        if (fd > STDERR_FILENO) {
-            close(fd);
-            return;
-        }
-    }
+    UniqueFd fd;
+    do {
+        (void) fd.release();  // it stays, as the stream that was missing
+        fd.reset(open("/dev/null", O_RDONLY));
+    } while (fd && fd.get() <= STDERR_FILENO);
 }
 
 }  // namespace

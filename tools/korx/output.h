@@ -1,6 +1,8 @@
 // Buffered output that reports every failure and can be made durable.
 #pragma once
 
+#include <unistd.h>
+
 #include <string>
 #include <string_view>
 
@@ -10,6 +12,7 @@ namespace korx::tool {
 
 class Output {
   public:
+    Output() : Output(STDOUT_FILENO, "standard output") {}
     Output(int fd, std::string name) : fd_(fd), name_(std::move(name)) { buffer_.reserve(kRoom); }
     // What was not flushed is dropped: a command that failed has said so.
     Output(const Output&) = delete;

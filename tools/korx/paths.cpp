@@ -7,9 +7,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <nlohmann/json.hpp>
 #include <vector>
 
+#include "format/board.h"
+#include "json.h"
 #include "korx/path.h"
 #include "korx/str.h"
 #include "output.h"
@@ -22,14 +23,14 @@ namespace {
 ConfiguredPath Configured(const KORX_IniSection* profile, const std::string& trouble,
                           const char* key, const char* name) {
     ConfiguredPath result;
-    result.path = std::string(kDefaultBase) + "/" + name;
+    result.path = std::string(kBaseDir) + "/" + name;
     if (!trouble.empty()) {
         result.origin = "default: " + trouble;
         return result;
     }
-    const KORX_IniKey* const found = FindKey(profile, "[PATH]", key);
+    const KORX_IniKey* const found = FindKey(profile, kPathSection, key);
     if (found == nullptr) {
-        result.origin = std::string("default: no key ") + key + " in section [PATH]";
+        result.origin = std::string("default: no key ") + key + " in section " + kPathSection;
         return result;
     }
     const auto value = LookupValue(*found);
@@ -46,7 +47,7 @@ ConfiguredPath Configured(const KORX_IniSection* profile, const std::string& tro
     }
     ORX_CutPathStr(buffer);
     result.path = buffer;
-    result.origin = std::string("configured: ") + key + " in " + kBaseConfig;
+    result.origin = std::string("configured: ") + key + " in " + kConfFile;
     result.is_default = false;
     return result;
 }
@@ -67,19 +68,19 @@ std::string LinkContents(const std::string& path) {
 Paths ResolvePaths() {
     Profile profile;
     std::string trouble;
-    if (access(kBaseConfig, F_OK) < 0) {
-        trouble = SystemError(kBaseConfig, errno);
+    if (access(kConfFile, F_OK) < 0) {
+        trouble = SystemError(kConfFile, errno);
     } else {
         try {
-            profile = LoadProfile(kBaseConfig);
+            profile = LoadProfile(kConfFile);
             if (!profile)
-                trouble = std::string(kBaseConfig) + " has no section or is refused by the loader";
+                trouble = std::string(kConfFile) + " has no section or is refused by the loader";
         } catch (const Failure& failure) {
             trouble = failure.text;
         }
     }
-    return {Configured(profile.get(), trouble, "LOG_PATH", "log"),
-            Configured(profile.get(), trouble, "DATA_PATH", "data")};
+    return {Configured(profile.get(), trouble, kLogPathKey, kLogDirName),
+            Configured(profile.get(), trouble, kDataPathKey, kDataDirName)};
 }
 
 std::string StateOfPath(const std::string& path) {
@@ -104,9 +105,9 @@ LinkState StateOfLogDirectory(const ConfiguredPath& log) {
     struct stat st;
     state.is_link = lstat(log.path.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
     state.well = stat(log.path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-    if (log.is_default && state.is_link && LinkContents(log.path) != kLinkTarget) {
+    if (log.is_default && state.is_link && LinkContents(log.path) != kLogLinkTarget) {
         state.well = false;
-        state.text += std::string(", should be a link to ") + kLinkTarget;
+        state.text += std::string(", should be a link to ") + kLogLinkTarget;
     }
     return state;
 }
@@ -124,21 +125,20 @@ int RunPaths(const Globals& globals) {
     (void) KORX_GetLocalDataFileFullPath(local_data, sizeof local_data);
     const Paths paths = ResolvePaths();
     const std::vector<Row> rows = {
-        {"config", kBaseConfig, "fixed", StateOfPath(kBaseConfig)},
+        {"config", kConfFile, "fixed", StateOfPath(kConfFile)},
         {"log", paths.log.path, paths.log.origin, StateOfLogDirectory(paths.log).text},
         {"data", paths.data.path, paths.data.origin, StateOfPath(paths.data.path)},
         {"tmp", temporary, "fixed", StateOfPath(temporary)},
         {"local-data", local_data, "fixed", StateOfPath(local_data)},
     };
-    Output out(STDOUT_FILENO, "standard output");
+    Output out;
     for (const Row& row : rows) {
         if (globals.json) {
-            nlohmann::ordered_json object = {{"name", row.name},
-                                             {"path", row.path},
-                                             {"origin", row.origin},
-                                             {"state", row.state},
-                                             {"resolved", Resolved(row.path)}};
-            out.write(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+            out.write(JsonLine({{"name", row.name},
+                                {"path", row.path},
+                                {"origin", row.origin},
+                                {"state", row.state},
+                                {"resolved", Resolved(row.path)}}));
             continue;
         }
         std::string line = row.name;

@@ -8,10 +8,6 @@
 
 namespace korx::tool {
 
-inline constexpr char kBaseConfig[] = "/etc/base.d/base.conf";
-inline constexpr char kLinkTarget[] = "/opt/tarnos/var/log";
-inline constexpr char kDefaultBase[] = "/opt/veltra/quarn/common";
-
 struct ConfiguredPath {
     std::string path;    // as the library hands it out
     std::string origin;  // "configured" or why it is the default

@@ -1,38 +1,25 @@
 #include "profile.h"
 
 #include <errno.h>
-#include <fcntl.h>
+#include <stdio.h>
 #include <string.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "common.h"
+#include "files.h"
 
 namespace korx::tool {
-namespace {
 
-// A regular file opened for reading. Throws Failure.
-int OpenRegular(const std::string& file, struct stat* st) {
-    const int fd = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0)
-        throw Failure{kInput, SystemError(file, errno)};
-    if (fstat(fd, st) < 0 || !S_ISREG(st->st_mode)) {
-        close(fd);
-        throw Failure{kInput, file + ": not a regular file"};
-    }
-    return fd;
+std::string ProfileText(const std::string& file) {
+    constexpr size_t kMost = 16 << 20;
+    return ReadWholeFile(file, kMost);
 }
 
-}  // namespace
-
 Profile LoadProfile(const std::string& file) {
-    struct stat st;
-    const int fd = OpenRegular(file, &st);
-    FILE* const stream = fdopen(fd, "r");
-    if (stream == nullptr) {
-        close(fd);
+    UniqueFd fd = OpenRegular(file);
+    FILE* const stream = fdopen(fd.get(), "r");
+    if (stream == nullptr)
         throw Failure{kInput, SystemError(file, errno)};
-    }
+    (void) fd.release();  // it is the stream's now, and the loader closes that
     return Profile(KORX_IniLoadProfile(stream));
 }
 
@@ -65,23 +52,6 @@ std::string Bracketed(const std::string& section) {
 
 std::string WithDirectory(const std::string& file) {
     return file.find('/') == std::string::npos ? "./" + file : file;
-}
-
-std::string ReadWholeFile(const std::string& file, size_t limit) {
-    struct stat st;
-    const int fd = OpenRegular(file, &st);
-    std::string content;
-    char piece[16384];
-    ssize_t count = 0;
-    while (content.size() <= limit && (count = read(fd, piece, sizeof piece)) > 0)
-        content.append(piece, static_cast<size_t>(count));
-    const int error = errno;
-    close(fd);
-    if (count < 0)
-        throw Failure{kInput, SystemError(file, error)};
-    if (content.size() > limit)
-        throw Failure{kInput, file + ": more than " + std::to_string(limit) + " bytes"};
-    return content;
 }
 
 }  // namespace korx::tool

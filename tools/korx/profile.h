@@ -14,6 +14,9 @@ struct FreeProfile {
 };
 using Profile = std::unique_ptr<KORX_IniSection, FreeProfile>;
 
+// The text of a profile. Throws Failure.
+std::string ProfileText(const std::string& file);
+
 // Opened for reading only, unlike the library's lookups, which need write permission. Null for a
 // file without sections and for one that the loader refuses. Throws Failure when it cannot be
 // opened.
@@ -31,8 +34,5 @@ std::string Bracketed(const std::string& section);
 
 // The library wants every file named with its directory.
 std::string WithDirectory(const std::string& file);
-
-// A whole file, at most limit bytes. Throws Failure.
-std::string ReadWholeFile(const std::string& file, size_t limit);
 
 }  // namespace korx::tool

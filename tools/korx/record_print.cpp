@@ -10,8 +10,9 @@ namespace {
 
 constexpr std::string_view kSeverities[] = {"debug", "info", "warning", "error", "fatal"};
 constexpr std::string_view kHumanLevels[] = {"DEBUG  ", "INFO   ", "WARNING", "ERROR  ", "FATAL  "};
-constexpr std::string_view kLevelColors[] = {"\033[2m", "", "\033[33m", "\033[31m", "\033[1;31m"};
 constexpr std::string_view kDim = "\033[2m";
+constexpr std::string_view kErrorColor = "\033[31m";
+constexpr std::string_view kLevelColors[] = {kDim, "", "\033[33m", kErrorColor, "\033[1;31m"};
 constexpr std::string_view kReset = "\033[0m";
 
 bool Has(const korx_record& record, uint32_t field) {
@@ -32,17 +33,18 @@ const char* NameField(korx_log_kind kind) {
                                       : ",\"mount\":";
 }
 
-void AppendJson(std::string& out, const korx_record& record, std::string_view file) {
-    const auto number = [&](uint32_t field, std::string_view name, uint64_t value) {
-        if (Has(record, field)) {
-            out += name;
-            AppendNumber(out, value);
-        }
-    };
-    out += '{';
+void AppendJsonNumber(std::string& out, const korx_record& record, uint32_t field,
+                      std::string_view name, uint64_t value) {
+    if (!Has(record, field))
+        return;
+    out += name;
+    AppendNumber(out, value);
+}
+
+void AppendJsonTimeAndLevel(std::string& out, const korx_record& record) {
     if (Has(record, KORX_FIELD_TIME)) {
         out += "\"time\":\"";
-        AppendTime(out, record.time, record.utc_offset, true);
+        AppendTime(out, record.time, record.utc_offset, TimeForm::kRfc3339);
         out += "\",";
     }
     if (Has(record, KORX_FIELD_LEVEL)) {
@@ -50,15 +52,34 @@ void AppendJson(std::string& out, const korx_record& record, std::string_view fi
         out += SeverityName(record.level);
         out += "\",";
     }
+}
+
+void AppendJsonMessage(std::string& out, const korx_record& record) {
+    if (Has(record, KORX_FIELD_MESSAGE)) {
+        out += ",\"message\":";
+        AppendJsonString(out, View(record.message, record.message_length));
+    } else if (IsDamaged(record)) {
+        out += ",\"message\":";
+        AppendJsonString(out, View(record.text, record.length));
+    }
+    if (IsDamaged(record)) {
+        out += ",\"damaged\":true,\"offset\":";
+        AppendNumber(out, record.offset);
+    }
+}
+
+void AppendJson(std::string& out, const korx_record& record, std::string_view file) {
+    out += '{';
+    AppendJsonTimeAndLevel(out, record);
     out += "\"kind\":\"";
     out += korx_log_kind_name(record.kind);
     out += "\",\"file\":";
     AppendJsonString(out, file);
-    number(KORX_FIELD_INDEX, ",\"index\":", record.index);
-    number(KORX_FIELD_APP_CID, ",\"app_cid\":", record.app_cid);
-    number(KORX_FIELD_LOCATION, ",\"location\":", record.location);
-    number(KORX_FIELD_M_VALUE, ",\"m\":", record.m_value);
-    number(KORX_FIELD_VALUE, ",\"value\":", record.value);
+    AppendJsonNumber(out, record, KORX_FIELD_INDEX, ",\"index\":", record.index);
+    AppendJsonNumber(out, record, KORX_FIELD_APP_CID, ",\"app_cid\":", record.app_cid);
+    AppendJsonNumber(out, record, KORX_FIELD_LOCATION, ",\"location\":", record.location);
+    AppendJsonNumber(out, record, KORX_FIELD_M_VALUE, ",\"m\":", record.m_value);
+    AppendJsonNumber(out, record, KORX_FIELD_VALUE, ",\"value\":", record.value);
     if (Has(record, KORX_FIELD_NAME)) {
         out += NameField(record.kind);
         AppendJsonString(out, View(record.name, record.name_length));
@@ -67,18 +88,8 @@ void AppendJson(std::string& out, const korx_record& record, std::string_view fi
         out += ",\"pid\":";
         out += std::to_string(record.pid);
     }
-    number(KORX_FIELD_MODULE, ",\"module\":", record.module);
-    const bool damaged = IsDamaged(record);
-    if (Has(record, KORX_FIELD_MESSAGE) || damaged) {
-        out += ",\"message\":";
-        AppendJsonString(out, Has(record, KORX_FIELD_MESSAGE)
-                                  ? View(record.message, record.message_length)
-                                  : View(record.text, record.length));
-    }
-    if (damaged) {
-        out += ",\"damaged\":true,\"offset\":";
-        AppendNumber(out, record.offset);
-    }
+    AppendJsonNumber(out, record, KORX_FIELD_MODULE, ",\"module\":", record.module);
+    AppendJsonMessage(out, record);
     out += "}\n";
 }
 
@@ -128,58 +139,84 @@ void AppendFields(std::string& out, const korx_record& record) {
     AppendPadded(out, record.value, 3);
 }
 
-void AppendHuman(std::string& out, const korx_record& record, std::string_view file,
-                 const Style& style) {
-    const size_t line = out.size();
-    size_t invisible = 0;
-    const auto color = [&](std::string_view code) {
-        if (style.color) {
-            out += code;
-            invisible += code.size();
-        }
-    };
-    if (style.with_file) {
-        color(kDim);
-        out += file;
-        out.append(file.size() < 17 ? 17 - file.size() : 0, ' ');
-        color(kReset);
-        out += ' ';
+// A line while it grows. It knows its column, in which the further lines of a message begin, too.
+class Line {
+  public:
+    Line(std::string& text, const Style& style) : text_(text), style_(style), start_(text.size()) {}
+
+    void color(std::string_view code) {
+        if (!style_.color)
+            return;
+        text_ += code;
+        invisible_ += code.size();
     }
-    if (!Has(record, KORX_FIELD_TIME)) {
-        color(kLevelColors[3]);
-        out += "damaged text at offset ";
-        AppendNumber(out, record.offset);
-        color(kReset);
-        out += ": ";
-        AppendPlain(out, View(record.text, record.length), out.size() - line - invisible);
-        out += '\n';
-        return;
-    }
-    color(kDim);
-    AppendTime(out, record.time, record.utc_offset, false);
-    color(kReset);
-    if (Has(record, KORX_FIELD_LEVEL)) {
-        const size_t level = std::min<size_t>(record.level, std::size(kHumanLevels) - 1);
-        out += ' ';
-        color(kLevelColors[level]);
-        out += kHumanLevels[level];
-        if (!kLevelColors[level].empty())
-            color(kReset);
-    }
+    size_t column() const { return text_.size() - start_ - invisible_; }
+
+  private:
+    std::string& text_;
+    const Style& style_;
+    const size_t start_;
+    size_t invisible_ = 0;
+};
+
+void AppendFile(std::string& out, Line& line, std::string_view file) {
+    constexpr size_t kWidth = 17;
+    line.color(kDim);
+    out += file;
+    out.append(file.size() < kWidth ? kWidth - file.size() : 0, ' ');
+    line.color(kReset);
+    out += ' ';
+}
+
+void AppendLevel(std::string& out, Line& line, uint32_t level) {
+    level = std::min<uint32_t>(level, std::size(kHumanLevels) - 1);
+    out += ' ';
+    line.color(kLevelColors[level]);
+    out += kHumanLevels[level];
+    if (!kLevelColors[level].empty())
+        line.color(kReset);
+}
+
+// What has no time is no record at all, only some text between them.
+void AppendForeignText(std::string& out, Line& line, const korx_record& record) {
+    line.color(kErrorColor);
+    out += "damaged text at offset ";
+    AppendNumber(out, record.offset);
+    line.color(kReset);
+    out += ": ";
+    AppendPlain(out, View(record.text, record.length), line.column());
+}
+
+void AppendWholeRecord(std::string& out, Line& line, const korx_record& record) {
+    line.color(kDim);
+    AppendTime(out, record.time, record.utc_offset, TimeForm::kHuman);
+    line.color(kReset);
+    if (Has(record, KORX_FIELD_LEVEL))
+        AppendLevel(out, line, record.level);
     AppendFields(out, record);
     if (Has(record, KORX_FIELD_MESSAGE)) {
         out += "  ";
-        AppendPlain(out, View(record.message, record.message_length),
-                    out.size() - line - invisible);
+        AppendPlain(out, View(record.message, record.message_length), line.column());
     }
     if (IsDamaged(record)) {
         out += "  ";
-        color(kLevelColors[3]);
+        line.color(kErrorColor);
         out += "[damaged, offset ";
         AppendNumber(out, record.offset);
         out += ']';
-        color(kReset);
+        line.color(kReset);
     }
+}
+
+void AppendHuman(std::string& out, const korx_record& record, std::string_view file,
+                 const Style& style) {
+    Line line(out, style);
+    if (style.with_file)
+        AppendFile(out, line, file);
+    if (Has(record, KORX_FIELD_TIME))
+        AppendWholeRecord(out, line, record);
+    else
+        AppendForeignText(out, line, record);
     out += '\n';
 }
 

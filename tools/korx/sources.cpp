@@ -4,30 +4,17 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include "format/kinds.h"
 #include "paths.h"
 
 namespace korx::tool {
 namespace {
 
-struct FixedLog {
-    korx_log_kind kind;
-    const char* file;
-};
-
-// In the order in which they are listed.
-constexpr FixedLog kFixedLogs[] = {
-    {KORX_LOG_TEXT, "orx_agent.log"},    {KORX_LOG_TEXT, "orx_app.log"},
-    {KORX_LOG_DIAG, "KORX_DIAG_LOG"},    {KORX_LOG_SECURITY, "korx_safe.log"},
-    {KORX_LOG_LIFE, "korx_life.log"},    {KORX_LOG_START, "KORX_START_LOG"},
-    {KORX_LOG_PROCESS, "QTMON.log"},     {KORX_LOG_PROCESS, "zelk_agent.log"},
-    {KORX_LOG_PROCESS, "ZELK_QR9T.log"}, {KORX_LOG_PROCESS, "zelk.log"},
-    {KORX_LOG_PROCESS, "DXN.log"},       {KORX_LOG_SPACE, "orx_spacefull.log"},
-};
-
+// KORX_LOG_AUTO for a word that names none.
 korx_log_kind KindOfWord(const std::string& word) {
-    for (int kind = KORX_LOG_TEXT; kind <= KORX_LOG_SPACE; ++kind)
-        if (word == korx_log_kind_name(static_cast<korx_log_kind>(kind)))
-            return static_cast<korx_log_kind>(kind);
+    for (const LogKind& kind : kKinds)
+        if (kind.kind != KORX_LOG_AUTO && word == kind.name)
+            return kind.kind;
     return KORX_LOG_AUTO;
 }
 
@@ -43,6 +30,14 @@ bool Exists(const std::string& path) {
 
 }  // namespace
 
+std::string KindWords() {
+    std::string words;
+    for (const LogKind& kind : kKinds)
+        if (kind.kind != KORX_LOG_AUTO)
+            words += std::string(kind.name) + ", ";
+    return words + kEveryKind;
+}
+
 std::vector<Source> AllSources(const Globals& globals) {
     const std::string directory =
         globals.directory.empty() ? ResolvePaths().log.path : globals.directory;
@@ -52,26 +47,28 @@ std::vector<Source> AllSources(const Globals& globals) {
     if (!S_ISDIR(st.st_mode))
         throw Failure{kInput, "log directory " + directory + ": not a directory"};
     std::vector<Source> sources;
-    for (const FixedLog& log : kFixedLogs)
-        sources.push_back({log.kind, directory + "/" + log.file, log.file, true});
+    for (const LogKind& kind : kKinds) {
+        for (const char* name : kind.files) {
+            const std::string file = std::string(name) + kind.suffix;
+            sources.push_back({kind.kind, directory + "/" + file, file, Absence::kAllowed});
+        }
+    }
     return sources;
 }
 
 std::vector<Source> FindSources(const Globals& globals, const std::string& word,
                                 const std::string& process) {
     const korx_log_kind kind = KindOfWord(word);
-    if (kind == KORX_LOG_AUTO && word != "all") {
+    if (kind == KORX_LOG_AUTO && word != kEveryKind) {
         if (word.find('/') == std::string::npos && !Exists(word))
-            throw Failure{kUsage, "'" + word +
-                                      "' is neither a file nor one of text, diag, security, life, "
-                                      "start, process, space, all"};
-        return {{KORX_LOG_AUTO, word, BaseName(word), false}};
+            throw Failure{kUsage, "'" + word + "' is neither a file nor one of " + KindWords()};
+        return {{KORX_LOG_AUTO, word, BaseName(word), Absence::kFails}};
     }
     std::vector<Source> found;
     for (Source& source : AllSources(globals)) {
         if (kind != KORX_LOG_AUTO && source.kind != kind)
             continue;
-        if (!process.empty() && source.file != process + ".log")
+        if (!process.empty() && source.file != process + kProcessSuffix)
             continue;
         found.push_back(std::move(source));
     }
@@ -87,11 +84,19 @@ Reader OpenReader(const Source& source, uint32_t flags) {
     korx_reader_error error = {};
     const korx_reader_code code =
         korx_reader_open(source.path.c_str(), source.kind, &options, &reader, &error);
-    if (code == KORX_READER_OPEN && error.system_error == ENOENT && source.may_miss)
+    if (code == KORX_READER_OPEN && error.system_error == ENOENT &&
+        source.absence == Absence::kAllowed)
         return nullptr;
     if (code != KORX_READER_OK)
-        throw Failure{kInput, error.text, code == KORX_READER_LOCKED};
+        throw Failure{kInput, error.text,
+                      code == KORX_READER_LOCKED ? Trouble::kBusy : Trouble::kLasting};
     return Reader(reader);
+}
+
+korx_reader_info InfoOf(const korx_reader* reader) {
+    korx_reader_info info = {};
+    korx_reader_get_info(reader, &info);
+    return info;
 }
 
 bool HeadIsDamaged(const korx_reader* reader, std::string* text) {

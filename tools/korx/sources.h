@@ -10,17 +10,26 @@
 
 namespace korx::tool {
 
+// What a log is that is not there: a mistake where the file was named, but not where its kind was.
+enum class Absence { kFails, kAllowed };
+
 struct Source {
     korx_log_kind kind = KORX_LOG_AUTO;
     std::string path;
-    std::string file;       // the path's last component
-    bool may_miss = false;  // named by a kind: it is no error when it is not there
+    std::string file;  // the path's last component
+    Absence absence = Absence::kFails;
 };
 
 struct CloseReader {
     void operator()(korx_reader* reader) const { korx_reader_close(reader); }
 };
 using Reader = std::unique_ptr<korx_reader, CloseReader>;
+
+// The word that names all logs.
+inline constexpr char kEveryKind[] = "all";
+
+// The words that name logs, as a list for people: "text, diag, ... all".
+std::string KindWords();
 
 // All logs below the log directory.
 std::vector<Source> AllSources(const Globals& globals);
@@ -32,6 +41,8 @@ std::vector<Source> FindSources(const Globals& globals, const std::string& word,
 
 // Opens a log. Null when it is missing and may be. Throws Failure.
 Reader OpenReader(const Source& source, uint32_t flags = 0);
+
+korx_reader_info InfoOf(const korx_reader* reader);
 
 // Whether a ring's head cannot be trusted, so that nothing can be acknowledged; text says why.
 bool HeadIsDamaged(const korx_reader* reader, std::string* text);

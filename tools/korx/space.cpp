@@ -10,8 +10,9 @@
 
 #include <algorithm>
 #include <memory>
-#include <nlohmann/json.hpp>
 
+#include "format/kinds.h"
+#include "json.h"
 #include "korx/fs.h"
 #include "korx/path.h"
 #include "output.h"
@@ -20,18 +21,13 @@
 namespace korx::tool {
 namespace {
 
-uint32_t Percent(uint64_t used, uint64_t available) {
-    const uint64_t usable = used + available;
-    return usable == 0 ? 0 : static_cast<uint32_t>((used * 100 + usable / 2) / usable);
-}
-
 // Where the log cannot be opened the library writes to standard output, which is ours.
 void Record() {
     char directory_text[256] = {};
     if (KORX_GetLogPath(directory_text, sizeof directory_text) != 0)
         throw Failure{kInput, "not recorded: the log directory is unknown"};
     const std::string directory = directory_text;
-    const std::string file = directory + "/orx_spacefull.log";
+    const std::string file = directory + "/" + kSpaceLogFile;
     const bool exists = access(file.c_str(), F_OK) == 0;
     if (access(exists ? file.c_str() : directory.c_str(), W_OK) < 0)
         throw Failure{kInput, "not recorded: " + SystemError(exists ? file : directory, errno)};
@@ -52,7 +48,7 @@ std::vector<Mount> MountedFileSystems() {
         const auto block = static_cast<uint64_t>(fs.f_bsize);
         const uint64_t used = fs.f_blocks - fs.f_bfree;
         mounts.push_back({entry.mnt_dir, fs.f_blocks * block, used * block, fs.f_bavail * block,
-                          Percent(used, fs.f_bavail)});
+                          UsedPercent(fs)});
     }
     return mounts;
 }
@@ -67,17 +63,16 @@ int RunSpace(const Globals& globals, const SpaceOptions& options) {
             status = failure.status;
         }
     }
-    Output out(STDOUT_FILENO, "standard output");
+    Output out;
     if (!globals.json)
         out.write("  SIZE    USED    FREE  USE%  MOUNT\n");
     for (const Mount& mount : MountedFileSystems()) {
         if (globals.json) {
-            const nlohmann::ordered_json object = {{"mount", mount.directory},
-                                                   {"size", mount.size},
-                                                   {"used", mount.used},
-                                                   {"available", mount.available},
-                                                   {"percent", mount.percent}};
-            out.write(object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+            out.write(JsonLine({{"mount", mount.directory},
+                                {"size", mount.size},
+                                {"used", mount.used},
+                                {"available", mount.available},
+                                {"percent", mount.percent}}));
             continue;
         }
         char numbers[64];

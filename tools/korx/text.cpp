@@ -170,7 +170,7 @@ void AppendHex8(std::string& out, uint32_t number) {
     out.append(digits, sizeof digits);
 }
 
-void AppendTime(std::string& out, const timespec& time, int32_t utc_offset, bool rfc3339) {
+void AppendTime(std::string& out, const timespec& time, int32_t utc_offset, TimeForm form) {
     constexpr int64_t kDay = 86400;
     const int64_t local = static_cast<int64_t>(time.tv_sec) + utc_offset;
     const int64_t day = local >= 0 ? local / kDay : (local - kDay + 1) / kDay;
@@ -184,7 +184,7 @@ void AppendTime(std::string& out, const timespec& time, int32_t utc_offset, bool
     AppendDigits(text + 14, second / 60 % 60, 2);
     AppendDigits(text + 17, second % 60, 2);
     AppendDigits(text + 20, static_cast<unsigned>(time.tv_nsec / 1000), 6);
-    if (!rfc3339) {
+    if (form == TimeForm::kHuman) {
         out.append(text, 26);
         return;
     }
@@ -202,26 +202,18 @@ std::string NowRfc3339() {
     struct tm local = {};
     localtime_r(&now.tv_sec, &local);
     std::string text;
-    AppendTime(text, now, static_cast<int32_t>(local.tm_gmtoff), true);
+    AppendTime(text, now, static_cast<int32_t>(local.tm_gmtoff), TimeForm::kRfc3339);
     return text;
 }
 
 std::string HumanSize(uint64_t bytes) {
-    constexpr char kUnits[] = "BKMGTPE";
     if (bytes < 1024)
         return std::to_string(bytes);
-    size_t unit = 0;
-    uint64_t tenths = bytes;
-    while (tenths >= 1024 * 10 / 10 && unit < 6) {
-        if (tenths < 1024 * 1024) {
-            tenths = tenths * 10 / 1024;
-            ++unit;
-            break;
-        }
-        tenths /= 1024;
+    const char* unit = "KMGTPE";
+    for (; bytes >= 1024 * 1024; bytes /= 1024)
         ++unit;
-    }
-    return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + kUnits[unit];
+    const uint64_t tenths = bytes * 10 / 1024;
+    return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + *unit;
 }
 
 }  // namespace korx::tool

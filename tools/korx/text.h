@@ -21,10 +21,12 @@ void AppendNumber(std::string& out, uint64_t number);
 void AppendPadded(std::string& out, uint64_t number, size_t width);
 void AppendHex8(std::string& out, uint32_t number);
 
-// "2024-03-05T14:07:09.004211+01:00", or without zone and with a blank for people.
-void AppendTime(std::string& out, const timespec& time, int32_t utc_offset, bool rfc3339);
+enum class TimeForm {
+    kHuman,    // "2024-03-05 14:07:09.004211"
+    kRfc3339,  // "2024-03-05T14:07:09.004211+01:00"
+};
+void AppendTime(std::string& out, const timespec& time, int32_t utc_offset, TimeForm form);
 
-// The time now, as AppendTime does for JSON.
 std::string NowRfc3339();
 
 // "262144" as "256.0K", for people.

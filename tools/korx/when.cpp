@@ -3,7 +3,6 @@
 #include <ctype.h>
 #include <stdio.h>
 #include <string.h>
-#include <time.h>
 
 namespace korx::tool {
 namespace {
@@ -151,10 +150,14 @@ std::optional<int64_t> ParseCalendar(const char* text, int64_t now_us) {
 
 }  // namespace
 
+int64_t Microseconds(const timespec& time) {
+    return int64_t{time.tv_sec} * kSecond + time.tv_nsec / 1000;
+}
+
 int64_t NowMicroseconds() {
     timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
-    return int64_t{now.tv_sec} * kSecond + now.tv_nsec / 1000;
+    return Microseconds(now);
 }
 
 std::optional<int64_t> ParseWhen(const std::string& text, int64_t now_us) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <stdint.h>
+#include <time.h>
 
 #include <optional>
 #include <string>
@@ -13,6 +14,8 @@ namespace korx::tool {
 // "1d12h". Without a zone it is local time. now_us: the time that ages count from.
 std::optional<int64_t> ParseWhen(const std::string& text, int64_t now_us);
 
+// Since the Epoch.
+int64_t Microseconds(const timespec& time);
 int64_t NowMicroseconds();
 
 }  // namespace korx::tool

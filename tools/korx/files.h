@@ -1,0 +1,25 @@
+// Files as several commands open, read, write and keep them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "base/unique.h"
+
+namespace korx::tool {
+
+// The directory that a file's name is in: "." for a bare name.
+std::string DirectoryOf(const std::string& path);
+
+// A regular file opened for reading, whatever else may stand there. Throws Failure.
+UniqueFd OpenRegular(const std::string& file);
+
+// A whole file, at most limit bytes. Throws Failure.
+std::string ReadWholeFile(const std::string& file, size_t limit);
+
+// Both return whether they succeeded; errno says why they did not.
+bool WriteAll(int fd, std::string_view text);
+// A file's new name is on disk only once its directory is.
+bool SyncDirectoryOf(const std::string& path);
+
+}  // namespace korx::tool
