@@ -14,7 +14,6 @@
 namespace korx {
 namespace {
 
-constexpr char kStartHeaderName[] = ".korxloghdr";
 constexpr char kCursorSuffix[] = ".cursor";
 
 // Null: out of memory.
@@ -43,7 +42,7 @@ bool SetNames(const char* path, const korx_reader_options& options, LogNames* na
     names->path = Copy(whole);
     names->process = Copy(options.name != nullptr ? options.name : ProcessOf(file));
     names->header = options.header_path != nullptr ? Copy(options.header_path)
-                                                   : Joined(directory, kStartHeaderName);
+                                                   : Joined(directory, kStartHeaderFile);
     if (options.cursor_path != nullptr)
         names->cursor = Copy(options.cursor_path);
     else  // a descriptor without a name has no place for a cursor

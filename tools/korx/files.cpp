@@ -9,13 +9,6 @@
 
 namespace korx::tool {
 
-std::string DirectoryOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    if (slash == std::string::npos)
-        return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 UniqueFd OpenRegular(const std::string& file) {
     UniqueFd fd(open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!fd)
@@ -53,7 +46,8 @@ bool WriteAll(int fd, std::string_view text) {
 }
 
 bool SyncDirectoryOf(const std::string& path) {
-    const UniqueFd fd(open(DirectoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const UniqueFd fd(
+        open(std::string(DirectoryOf(path)).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return fd && fsync(fd.get()) == 0;
 }
 

@@ -4,12 +4,10 @@
 #include <string>
 #include <string_view>
 
+#include "base/directory.h"
 #include "base/unique.h"
 
 namespace korx::tool {
-
-// The directory that a file's name is in: "." for a bare name.
-std::string DirectoryOf(const std::string& path);
 
 // A regular file opened for reading, whatever else may stand there. Throws Failure.
 UniqueFd OpenRegular(const std::string& file);

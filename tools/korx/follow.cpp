@@ -19,7 +19,7 @@ Follower::Follower(const std::vector<Source>& sources)
         throw Failure{kInput, std::string("watching files failed: ") + strerror(errno)};
     for (const Source& source : sources) {
         Watched watched{source.path, source.file};
-        const std::string directory = DirectoryOf(source.path);
+        const std::string directory(DirectoryOf(source.path));
         watched.directory =
             inotify_add_watch(fd_.get(), directory.c_str(),
                               IN_CREATE | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR);
@@ -49,7 +49,7 @@ void Follower::take_events(std::vector<bool>* changed) {
                     (*changed)[i] = true;
                 } else if (event->wd == watched.directory) {
                     if ((event->mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED)) != 0)
-                        throw Failure{kInput, DirectoryOf(watched.path) +
+                        throw Failure{kInput, std::string(DirectoryOf(watched.path)) +
                                                   ": the directory has gone while following"};
                     if (event->len > 0 && watched.file == event->name) {
                         watch_content(watched);

@@ -105,7 +105,8 @@ void RewriteProfile(const std::string& file,
     if (rename(temporary.c_str(), file.c_str()) < 0)
         Fail("replacing", file);
     if (!SyncDirectoryOf(file))
-        Complain("the change may not be on disk yet: " + SystemError(DirectoryOf(file), errno));
+        Complain("the change may not be on disk yet: " +
+                 SystemError(std::string(DirectoryOf(file)), errno));
 }
 
 }  // namespace korx::tool
