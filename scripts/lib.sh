@@ -68,6 +68,17 @@ choose_sandbox() {
     export KORX_SANDBOX_WAY
 }
 
+# suite PRESET [CTEST-ARG...]
+suite() {
+    local preset=$1 serially=()
+    shift
+    choose_sandbox
+    build "$preset" || return
+    # In place only one can run at a time; those that wait for it would wait on their own time.
+    [ "$KORX_SANDBOX_WAY" != in-place ] || serially=(-j 1)
+    ctest --preset "$preset" "${serially[@]}" "$@"
+}
+
 # All C and C++ files under version control; none at all is an error.
 sources() {
     local files
