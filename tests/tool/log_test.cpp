@@ -142,7 +142,10 @@ TEST_F(LogShow, ShowsOthersLogsToAUserWhoMayOnlyRead) {
     chmod(tree.root().c_str(), 0755);
     chmod(log("korx_safe.log").c_str(), 0644);
     constexpr uid_t kNobody = 65534;
-    EXPECT_EQ(Messages(Korx("log show security --json", -1, kNobody)), Events(0, 3));
+    const Result shown = Korx("log show security --json", -1, kNobody);
+    if (shown.status == 126 || shown.status == 127)
+        GTEST_SKIP() << "there is no other user here, or none who gets at the command";
+    EXPECT_EQ(Messages(shown), Events(0, 3));
     Expect(Korx("log take security", -1, kNobody), 5, log("korx_safe.log"));
     EXPECT_EQ(Unread("security"), 3u);
     chmod(log("korx_safe.log").c_str(), 0600);
