@@ -44,11 +44,12 @@ need() {
     rm -f "$log"
 }
 
-# What every build of the presets needs. ccache is welcome, but nobody is sent for it.
-need_build_tools() {
+# need_to_build [PACKAGE...]: what every build of the presets needs, and the packages given. ccache is
+# welcome, but nobody is sent for it.
+need_to_build() {
     local welcome=()
     ! may_install || welcome=(ccache)
-    need cmake ninja-build g++ util-linux libgtest-dev libcli11-dev nlohmann-json3-dev \
+    need cmake ninja-build g++ util-linux libgtest-dev libcli11-dev nlohmann-json3-dev "$@" \
         "${welcome[@]}"
 }
 
