@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -31,6 +32,12 @@ inline constexpr std::string_view kBusyProcess = "zelk";     // works on files b
 inline constexpr std::string_view kCrashingProcess = "DXN";  // crashes when its work is done
 
 inline constexpr int kThreads = 3;
+
+// False where scripts/sandbox could not mount anything: then kMountedProfile is a file like others.
+inline bool HasMounts() {
+    const char* const sandbox = std::getenv("KORX_SANDBOX");
+    return sandbox == nullptr || std::string_view(sandbox) != "in-place";
+}
 
 // Runs as one process of the component; returns its exit status.
 int RunComponent(const Process& process);

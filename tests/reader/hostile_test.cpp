@@ -1,7 +1,9 @@
 // Input that no writer makes, files that can't be had, and writers that stand in the way.
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <string.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -378,6 +380,7 @@ TEST_F(Files, TakenWhileAnotherProcessWritesLoseNothing) {
     constexpr unsigned kRecords = 2000;
     const pid_t writer = fork();
     if (writer == 0) {
+        (void) prctl(PR_SET_PDEATHSIG, SIGKILL);  // without its reader it would try for ever
         (void) snprintf(g_stSLogInfo.acFileName, 256, "%s", path.c_str());
         g_stSLogInfo.uiMaxSize = 6000;
         for (unsigned i = 0; i < kRecords;) {

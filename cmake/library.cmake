@@ -1,0 +1,30 @@
+# korx_library(<target> <source>...): a shared library with the exports.map beside its CMakeLists.txt
+# and <target> without "korx_" as its name below korx::.
+#
+# C++ as a language, without its run-time library: nothing here throws, and --as-needed then leaves
+# libstdc++ out of NEEDED.
+function(korx_library target)
+    set(exports ${CMAKE_CURRENT_SOURCE_DIR}/exports.map)
+    string(REGEX REPLACE "^korx_" "korx::" alias ${target})
+    add_library(${target} SHARED ${ARGN})
+    add_library(${alias} ALIAS ${target})
+    set_target_properties(${target} PROPERTIES
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR}
+        C_VISIBILITY_PRESET hidden
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON
+        LINK_DEPENDS ${exports})
+    target_include_directories(${target}
+        PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+        PRIVATE ${PROJECT_SOURCE_DIR}/src)
+    target_compile_definitions(${target} PRIVATE _GNU_SOURCE)
+    target_compile_options(${target} PRIVATE
+        -fno-exceptions -fno-rtti -fno-threadsafe-statics -fstack-protector-strong
+        -fno-builtin-malloc $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op -Wduplicated-cond>)
+    target_link_options(${target} PRIVATE
+        -Wl,--version-script=${exports} -Wl,--as-needed -static-libgcc -Wl,-z,relro,-z,now
+        -Wl,-z,noseparate-code)
+    target_link_libraries(${target} PRIVATE korx_warnings)
+endfunction()
