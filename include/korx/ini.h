@@ -11,7 +11,8 @@
  * one counts.
  *
  * Files must be named with their directory ("./a.ini", not "a.ini"), and whoever reads one needs
- * write permission too. Readers take no lock: a change replaces the file by a rename. Every failure
+ * write permission too. Only a regular file is read by its name, or a link to one; a FIFO or device
+ * counts as unreadable. Readers take no lock: a change replaces the file by a rename. Every failure
  * is logged unless a function says otherwise. */
 #ifndef KORX_INI_H
 #define KORX_INI_H
@@ -63,9 +64,9 @@ KORX_API extern pthread_mutex_t g_unKorxIniWriteLock;
 
 /* --- Reading --- */
 
-/* Reads a profile from a stream and closes the stream. The caller frees the result with
- * KORX_FreeProfile. Null for a null stream, for a file without a section and for a failed load: a
- * read error, a key line that is too long, no memory (the last without a line). */
+/* Reads a profile from a stream of any kind, to its end, and closes the stream. The caller frees
+ * the result with KORX_FreeProfile. Null for a null stream, for a file without a section and for a
+ * failed load: a read error, a key line that is too long, no memory (the last without a line). */
 KORX_API KORX_IniSection* KORX_IniLoadProfile(FILE* stream);
 
 /* Frees a profile with all its sections and keys; null is ignored. */

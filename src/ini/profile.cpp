@@ -8,6 +8,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <string_view>
@@ -133,6 +134,15 @@ LoadStatus LoadLines(FILE* stream, KORX_IniSection** head) {
     return LoadStatus::kLoaded;
 }
 
+LoadStatus LoadStream(FILE* stream, Profile* profile) {
+    KORX_IniSection* head = nullptr;
+    const LoadStatus status = LoadLines(stream, &head);
+    profile->reset(head);
+    if (status != LoadStatus::kLoaded)
+        profile->reset();
+    return status;
+}
+
 uint32_t CopyMissing(const char* text, char* out, uint32_t size) {
     const int copied = strncpy_s(out, size, text, size - 1);
     out[size - 1] = '\0';
@@ -144,19 +154,18 @@ uint32_t CopyMissing(const char* text, char* out, uint32_t size) {
 }  // namespace
 
 UniqueFile OpenProfile(const char* path) {
-    UniqueFile stream(fopen(path, "r+e"));
+    UniqueFd fd(open(path, O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    UniqueFile stream(fd ? fdopen(fd.get(), "r+") : nullptr);
     if (stream)
-        (void) fcntl(fileno(stream.get()), F_SETFL, O_RDWR | O_NONBLOCK);
+        (void) fd.release();
     return stream;
 }
 
 LoadStatus LoadProfile(UniqueFile stream, Profile* profile) {
-    KORX_IniSection* head = nullptr;
-    const LoadStatus status = LoadLines(stream.get(), &head);
-    profile->reset(head);
-    if (status != LoadStatus::kLoaded)
-        profile->reset();
-    return status;
+    struct stat st;
+    if (fstat(fileno(stream.get()), &st) == 0 && !S_ISREG(st.st_mode))
+        return Fail(LoadStatus::kReadError, "[ORX] Can't get line from file, errno=%d", EINVAL);
+    return LoadStream(stream.get(), profile);
 }
 
 KORX_IniSection* FindSection(KORX_IniSection* profile, const char* name) {
@@ -180,8 +189,9 @@ KORX_IniSection* KORX_IniLoadProfile(FILE* stream) {
     if (stream == nullptr)
         return Fail(static_cast<KORX_IniSection*>(nullptr),
                     "[ORX]ORX_LoadProfile Open file unsuccessfully.errno=%d!", errno);
+    const UniqueFile owned(stream);
     Profile profile;
-    (void) LoadProfile(UniqueFile(stream), &profile);
+    (void) LoadStream(owned.get(), &profile);
     return profile.release();
 }
 

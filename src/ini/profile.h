@@ -18,14 +18,15 @@ constexpr size_t kMaxValue = 256;
 using Profile = std::unique_ptr<KORX_IniSection, Releaser<KORX_FreeProfile>>;
 
 // Opens a profile for reading and locking, which takes write permission. Never blocks, also not in
-// later reads, where the name is that of a FIFO.
+// later reads, and never makes a terminal the process's own, whatever the name leads to.
 UniqueFile OpenProfile(const char* path);
 
 // How a load ended. A file without any section is a loaded, empty profile: whoever rewrites it must
 // be able to tell it from a file that could not be read.
 enum class LoadStatus { kLoaded, kBadLine, kReadError, kOutOfMemory };
 
-// Reads a whole profile. It is empty unless the status is kLoaded.
+// Reads a whole profile from what OpenProfile has opened. Only a regular file is read: a device may
+// have no end. The profile is empty unless the status is kLoaded.
 LoadStatus LoadProfile(UniqueFile stream, Profile* profile);
 
 KORX_IniSection* FindSection(KORX_IniSection* profile, const char* name);

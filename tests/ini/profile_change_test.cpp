@@ -1,9 +1,11 @@
 #include <errno.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <functional>
 
+#include "base/unique.h"
 #include "ini/ini_room.h"
 #include "korx/ini.h"
 #include "support/processes.h"
@@ -125,6 +127,30 @@ TEST_F(ProfileChange, AFileThatCannotBeReadIsNotReplaced) {
     EXPECT_EQ(syslog.lines().back(), load_line[0]);
 }
 
+TEST_F(ProfileChange, OnlyARegularFileIsAProfile) {
+    for (const char* const device : {"/dev/zero", "/dev/null"}) {
+        unlink("p");
+        ASSERT_EQ(symlink(device, "p"), 0);
+        (void) alarm(20);  // instead of reading for ever
+        EXPECT_EQ(add("[A]", "x", "1"), kFailed) << device;
+        EXPECT_EQ(set("[A]", "x", "1"), 3u) << device;
+        (void) alarm(0);
+        EXPECT_EQ(syslog.lines().back(), Err("[ORX] Load file ./p unsuccessfully."));
+        EXPECT_FALSE(Exists("p+") || Exists("p-")) << device;
+    }
+    EXPECT_EQ(RunChild([&] {
+                  const UniqueFd owner(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+                  unlink("p");
+                  if (setsid() < 0 || grantpt(owner.get()) < 0 || unlockpt(owner.get()) < 0 ||
+                      symlink(ptsname(owner.get()), "p") < 0)
+                      return 1;
+                  (void) set("[A]", "x", "1");
+                  return open("/dev/tty", O_RDWR | O_CLOEXEC) < 0 ? 0 : 2;
+              }),
+              0)
+        << "it became the controlling terminal";
+}
+
 TEST_F(ProfileChange, SavesWithTheRightsOfTheOldVersion) {
     if (chown("p", 1234, 4321) != 0)
         GTEST_SKIP() << "files cannot be given away here: " << strerror(errno);
@@ -140,7 +166,7 @@ TEST_F(ProfileChange, SavesWithTheRightsOfTheOldVersion) {
         EXPECT_EQ(st.st_gid, 4321u);
     }
     const Fault fault("fstat", 1, EIO);
-    EXPECT_EQ(set("[A]", "x", "1"), 0u);
+    EXPECT_EQ(KORX_IniSaveFile("./p", nullptr), 0u);
     EXPECT_EQ(Mode("p"), 0600u);
 }
 
@@ -187,13 +213,14 @@ TEST_F(ProfileChange, FailedStepLeavesTheOldVersion) {
         {"fcntl", 1, kFailed, kOld, "Can't lock ./p.lock."},
         {"realpath", 2, kFailed, kOld,
          "Get the abolute path of file ./p unsuccessfully when set or add value."},
-        {"fopen", 1, kFailed, kOld, "Can't Read File ./p, errno: 5."},
+        {"open", 2, kFailed, kOld, "Can't Read File ./p, errno: 5."},
+        {"fdopen", 1, kFailed, kOld, "Can't Read File ./p, errno: 5."},
         {"realpath", 3, kFailed, kOld, "get absolutepath ./p unsuccessfully, uiret=268435455."},
-        {"open", 2, kFailed, kOld, "[ORX]ORX_SaveProfile can't create './p+'! errno 5!"},
+        {"open", 4, kFailed, kOld, "[ORX]ORX_SaveProfile can't create './p+'! errno 5!"},
         {"lseek", 1, kFailed, kOld, "[ORX]ORX_SaveProfile can't lseek file './p+'! errno 5!"},
         {"ftruncate", 1, kFailed, kOld,
          "[ORX]ORX_SaveProfile clear file './p+' content unsuccessfully! errno 5!"},
-        {"fdopen", 1, kFailed, kOld, "[ORX]ORX_SaveProfile fdopen unsuccessfully! errno=5!"},
+        {"fdopen", 3, kFailed, kOld, "[ORX]ORX_SaveProfile fdopen unsuccessfully! errno=5!"},
         {"fflush", 1, kFailed, kOld, written},
         {"fsync", 1, kFailed, kOld, written},
         {"unlink", 1, 0, kNew, "warning: can't create backup copy './p-'"},
@@ -201,8 +228,8 @@ TEST_F(ProfileChange, FailedStepLeavesTheOldVersion) {
         {"rename", 1, kFailed, kOld, renamed},
         {"realpath", 4, kFailed, kNew,
          "Get the abolute path of file ./p unsuccessfully when init save file."},
-        {"open", 3, 0, kNew, ""},
-        {"open", 4, 0, kNew, sync},
+        {"open", 5, 0, kNew, ""},
+        {"open", 6, 0, kNew, sync},
         {"fsync", 3, 0, kNew, sync},
     };
     for (const auto& row : rows) {
@@ -221,7 +248,7 @@ TEST_F(ProfileChange, FailedStepLeavesTheOldVersion) {
         expect_next_change_works(name);
     }
     syslog.clear();
-    const Fault fault("fopen", 2, EIO);
+    const Fault fault("open", 3, EIO);
     EXPECT_EQ(add("[A]", "x", "1"), kFailed);
     EXPECT_EQ(syslog.lines(), (Lines{{3, "[ORX] Can't open file './p', errno=5!"}}))
         << "not by the diagnostic log";
