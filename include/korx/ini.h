@@ -111,20 +111,24 @@ KORX_API uint32_t KORX_GetMidString(const char* text, const char* head, const ch
 
 /* Replaces an existing file F by a profile. The new version is written to "F+", synced and renamed
  * over F; "F-" then holds the previous one. F keeps its owner, and its mode as far as 0740 goes.
- * Comments are lost. F has at most 126 characters. Result: 0 when the new version is on disk, or
+ * Comments are lost. F has at most 126 characters. Result: 0 when the new version stands at F, or
  * 0x0FFFFFFF. A failure up to the rename leaves F as it was, and maybe an F+ that the next save
- * removes.
+ * removes. If the directory cannot be synced after the rename, that is logged and the result is 0
+ * all the same: after a power cut, F may then be the previous version again.
  *
  * This takes no mutex and no lock file: a saver removes the F+ of another one at work. Whoever
  * calls it directly serialises the savers of a file himself, threads and processes alike; the
- * setters below do that among each other. */
+ * setters below do that among each other.
+ *
+ * A thread that is cancelled in here or in a setter finishes the call first. */
 KORX_API uint32_t KORX_IniSaveFile(const char* file, const KORX_IniSection* profile);
 
 /* Changes an existing key and saves the profile. Arguments must not be null; lengths are those of
  * KORX_CheckIniValuePara; a line end in section, key or value is refused. Waits until all other
  * changes of the file are done, those of other processes included, by "F.lock", which it creates
- * and leaves. Result: 0 or that of KORX_IniSaveFile; KORX_INI_ERR_LOAD; KORX_INI_ERR_NOT_FOUND,
- * nothing is written then; 0x0FFFFFFF. */
+ * and leaves. What F names is found out after the wait: where F, F.lock or a link on the way was
+ * replaced meanwhile, it starts over, 16 times at most. Result: 0 or that of KORX_IniSaveFile;
+ * KORX_INI_ERR_LOAD; KORX_INI_ERR_NOT_FOUND, nothing is written then; 0x0FFFFFFF. */
 KORX_API uint32_t KORX_IniSetValue(const char* file, const char* section, const char* key,
                                    const char* value);
 

@@ -161,11 +161,11 @@ UniqueFile OpenProfile(const char* path) {
     return stream;
 }
 
-LoadStatus LoadProfile(UniqueFile stream, Profile* profile) {
+LoadStatus LoadProfile(FILE* stream, Profile* profile) {
     struct stat st;
-    if (fstat(fileno(stream.get()), &st) == 0 && !S_ISREG(st.st_mode))
+    if (fstat(fileno(stream), &st) == 0 && !S_ISREG(st.st_mode))
         return Fail(LoadStatus::kReadError, "[ORX] Can't get line from file, errno=%d", EINVAL);
-    return LoadStream(stream.get(), profile);
+    return LoadStream(stream, profile);
 }
 
 KORX_IniSection* FindSection(KORX_IniSection* profile, const char* name) {
@@ -255,11 +255,11 @@ uint32_t KORX_IniReadProfile(const char* file, const char* section, const char* 
         Log(kLevelInfo, "File %s is not exist.", file);
         return kFailed;
     }
-    UniqueFile stream = OpenProfile(path.c_str());
+    const UniqueFile stream = OpenProfile(path.c_str());
     if (!stream)
         return Fail(kFailed, "Can't Read File %s, errno=%d.", file, errno);
     Profile profile;
-    (void) LoadProfile(std::move(stream), &profile);
+    (void) LoadProfile(stream.get(), &profile);
     if (!profile)
         return KORX_INI_NOT_LOADED;
 

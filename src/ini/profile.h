@@ -1,7 +1,10 @@
 // Profiles inside the library: owned, and loaded with a status.
 #pragma once
 
+#include <stdio.h>
+
 #include <memory>
+#include <optional>
 
 #include "base/unique.h"
 #include "korx/ini.h"
@@ -27,9 +30,18 @@ enum class LoadStatus { kLoaded, kBadLine, kReadError, kOutOfMemory };
 
 // Reads a whole profile from what OpenProfile has opened. Only a regular file is read: a device may
 // have no end. The profile is empty unless the status is kLoaded.
-LoadStatus LoadProfile(UniqueFile stream, Profile* profile);
+LoadStatus LoadProfile(FILE* stream, Profile* profile);
 
 KORX_IniSection* FindSection(KORX_IniSection* profile, const char* name);
 KORX_IniKey* FindKey(KORX_IniSection* section, const char* name);
+
+// The result of one try of a change; none if others replaced a file of the profile meanwhile. Then
+// it starts over, so many times at most.
+using TryResult = std::optional<uint32_t>;
+constexpr int kMaxTries = 16;
+
+// Saves a profile that was loaded from what old has open and path names, while no other change of
+// it is at work. The messages call it file. Result: as that of KORX_IniSaveFile.
+TryResult SaveChange(const char* file, const char* path, FILE* old, const KORX_IniSection* profile);
 
 }  // namespace korx
