@@ -118,17 +118,25 @@ KORX_API uint32_t KORX_GetMidString(const char* text, const char* head, const ch
  *
  * This takes no mutex and no lock file: a saver removes the F+ of another one at work. Whoever
  * calls it directly serialises the savers of a file himself, threads and processes alike; the
- * setters below do that among each other.
+ * setters below do that among each other. A file that was loaded with a section name or line cut
+ * is saved as it was cut: only the setters notice.
  *
  * A thread that is cancelled in here or in a setter finishes the call first. */
 KORX_API uint32_t KORX_IniSaveFile(const char* file, const KORX_IniSection* profile);
 
 /* Changes an existing key and saves the profile. Arguments must not be null; lengths are those of
- * KORX_CheckIniValuePara; a line end in section, key or value is refused. Waits until all other
- * changes of the file are done, those of other processes included, by "F.lock", which it creates
- * and leaves. What F names is found out after the wait: where F, F.lock or a link on the way was
- * replaced meanwhile, it starts over, 16 times at most. Result: 0 or that of KORX_IniSaveFile;
- * KORX_INI_ERR_LOAD; KORX_INI_ERR_NOT_FOUND, nothing is written then; 0x0FFFFFFF. */
+ * KORX_CheckIniValuePara; a line end in section, key or value is refused, and so is a pair that
+ * would be read back as a section ("[a" and "b]"). Waits until all other changes of the file are
+ * done, those of other processes included, by "F.lock", which it creates and leaves. What F names
+ * is found out after the wait: where F, F.lock or a link on the way was replaced meanwhile, it
+ * starts over, 16 times at most. Result: 0 or that of KORX_IniSaveFile; KORX_INI_ERR_LOAD;
+ * KORX_INI_ERR_NOT_FOUND, nothing is written then; 0x0FFFFFFF.
+ *
+ * A change writes the whole file anew, so it refuses one in which it would cut, hide or reinterpret
+ * a line, as if it could not be loaded, and leaves it as it is: one with a section name or a line
+ * without "=" of more than 64 characters, with text behind a NUL, with a carriage return at the
+ * start of a key or the end of a value, or with a key line that would be read back as a section
+ * without the blanks behind it. Lookups read such files. */
 KORX_API uint32_t KORX_IniSetValue(const char* file, const char* section, const char* key,
                                    const char* value);
 

@@ -79,6 +79,15 @@ Node* NewNode(Node*** link) {
     return node;
 }
 
+// Whether a save would write a key back as the line that it was loaded from. Blanks and comments
+// are not minded; a line's own text is.
+bool IsKept(const KORX_IniKey& key, const char* line) {
+    const bool is_cut = strchr(line, '=') == nullptr && strlen(SkipBlanks(line)) >= kKeySize;
+    // A carriage return in these places is taken for a line end.
+    const bool loses_return = key.acKey[0] == '\r' || std::string_view(key.acValue).ends_with('\r');
+    return !is_cut && !loses_return && !ReadsAsSection(key.acKey, key.acValue);
+}
+
 // Builds a profile line by line, in file order.
 class Loader {
   public:
@@ -102,7 +111,8 @@ class Loader {
             return LoadStatus::kOutOfMemory;
         KORX_IniGetSectionName(line, section->acName, kSectionSize);
         next_key_ = &section->pstFirstKey;
-        return LoadStatus::kLoaded;
+        return strlen(SkipBlanks(line)) < kSectionSize ? LoadStatus::kLoaded
+                                                       : LoadStatus::kLoadedInPart;
     }
 
     LoadStatus add_key(const char* line) {
@@ -111,34 +121,59 @@ class Loader {
             return LoadStatus::kOutOfMemory;
         const uint32_t split =
             KORX_IniGetKeyInfo(line, key->acKey, kKeySize, key->acValue, kValueSize);
-        return split == kOk ? LoadStatus::kLoaded : LoadStatus::kBadLine;
+        if (split != kOk)
+            return LoadStatus::kBadLine;
+        return IsKept(*key, line) ? LoadStatus::kLoaded : LoadStatus::kLoadedInPart;
     }
 
     KORX_IniSection** next_section_;
     KORX_IniKey** next_key_ = nullptr;  // null before the first section
 };
 
+bool IsLoaded(LoadStatus status) {
+    return status == LoadStatus::kLoaded || status == LoadStatus::kLoadedInPart;
+}
+
+bool ReadLine(FILE* stream, char (&line)[kLineSize]) {
+    memset(line, '\n', sizeof line);  // see HidesText
+    return fgets(line, sizeof line, stream) != nullptr;
+}
+
+// Whether a line has text that nobody reads, because it stands behind a NUL. fgets tells no length,
+// but the last NUL in the buffer is the one that it put behind what it read.
+bool HidesText(const char (&line)[kLineSize]) {
+    const auto* const end = static_cast<const char*>(memrchr(line, '\0', sizeof line));
+    const char* const hidden = line + strlen(line);
+    return std::string_view(hidden, static_cast<size_t>(end - hidden))
+               .find_first_not_of(std::string_view("\0\r\n", 3)) != std::string_view::npos;
+}
+
 LoadStatus LoadLines(FILE* stream, KORX_IniSection** head) {
     Loader loader(head);
+    LoadStatus result = LoadStatus::kLoaded;
     char line[kLineSize];
-    while (fgets(line, sizeof line, stream) != nullptr) {
-        if (line[0] != '\n' && line[0] != '\r') {
-            ORX_RemoveLastRn(line, sizeof line);
-            const LoadStatus status = loader.add(line);
-            if (status != LoadStatus::kLoaded)
-                return status;
-        }
+    while (ReadLine(stream, line)) {
+        if (HidesText(line))
+            result = LoadStatus::kLoadedInPart;
+        if (line[0] == '\n' || line[0] == '\r')
+            continue;
+        ORX_RemoveLastRn(line, sizeof line);
+        const LoadStatus status = loader.add(line);
+        if (!IsLoaded(status))
+            return status;
+        if (status != LoadStatus::kLoaded)
+            result = status;
     }
     if (!feof(stream))
         return Fail(LoadStatus::kReadError, "[ORX] Can't get line from file, errno=%d", errno);
-    return LoadStatus::kLoaded;
+    return result;
 }
 
 LoadStatus LoadStream(FILE* stream, Profile* profile) {
     KORX_IniSection* head = nullptr;
     const LoadStatus status = LoadLines(stream, &head);
     profile->reset(head);
-    if (status != LoadStatus::kLoaded)
+    if (!IsLoaded(status))
         profile->reset();
     return status;
 }
@@ -179,6 +214,10 @@ KORX_IniKey* FindKey(KORX_IniSection* section, const char* name) {
     while (key != nullptr && strcmp(key->acKey, name) != 0)
         key = key->pstNext;
     return key;
+}
+
+bool ReadsAsSection(const char* key, const char* value) {
+    return SkipBlanks(key)[0] == '[' && std::string_view(value).ends_with(']');
 }
 
 }  // namespace korx

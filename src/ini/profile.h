@@ -26,14 +26,24 @@ UniqueFile OpenProfile(const char* path);
 
 // How a load ended. A file without any section is a loaded, empty profile: whoever rewrites it must
 // be able to tell it from a file that could not be read.
-enum class LoadStatus { kLoaded, kBadLine, kReadError, kOutOfMemory };
+enum class LoadStatus {
+    kLoaded,
+    kLoadedInPart,  // a save would cut a line of the file, or make it another one
+    kBadLine,
+    kReadError,
+    kOutOfMemory,
+};
 
 // Reads a whole profile from what OpenProfile has opened. Only a regular file is read: a device may
-// have no end. The profile is empty unless the status is kLoaded.
+// have no end. The profile is empty after a failure.
 LoadStatus LoadProfile(FILE* stream, Profile* profile);
 
 KORX_IniSection* FindSection(KORX_IniSection* profile, const char* name);
 KORX_IniKey* FindKey(KORX_IniSection* section, const char* name);
+
+// Whether the line that a save writes for a key would be read back as the header of a section: the
+// keys below it would be in there.
+bool ReadsAsSection(const char* key, const char* value);
 
 // The result of one try of a change; none if others replaced a file of the profile meanwhile. Then
 // it starts over, so many times at most.

@@ -37,10 +37,13 @@ bool HoldsLineEnd(const char* text) {
     return strpbrk(text, "\r\n") != nullptr;
 }
 
-// A line end inside a name or value would add lines of the caller's making to the profile.
-bool HasOnlyLines(const char* section, const char* key, const char* value) {
+// A line end inside a name or value would add lines of the caller's making to the profile, and a
+// key line that reads as a section would take the keys below it away from theirs.
+bool StaysOneLine(const char* section, const char* key, const char* value) {
     if (HoldsLineEnd(section) || HoldsLineEnd(key) || HoldsLineEnd(value))
         return Fail(false, "[ORX] Section, key or value holds a line end.");
+    if (ReadsAsSection(key, value))
+        return Fail(false, "[ORX] Key and value would be read as a section.");
     return true;
 }
 
@@ -185,6 +188,8 @@ uint32_t Load(const char* file, const DirectoryText& path, Loaded* loaded) {
     if (!loaded->stream)
         return Fail(kFailed, "Can't Read File %s, errno: %d.", file, errno);
     loaded->status = LoadProfile(loaded->stream.get(), &loaded->profile);
+    if (loaded->status == LoadStatus::kLoadedInPart)
+        Log(kLevelErr, "[ORX] File %s holds a line that a change would cut or reinterpret.", file);
     return kOk;
 }
 
@@ -203,7 +208,7 @@ TryResult ChangeExisting(const LockFile& lock, const char* file, const char* sec
     const uint32_t opened = Load(file, path, &loaded);
     if (opened != kOk)
         return opened;
-    if (!loaded.profile)
+    if (loaded.status != LoadStatus::kLoaded || !loaded.profile)
         return Fail(KORX_INI_ERR_LOAD, "[ORX] Load file %s unsuccessfully.", file);
 
     KORX_IniSection* const section = FindSection(loaded.profile.get(), section_name);
@@ -251,7 +256,7 @@ uint32_t KORX_IniSetValue(const char* file, const char* section, const char* key
         return Fail(kFailed,
                     "check input para unsuccessfully when korx init set value, retCode:%u.",
                     checked);
-    if (!HasOnlyLines(section, key, value))
+    if (!StaysOneLine(section, key, value))
         return kFailed;
     // Only for the message: whoever has to wait finds out under the locks what the name leads to.
     DirectoryText path;
@@ -267,7 +272,7 @@ uint32_t KORX_IniSetOrAddValue(const char* file, const char* section, const char
                                const char* value) {
     if (file == nullptr || section == nullptr || key == nullptr || value == nullptr)
         return Fail(KORX_INI_ERR_NULL_PARA, "Input para is invalid.");
-    if (!HasOnlyLines(section, key, value))
+    if (!StaysOneLine(section, key, value))
         return kFailed;
     return UnderLockFile(file, [&](const LockFile& lock) -> TryResult {
         MutexGuard profiles(profiles_fork_mutex);

@@ -1,4 +1,5 @@
 #include <errno.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -81,6 +82,7 @@ TEST_F(ProfileChange, RefusesWithoutTouchingTheFile) {
         {set_or_add, "./p", "[A]", "x\n", "1", kFailed},
         {set_or_add, "./p", "[A]\n[C]", "x", "1", kFailed},
         {set_value, "./p", "[A]\r", "x", "1", kFailed},
+        {set_or_add, "./p", "[A]", " [B", "C]", kFailed},
         {set_value, "./p", "[A]", "x", v, kFailed},
         {set_value, "./p", "[A]", n, "", kFailed},
         {set_value, "./p", n, "x", "", kFailed},
@@ -126,6 +128,41 @@ TEST_F(ProfileChange, AFileThatCannotBeReadIsNotReplaced) {
     WriteFile("p", "");
     EXPECT_EQ(set("[A]", "x", "1"), 3u);
     EXPECT_EQ(syslog.lines().back(), load_line[0]);
+}
+
+// Lines that the loader reads, but that a save would cut, hide or make other ones.
+TEST_F(ProfileChange, AFileThatWouldNotSurviveIsReadAndNotReplaced) {
+    const std::string s64(64, 's');
+    const struct {
+        const char* name;
+        std::string line;
+    } rows[] = {
+        {"a header that is cut", "[" + s64 + "]"},
+        {"a header that is cut to another one", "[" + s64.substr(2) + "]]"},
+        {"a line without = that is cut", s64 + "s"},
+        {"what stands behind a NUL", std::string("y=2\0z=3", 7)},
+        {"a carriage return at the start of a key", " \ry=2"},
+        {"a carriage return at the end of a value", "y=2\r\r"},
+        {"a key that would become a header", "[y]=[2] "},
+    };
+    const SyslogLine why =
+        Err("[ORX] File ./p holds a line that a change would cut or reinterpret.");
+    const SyslogLine load = Err("[ORX] Load file ./p unsuccessfully.");
+    for (const auto& row : rows) {
+        const std::string content = "[A]\nx=1\n" + row.line + "\n[B]\nz=3\n";
+        WriteFile("p", content);
+        char value[8];
+        EXPECT_EQ(KORX_IniGetValue("./p", "[A]", "x", value, sizeof value), 0u) << row.name;
+        EXPECT_EQ(syslog.lines(), Lines{}) << row.name;
+        EXPECT_EQ(add("[B]", "z", "4"), kFailed) << row.name;
+        EXPECT_EQ(set("[B]", "z", "4"), 3u) << row.name;
+        EXPECT_EQ(syslog.lines(), (Lines{why, load, why, load})) << row.name;
+        EXPECT_EQ(ReadFile("p"), content) << row.name;
+        syslog.clear();
+    }
+    WriteFile("p", std::string("[A]\nx=1\nbare \n;") + s64 + s64 + std::string("\n\0\0", 3));
+    EXPECT_EQ(set("[A]", "x", "2"), 0u);
+    EXPECT_EQ(ReadFile("p"), "[A]\nx=2\nbare =\n");
 }
 
 TEST_F(ProfileChange, OnlyARegularFileIsAProfile) {

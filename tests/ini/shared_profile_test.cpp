@@ -1,5 +1,5 @@
 // What others may do to a profile's files while a change waits for their locks.
-#include <signal.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -47,8 +47,8 @@ struct SharedProfile : RoomTest {
 
     // Runs a change while another process holds the lock of the file. When the change waits for it,
     // that one does something, gives the lock back, and does something more.
-    static uint32_t run_behind(const char* file, const Action& first, const Change& change,
-                               const Action& then = [] {}) {
+    static uint32_t run_behind(
+        const char* file, const Action& first, const Change& change, const Action& then = [] {}) {
         int ready[2];
         EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
         const pid_t holder = fork();
