@@ -11,7 +11,8 @@
  * one counts.
  *
  * Files must be named with their directory ("./a.ini", not "a.ini"), and whoever reads one needs
- * write permission too. Readers take no lock: a change replaces the file by a rename. Every failure
+ * write permission too. Only a regular file is read by its name, or a link to one; a FIFO or device
+ * counts as unreadable. Readers take no lock: a change replaces the file by a rename. Every failure
  * is logged unless a function says otherwise. */
 #ifndef KORX_INI_H
 #define KORX_INI_H
@@ -63,9 +64,9 @@ KORX_API extern pthread_mutex_t g_unKorxIniWriteLock;
 
 /* --- Reading --- */
 
-/* Reads a profile from a stream and closes the stream. The caller frees the result with
- * KORX_FreeProfile. Null for a null stream, for a file without a section and for a failed load: a
- * read error, a key line that is too long, no memory (the last without a line). */
+/* Reads a profile from a stream of any kind, to its end, and closes the stream. The caller frees
+ * the result with KORX_FreeProfile. Null for a null stream, for a file without a section and for a
+ * failed load: a read error, a key line that is too long, no memory (the last without a line). */
 KORX_API KORX_IniSection* KORX_IniLoadProfile(FILE* stream);
 
 /* Frees a profile with all its sections and keys; null is ignored. */
@@ -110,20 +111,32 @@ KORX_API uint32_t KORX_GetMidString(const char* text, const char* head, const ch
 
 /* Replaces an existing file F by a profile. The new version is written to "F+", synced and renamed
  * over F; "F-" then holds the previous one. F keeps its owner, and its mode as far as 0740 goes.
- * Comments are lost. F has at most 126 characters. Result: 0 when the new version is on disk, or
+ * Comments are lost. F has at most 126 characters. Result: 0 when the new version stands at F, or
  * 0x0FFFFFFF. A failure up to the rename leaves F as it was, and maybe an F+ that the next save
- * removes.
+ * removes. If the directory cannot be synced after the rename, that is logged and the result is 0
+ * all the same: after a power cut, F may then be the previous version again.
  *
  * This takes no mutex and no lock file: a saver removes the F+ of another one at work. Whoever
  * calls it directly serialises the savers of a file himself, threads and processes alike; the
- * setters below do that among each other. */
+ * setters below do that among each other. A file that was loaded with a section name or line cut
+ * is saved as it was cut: only the setters notice.
+ *
+ * A thread that is cancelled in here or in a setter finishes the call first. */
 KORX_API uint32_t KORX_IniSaveFile(const char* file, const KORX_IniSection* profile);
 
 /* Changes an existing key and saves the profile. Arguments must not be null; lengths are those of
- * KORX_CheckIniValuePara; a line end in section, key or value is refused. Waits until all other
- * changes of the file are done, those of other processes included, by "F.lock", which it creates
- * and leaves. Result: 0 or that of KORX_IniSaveFile; KORX_INI_ERR_LOAD; KORX_INI_ERR_NOT_FOUND,
- * nothing is written then; 0x0FFFFFFF. */
+ * KORX_CheckIniValuePara; a line end in section, key or value is refused, and so is a pair that
+ * would be read back as a section ("[a" and "b]"). Waits until all other changes of the file are
+ * done, those of other processes included, by "F.lock", which it creates and leaves. What F names
+ * is found out after the wait: where F, F.lock or a link on the way was replaced meanwhile, it
+ * starts over, 16 times at most. Result: 0 or that of KORX_IniSaveFile; KORX_INI_ERR_LOAD;
+ * KORX_INI_ERR_NOT_FOUND, nothing is written then; 0x0FFFFFFF.
+ *
+ * A change writes the whole file anew, so it refuses one in which it would cut, hide or reinterpret
+ * a line, as if it could not be loaded, and leaves it as it is: one with a section name or a line
+ * without "=" of more than 64 characters, with text behind a NUL, with a carriage return at the
+ * start of a key or the end of a value, or with a key line that would be read back as a section
+ * without the blanks behind it. Lookups read such files. */
 KORX_API uint32_t KORX_IniSetValue(const char* file, const char* section, const char* key,
                                    const char* value);
 

@@ -8,6 +8,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <string_view>
@@ -78,6 +79,15 @@ Node* NewNode(Node*** link) {
     return node;
 }
 
+// Whether a save would write a key back as the line that it was loaded from. Blanks and comments
+// are not minded; a line's own text is.
+bool IsKept(const KORX_IniKey& key, const char* line) {
+    const bool is_cut = strchr(line, '=') == nullptr && strlen(SkipBlanks(line)) >= kKeySize;
+    // A carriage return in these places is taken for a line end.
+    const bool loses_return = key.acKey[0] == '\r' || std::string_view(key.acValue).ends_with('\r');
+    return !is_cut && !loses_return && !ReadsAsSection(key.acKey, key.acValue);
+}
+
 // Builds a profile line by line, in file order.
 class Loader {
   public:
@@ -101,7 +111,8 @@ class Loader {
             return LoadStatus::kOutOfMemory;
         KORX_IniGetSectionName(line, section->acName, kSectionSize);
         next_key_ = &section->pstFirstKey;
-        return LoadStatus::kLoaded;
+        return strlen(SkipBlanks(line)) < kSectionSize ? LoadStatus::kLoaded
+                                                       : LoadStatus::kLoadedInPart;
     }
 
     LoadStatus add_key(const char* line) {
@@ -110,27 +121,61 @@ class Loader {
             return LoadStatus::kOutOfMemory;
         const uint32_t split =
             KORX_IniGetKeyInfo(line, key->acKey, kKeySize, key->acValue, kValueSize);
-        return split == kOk ? LoadStatus::kLoaded : LoadStatus::kBadLine;
+        if (split != kOk)
+            return LoadStatus::kBadLine;
+        return IsKept(*key, line) ? LoadStatus::kLoaded : LoadStatus::kLoadedInPart;
     }
 
     KORX_IniSection** next_section_;
     KORX_IniKey** next_key_ = nullptr;  // null before the first section
 };
 
+bool IsLoaded(LoadStatus status) {
+    return status == LoadStatus::kLoaded || status == LoadStatus::kLoadedInPart;
+}
+
+bool ReadLine(FILE* stream, char (&line)[kLineSize]) {
+    memset(line, '\n', sizeof line);  // see HidesText
+    return fgets(line, sizeof line, stream) != nullptr;
+}
+
+// Whether a line has text that nobody reads, because it stands behind a NUL. fgets tells no length,
+// but the last NUL in the buffer is the one that it put behind what it read.
+bool HidesText(const char (&line)[kLineSize]) {
+    const auto* const end = static_cast<const char*>(memrchr(line, '\0', sizeof line));
+    const char* const hidden = line + strlen(line);
+    return std::string_view(hidden, static_cast<size_t>(end - hidden))
+               .find_first_not_of(std::string_view("\0\r\n", 3)) != std::string_view::npos;
+}
+
 LoadStatus LoadLines(FILE* stream, KORX_IniSection** head) {
     Loader loader(head);
+    LoadStatus result = LoadStatus::kLoaded;
     char line[kLineSize];
-    while (fgets(line, sizeof line, stream) != nullptr) {
-        if (line[0] != '\n' && line[0] != '\r') {
-            ORX_RemoveLastRn(line, sizeof line);
-            const LoadStatus status = loader.add(line);
-            if (status != LoadStatus::kLoaded)
-                return status;
-        }
+    while (ReadLine(stream, line)) {
+        if (HidesText(line))
+            result = LoadStatus::kLoadedInPart;
+        if (line[0] == '\n' || line[0] == '\r')
+            continue;
+        ORX_RemoveLastRn(line, sizeof line);
+        const LoadStatus status = loader.add(line);
+        if (!IsLoaded(status))
+            return status;
+        if (status != LoadStatus::kLoaded)
+            result = status;
     }
     if (!feof(stream))
         return Fail(LoadStatus::kReadError, "[ORX] Can't get line from file, errno=%d", errno);
-    return LoadStatus::kLoaded;
+    return result;
+}
+
+LoadStatus LoadStream(FILE* stream, Profile* profile) {
+    KORX_IniSection* head = nullptr;
+    const LoadStatus status = LoadLines(stream, &head);
+    profile->reset(head);
+    if (!IsLoaded(status))
+        profile->reset();
+    return status;
 }
 
 uint32_t CopyMissing(const char* text, char* out, uint32_t size) {
@@ -144,19 +189,18 @@ uint32_t CopyMissing(const char* text, char* out, uint32_t size) {
 }  // namespace
 
 UniqueFile OpenProfile(const char* path) {
-    UniqueFile stream(fopen(path, "r+e"));
+    UniqueFd fd(open(path, O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    UniqueFile stream(fd ? fdopen(fd.get(), "r+") : nullptr);
     if (stream)
-        (void) fcntl(fileno(stream.get()), F_SETFL, O_RDWR | O_NONBLOCK);
+        (void) fd.release();
     return stream;
 }
 
-LoadStatus LoadProfile(UniqueFile stream, Profile* profile) {
-    KORX_IniSection* head = nullptr;
-    const LoadStatus status = LoadLines(stream.get(), &head);
-    profile->reset(head);
-    if (status != LoadStatus::kLoaded)
-        profile->reset();
-    return status;
+LoadStatus LoadProfile(FILE* stream, Profile* profile) {
+    struct stat st;
+    if (fstat(fileno(stream), &st) == 0 && !S_ISREG(st.st_mode))
+        return Fail(LoadStatus::kReadError, "[ORX] Can't get line from file, errno=%d", EINVAL);
+    return LoadStream(stream, profile);
 }
 
 KORX_IniSection* FindSection(KORX_IniSection* profile, const char* name) {
@@ -172,6 +216,10 @@ KORX_IniKey* FindKey(KORX_IniSection* section, const char* name) {
     return key;
 }
 
+bool ReadsAsSection(const char* key, const char* value) {
+    return SkipBlanks(key)[0] == '[' && std::string_view(value).ends_with(']');
+}
+
 }  // namespace korx
 
 using namespace korx;
@@ -180,8 +228,9 @@ KORX_IniSection* KORX_IniLoadProfile(FILE* stream) {
     if (stream == nullptr)
         return Fail(static_cast<KORX_IniSection*>(nullptr),
                     "[ORX]ORX_LoadProfile Open file unsuccessfully.errno=%d!", errno);
+    const UniqueFile owned(stream);
     Profile profile;
-    (void) LoadProfile(UniqueFile(stream), &profile);
+    (void) LoadStream(owned.get(), &profile);
     return profile.release();
 }
 
@@ -245,11 +294,11 @@ uint32_t KORX_IniReadProfile(const char* file, const char* section, const char* 
         Log(kLevelInfo, "File %s is not exist.", file);
         return kFailed;
     }
-    UniqueFile stream = OpenProfile(path.c_str());
+    const UniqueFile stream = OpenProfile(path.c_str());
     if (!stream)
         return Fail(kFailed, "Can't Read File %s, errno=%d.", file, errno);
     Profile profile;
-    (void) LoadProfile(std::move(stream), &profile);
+    (void) LoadProfile(stream.get(), &profile);
     if (!profile)
         return KORX_INI_NOT_LOADED;
 

@@ -1,7 +1,10 @@
 // Profiles inside the library: owned, and loaded with a status.
 #pragma once
 
+#include <stdio.h>
+
 #include <memory>
+#include <optional>
 
 #include "base/unique.h"
 #include "korx/ini.h"
@@ -18,17 +21,37 @@ constexpr size_t kMaxValue = 256;
 using Profile = std::unique_ptr<KORX_IniSection, Releaser<KORX_FreeProfile>>;
 
 // Opens a profile for reading and locking, which takes write permission. Never blocks, also not in
-// later reads, where the name is that of a FIFO.
+// later reads, and never makes a terminal the process's own, whatever the name leads to.
 UniqueFile OpenProfile(const char* path);
 
 // How a load ended. A file without any section is a loaded, empty profile: whoever rewrites it must
 // be able to tell it from a file that could not be read.
-enum class LoadStatus { kLoaded, kBadLine, kReadError, kOutOfMemory };
+enum class LoadStatus {
+    kLoaded,
+    kLoadedInPart,  // a save would cut a line of the file, or make it another one
+    kBadLine,
+    kReadError,
+    kOutOfMemory,
+};
 
-// Reads a whole profile. It is empty unless the status is kLoaded.
-LoadStatus LoadProfile(UniqueFile stream, Profile* profile);
+// Reads a whole profile from what OpenProfile has opened. Only a regular file is read: a device may
+// have no end. The profile is empty after a failure.
+LoadStatus LoadProfile(FILE* stream, Profile* profile);
 
 KORX_IniSection* FindSection(KORX_IniSection* profile, const char* name);
 KORX_IniKey* FindKey(KORX_IniSection* section, const char* name);
+
+// Whether the line that a save writes for a key would be read back as the header of a section: the
+// keys below it would be in there.
+bool ReadsAsSection(const char* key, const char* value);
+
+// The result of one try of a change; none if others replaced a file of the profile meanwhile. Then
+// it starts over, so many times at most.
+using TryResult = std::optional<uint32_t>;
+constexpr int kMaxTries = 16;
+
+// Saves a profile that was loaded from what old has open and path names, while no other change of
+// it is at work. The messages call it file. Result: as that of KORX_IniSaveFile.
+TryResult SaveChange(const char* file, const char* path, FILE* old, const KORX_IniSection* profile);
 
 }  // namespace korx

@@ -10,6 +10,7 @@
 
 #include "base/alloc.h"
 #include "base/codes.h"
+#include "base/file_id.h"
 #include "base/lock.h"
 #include "base/report.h"
 #include "base/text.h"
@@ -36,10 +37,13 @@ bool HoldsLineEnd(const char* text) {
     return strpbrk(text, "\r\n") != nullptr;
 }
 
-// A line end inside a name or value would add lines of the caller's making to the profile.
-bool HasOnlyLines(const char* section, const char* key, const char* value) {
+// A line end inside a name or value would add lines of the caller's making to the profile, and a
+// key line that reads as a section would take the keys below it away from theirs.
+bool StaysOneLine(const char* section, const char* key, const char* value) {
     if (HoldsLineEnd(section) || HoldsLineEnd(key) || HoldsLineEnd(value))
         return Fail(false, "[ORX] Section, key or value holds a line end.");
+    if (ReadsAsSection(key, value))
+        return Fail(false, "[ORX] Key and value would be read as a section.");
     return true;
 }
 
@@ -49,22 +53,46 @@ bool IsHeld(const MutexGuard& mutex) {
     return true;
 }
 
-uint32_t OpenLockFile(const char* file, DirectoryText* name, UniqueFd* fd) {
-    if (!name->format("%s.lock", file))
+// F.lock, and the proof that under the lock it still is the file that others will lock.
+class LockFile {
+  public:
+    uint32_t open_for(const char* file);
+    [[nodiscard]] bool acquire() { return lock_.acquire(); }
+    [[nodiscard]] bool release() { return lock_.release(); }
+    bool is_current() const {
+        return FileId::OfOpen(fd_.get()).is_same_as(FileId::At(path_.c_str()));
+    }
+    // Whether it stands beside the profile at path: the caller's name may lead to another directory
+    // by now.
+    bool is_for(const DirectoryText& path) const {
+        DirectoryText expected;
+        return expected.format("%s.lock", path.c_str()) &&
+               strcmp(expected.c_str(), path_.c_str()) == 0;
+    }
+    const char* name() const { return name_.c_str(); }
+
+  private:
+    DirectoryText name_;
+    DirectoryText path_;
+    UniqueFd fd_;
+    RecordLock lock_;
+};
+
+uint32_t LockFile::open_for(const char* file) {
+    if (!name_.format("%s.lock", file))
         return Fail(kFailed, "Print fileIn unsuccessfully, fileIn=%s.lock.", file);
-    DirectoryText path;
-    const uint32_t code =
-        ORX_GetAbsolutePathAndFileName(name->c_str(), path.data(), path.capacity());
+    const uint32_t code = ORX_GetAbsolutePathAndFileName(name(), path_.data(), path_.capacity());
     if (code != kOk)
-        return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", name->c_str(), code);
-    *fd = UniqueFd(
-        open(path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kLockFileMode));
-    if (!*fd)
-        return Fail(kFailed, "Can't create or open %s. errno:%d", name->c_str(), errno);
+        return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", name(), code);
+    fd_ = UniqueFd(
+        open(path_.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kLockFileMode));
+    if (!fd_)
+        return Fail(kFailed, "Can't create or open %s. errno:%d", name(), errno);
+    lock_.move_to(fd_.get());
     return kOk;
 }
 
-// Runs a change, given the lock file's name, while no other thread or process changes the profile.
+// Runs a change, given the lock file, while no other thread or process changes the profile.
 //
 // Five locks, in this order, and given back in the opposite one. A record lock is given back before
 // its descriptor is closed, so it is declared behind the descriptor's owner.
@@ -77,24 +105,29 @@ uint32_t OpenLockFile(const char* file, DirectoryText* name, UniqueFd* fd) {
 //    away. Behind F.lock, so that he does not wait for the changes of other processes, too.
 // 4. F+ and 5. F, both by the saver, against programs that lock what they work on and know nothing
 //    of F.lock.
+//
+// A change has no result yet if a file of the profile was replaced while it waited for one of them:
+// then all locks but the first are given back, and it starts over with what the name leads to now.
 template <typename Change>
 uint32_t UnderLockFile(const char* file, Change change) {
+    const Uncancelled uncancelled;
     const MutexGuard threads(change_fork_mutex);
     if (!IsHeld(threads))
         return kFailed;
-    DirectoryText name;
-    UniqueFd fd;
-    const uint32_t opened = OpenLockFile(file, &name, &fd);
-    if (opened != kOk)
-        return opened;
-    RecordLock lock(fd.get());
-    if (!lock.acquire())
-        return Fail(kFailed, "Can't lock %s.", name.c_str());
-
-    const uint32_t result = change(name.c_str());
-    if (!lock.release())
-        Log(kLevelErr, "Unlock %s unsuccessfully.", name.c_str());
-    return result;
+    for (int tries = 0; tries < kMaxTries; ++tries) {
+        LockFile lock;
+        const uint32_t opened = lock.open_for(file);
+        if (opened != kOk)
+            return opened;
+        if (!lock.acquire())
+            return Fail(kFailed, "Can't lock %s.", lock.name());
+        const TryResult result = lock.is_current() ? change(lock) : std::nullopt;
+        if (!lock.release())
+            Log(kLevelErr, "Unlock %s unsuccessfully.", lock.name());
+        if (result)
+            return *result;
+    }
+    return Fail(kFailed, "Can't lock %s.lock.", file);
 }
 
 // Copies a text that the loader would read back whole; a longer one leaves the field empty.
@@ -143,20 +176,42 @@ bool SetOrAdd(Profile* profile, const char* section_name, const char* key_name, 
     return true;
 }
 
-uint32_t ChangeExisting(const char* file, const char* path, const char* section_name,
-                        const char* key_name, const char* value) {
+// A profile that is to be changed, from the file that stays open until it is saved.
+struct Loaded {
+    UniqueFile stream;
+    Profile profile;
+    LoadStatus status = LoadStatus::kReadError;
+};
+
+uint32_t Load(const char* file, const DirectoryText& path, Loaded* loaded) {
+    loaded->stream = OpenProfile(path.c_str());
+    if (!loaded->stream)
+        return Fail(kFailed, "Can't Read File %s, errno: %d.", file, errno);
+    loaded->status = LoadProfile(loaded->stream.get(), &loaded->profile);
+    if (loaded->status == LoadStatus::kLoadedInPart)
+        Log(kLevelErr, "[ORX] File %s holds a line that a change would cut or reinterpret.", file);
+    return kOk;
+}
+
+TryResult ChangeExisting(const LockFile& lock, const char* file, const char* section_name,
+                         const char* key_name, const char* value) {
     const MutexGuard profiles(profiles_fork_mutex);
     if (!IsHeld(profiles))
         return kFailed;
-    UniqueFile stream = OpenProfile(path);
-    if (!stream)
-        return Fail(kFailed, "Can't Read File %s, errno: %d.", file, errno);
-    Profile profile;
-    (void) LoadProfile(std::move(stream), &profile);
-    if (!profile)
+    DirectoryText path;
+    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk)
+        return Fail(kFailed, "Get the abolute path of file %s unsuccessfully when init set value.",
+                    file);
+    if (!lock.is_for(path))
+        return std::nullopt;
+    Loaded loaded;
+    const uint32_t opened = Load(file, path, &loaded);
+    if (opened != kOk)
+        return opened;
+    if (loaded.status != LoadStatus::kLoaded || !loaded.profile)
         return Fail(KORX_INI_ERR_LOAD, "[ORX] Load file %s unsuccessfully.", file);
 
-    KORX_IniSection* const section = FindSection(profile.get(), section_name);
+    KORX_IniSection* const section = FindSection(loaded.profile.get(), section_name);
     if (section == nullptr)
         return Fail(KORX_INI_ERR_NOT_FOUND, "[ORX] Section %s is not exist in file %s.",
                     section_name, file);
@@ -166,25 +221,27 @@ uint32_t ChangeExisting(const char* file, const char* path, const char* section_
                     "[ORX] Key %s is not exist in file %s under %s section.", key_name, file,
                     section_name);
     StoreValue(key, value);
-    return KORX_IniSaveFile(file, profile.get());
+    return SaveChange(file, path.c_str(), loaded.stream.get(), loaded.profile.get());
 }
 
-uint32_t ChangeOrAdd(const char* file, const char* section, const char* key, const char* value) {
+TryResult ChangeOrAdd(const LockFile& lock, const char* file, const char* section, const char* key,
+                      const char* value) {
     DirectoryText path;
     if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk)
         return Fail(kFailed,
                     "Get the abolute path of file %s unsuccessfully when set or add value.", file);
-    UniqueFile stream = OpenProfile(path.c_str());
-    if (!stream)
-        return Fail(kFailed, "Can't Read File %s, errno: %d.", file, errno);
-    Profile profile;
-    const LoadStatus status = LoadProfile(std::move(stream), &profile);
-    if (status != LoadStatus::kLoaded)
-        return Fail(status == LoadStatus::kOutOfMemory ? KORX_INI_ERR_NO_MEMORY : kFailed,
+    if (!lock.is_for(path))
+        return std::nullopt;
+    Loaded loaded;
+    const uint32_t opened = Load(file, path, &loaded);
+    if (opened != kOk)
+        return opened;
+    if (loaded.status != LoadStatus::kLoaded)
+        return Fail(loaded.status == LoadStatus::kOutOfMemory ? KORX_INI_ERR_NO_MEMORY : kFailed,
                     "[ORX] Load file %s unsuccessfully.", file);
-    if (!SetOrAdd(&profile, section, key, value))
+    if (!SetOrAdd(&loaded.profile, section, key, value))
         return KORX_INI_ERR_NO_MEMORY;
-    return KORX_IniSaveFile(file, profile.get());
+    return SaveChange(file, path.c_str(), loaded.stream.get(), loaded.profile.get());
 }
 
 }  // namespace
@@ -199,29 +256,31 @@ uint32_t KORX_IniSetValue(const char* file, const char* section, const char* key
         return Fail(kFailed,
                     "check input para unsuccessfully when korx init set value, retCode:%u.",
                     checked);
-    if (!HasOnlyLines(section, key, value))
+    if (!StaysOneLine(section, key, value))
         return kFailed;
+    // Only for the message: whoever has to wait finds out under the locks what the name leads to.
     DirectoryText path;
     if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk)
         return Fail(kFailed, "Get the abolute path of file %s unsuccessfully when init set value.",
                     file);
-    return UnderLockFile(
-        file, [&](const char*) { return ChangeExisting(file, path.c_str(), section, key, value); });
+    return UnderLockFile(file, [&](const LockFile& lock) {
+        return ChangeExisting(lock, file, section, key, value);
+    });
 }
 
 uint32_t KORX_IniSetOrAddValue(const char* file, const char* section, const char* key,
                                const char* value) {
     if (file == nullptr || section == nullptr || key == nullptr || value == nullptr)
         return Fail(KORX_INI_ERR_NULL_PARA, "Input para is invalid.");
-    if (!HasOnlyLines(section, key, value))
+    if (!StaysOneLine(section, key, value))
         return kFailed;
-    return UnderLockFile(file, [&](const char* lock_file) {
+    return UnderLockFile(file, [&](const LockFile& lock) -> TryResult {
         MutexGuard profiles(profiles_fork_mutex);
         if (profiles.error() != 0)
-            return Fail(kFailed, "Can't pthread lock %s, errno: %d.", lock_file, errno);
-        const uint32_t result = ChangeOrAdd(file, section, key, value);
+            return Fail(kFailed, "Can't pthread lock %s, errno: %d.", lock.name(), errno);
+        const TryResult result = ChangeOrAdd(lock, file, section, key, value);
         if (profiles.release() != 0)
-            Log(kLevelErr, "Pthread unlock %s unsuccessfully, errno: %d.", lock_file, errno);
+            Log(kLevelErr, "Pthread unlock %s unsuccessfully, errno: %d.", lock.name(), errno);
         return result;
     });
 }

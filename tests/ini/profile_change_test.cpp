@@ -1,9 +1,12 @@
 #include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <functional>
 
+#include "base/unique.h"
 #include "ini/ini_room.h"
 #include "korx/ini.h"
 #include "support/processes.h"
@@ -78,6 +81,8 @@ TEST_F(ProfileChange, RefusesWithoutTouchingTheFile) {
         {set_or_add, "./p", "[A]", "x", "1\r", kFailed},
         {set_or_add, "./p", "[A]", "x\n", "1", kFailed},
         {set_or_add, "./p", "[A]\n[C]", "x", "1", kFailed},
+        {set_value, "./p", "[A]\r", "x", "1", kFailed},
+        {set_or_add, "./p", "[A]", " [B", "C]", kFailed},
         {set_value, "./p", "[A]", "x", v, kFailed},
         {set_value, "./p", "[A]", n, "", kFailed},
         {set_value, "./p", n, "x", "", kFailed},
@@ -125,6 +130,65 @@ TEST_F(ProfileChange, AFileThatCannotBeReadIsNotReplaced) {
     EXPECT_EQ(syslog.lines().back(), load_line[0]);
 }
 
+// Lines that the loader reads, but that a save would cut, hide or make other ones.
+TEST_F(ProfileChange, AFileThatWouldNotSurviveIsReadAndNotReplaced) {
+    const std::string s64(64, 's');
+    const struct {
+        const char* name;
+        std::string line;
+    } rows[] = {
+        {"a header that is cut", "[" + s64 + "]"},
+        {"a header that is cut to another one", "[" + s64.substr(2) + "]]"},
+        {"a line without = that is cut", s64 + "s"},
+        {"what stands behind a NUL", std::string("y=2\0z=3", 7)},
+        {"a carriage return at the start of a key", " \ry=2"},
+        {"a carriage return at the end of a value", "y=2\r\r"},
+        {"a key that would become a header", "[y]=[2] "},
+    };
+    const SyslogLine why =
+        Err("[ORX] File ./p holds a line that a change would cut or reinterpret.");
+    const SyslogLine load = Err("[ORX] Load file ./p unsuccessfully.");
+    for (const auto& row : rows) {
+        const std::string content = "[A]\nx=1\n" + row.line + "\n[B]\nz=3\n";
+        WriteFile("p", content);
+        char value[8];
+        EXPECT_EQ(KORX_IniGetValue("./p", "[A]", "x", value, sizeof value), 0u) << row.name;
+        EXPECT_EQ(syslog.lines(), Lines{}) << row.name;
+        EXPECT_EQ(add("[B]", "z", "4"), kFailed) << row.name;
+        EXPECT_EQ(set("[B]", "z", "4"), 3u) << row.name;
+        EXPECT_EQ(syslog.lines(), (Lines{why, load, why, load})) << row.name;
+        EXPECT_EQ(ReadFile("p"), content) << row.name;
+        syslog.clear();
+    }
+    WriteFile("p", std::string("[A]\nx=1\nbare \n;") + s64 + s64 + std::string("\n\0\0", 3));
+    EXPECT_EQ(set("[A]", "x", "2"), 0u);
+    EXPECT_EQ(ReadFile("p"), "[A]\nx=2\nbare =\n");
+}
+
+TEST_F(ProfileChange, OnlyARegularFileIsAProfile) {
+    for (const char* const device : {"/dev/zero", "/dev/null"}) {
+        unlink("p");
+        ASSERT_EQ(symlink(device, "p"), 0);
+        (void) alarm(20);  // instead of reading for ever
+        EXPECT_EQ(add("[A]", "x", "1"), kFailed) << device;
+        EXPECT_EQ(set("[A]", "x", "1"), 3u) << device;
+        (void) alarm(0);
+        EXPECT_EQ(syslog.lines().back(), Err("[ORX] Load file ./p unsuccessfully."));
+        EXPECT_FALSE(Exists("p+") || Exists("p-")) << device;
+    }
+    EXPECT_EQ(RunChild([&] {
+                  const UniqueFd owner(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+                  unlink("p");
+                  if (setsid() < 0 || grantpt(owner.get()) < 0 || unlockpt(owner.get()) < 0 ||
+                      symlink(ptsname(owner.get()), "p") < 0)
+                      return 1;
+                  (void) set("[A]", "x", "1");
+                  return open("/dev/tty", O_RDWR | O_CLOEXEC) < 0 ? 0 : 2;
+              }),
+              0)
+        << "it became the controlling terminal";
+}
+
 TEST_F(ProfileChange, SavesWithTheRightsOfTheOldVersion) {
     if (chown("p", 1234, 4321) != 0)
         GTEST_SKIP() << "files cannot be given away here: " << strerror(errno);
@@ -140,7 +204,7 @@ TEST_F(ProfileChange, SavesWithTheRightsOfTheOldVersion) {
         EXPECT_EQ(st.st_gid, 4321u);
     }
     const Fault fault("fstat", 1, EIO);
-    EXPECT_EQ(set("[A]", "x", "1"), 0u);
+    EXPECT_EQ(KORX_IniSaveFile("./p", nullptr), 0u);
     EXPECT_EQ(Mode("p"), 0600u);
 }
 
@@ -159,6 +223,11 @@ TEST_F(ProfileChange, RemovesWhatAFailedSaveLeft) {
     EXPECT_EQ(add("[A]", "x", "new"), 0u);
     EXPECT_EQ(syslog.lines(), (Lines{{6, "[0] [ORX]file './p+' remain! delete it!\n"}}));
     EXPECT_EQ(ReadFile("p"), kNew);
+    for (const auto& change : {KORX_IniSetValue, KORX_IniSetOrAddValue}) {
+        ASSERT_EQ(symlink("nowhere", "p+"), 0);
+        EXPECT_EQ(change("./p", "[A]", "x", "newer"), 0u) << "a link that leads nowhere";
+        EXPECT_FALSE(Exists("p+"));
+    }
     syslog.clear();
     MakeDirs("p+");
     EXPECT_EQ(add("[A]", "x", "1"), kFailed);
@@ -187,22 +256,22 @@ TEST_F(ProfileChange, FailedStepLeavesTheOldVersion) {
         {"fcntl", 1, kFailed, kOld, "Can't lock ./p.lock."},
         {"realpath", 2, kFailed, kOld,
          "Get the abolute path of file ./p unsuccessfully when set or add value."},
-        {"fopen", 1, kFailed, kOld, "Can't Read File ./p, errno: 5."},
-        {"realpath", 3, kFailed, kOld, "get absolutepath ./p unsuccessfully, uiret=268435455."},
-        {"open", 2, kFailed, kOld, "[ORX]ORX_SaveProfile can't create './p+'! errno 5!"},
+        {"open", 2, kFailed, kOld, "Can't Read File ./p, errno: 5."},
+        {"fdopen", 1, kFailed, kOld, "Can't Read File ./p, errno: 5."},
+        {"open", 3, kFailed, kOld, "[ORX]ORX_SaveProfile can't create './p+'! errno 5!"},
         {"lseek", 1, kFailed, kOld, "[ORX]ORX_SaveProfile can't lseek file './p+'! errno 5!"},
         {"ftruncate", 1, kFailed, kOld,
          "[ORX]ORX_SaveProfile clear file './p+' content unsuccessfully! errno 5!"},
-        {"fdopen", 1, kFailed, kOld, "[ORX]ORX_SaveProfile fdopen unsuccessfully! errno=5!"},
+        {"fdopen", 2, kFailed, kOld, "[ORX]ORX_SaveProfile fdopen unsuccessfully! errno=5!"},
         {"fflush", 1, kFailed, kOld, written},
         {"fsync", 1, kFailed, kOld, written},
         {"unlink", 1, 0, kNew, "warning: can't create backup copy './p-'"},
         {"link", 1, 0, kNew, "warning: can't create backup copy './p-'"},
         {"rename", 1, kFailed, kOld, renamed},
-        {"realpath", 4, kFailed, kNew,
+        {"realpath", 3, kFailed, kNew,
          "Get the abolute path of file ./p unsuccessfully when init save file."},
-        {"open", 3, 0, kNew, ""},
-        {"open", 4, 0, kNew, sync},
+        {"open", 4, 0, kNew, ""},
+        {"open", 5, 0, kNew, sync},
         {"fsync", 3, 0, kNew, sync},
     };
     for (const auto& row : rows) {
@@ -221,8 +290,8 @@ TEST_F(ProfileChange, FailedStepLeavesTheOldVersion) {
         expect_next_change_works(name);
     }
     syslog.clear();
-    const Fault fault("fopen", 2, EIO);
-    EXPECT_EQ(add("[A]", "x", "1"), kFailed);
+    const Fault fault("open", 1, EIO);
+    EXPECT_EQ(KORX_IniSaveFile("./p", nullptr), kFailed);
     EXPECT_EQ(syslog.lines(), (Lines{{3, "[ORX] Can't open file './p', errno=5!"}}))
         << "not by the diagnostic log";
 }

@@ -181,7 +181,7 @@ TEST_F(Profile, OnlyAFailedLoadIsAFailure) {
     EXPECT_EQ(syslog.lines(), (Lines{{6, "[0] File ./missing is not exist.\n"}}));
     EXPECT_EQ(get(none), "0");
     {
-        const Fault fault("fopen", 1, EACCES);
+        const Fault fault("open", 1, EACCES);
         EXPECT_EQ(get("./empty"), "0");
     }
     ASSERT_EQ(mkfifo("fifo", 0600), 0);
