@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "base/codes.h"
+#include "base/file_id.h"
 #include "base/lock.h"
 #include "base/report.h"
 #include "base/text.h"
@@ -165,7 +166,7 @@ uint32_t ORX_WriteLogfile(const char* path, uint32_t limit, const char* text) {
             return kFailed;
         // Whoever held the lock may have put another file there: a line in the old one would be
         // lost.
-        if (!IsFileAt(fd.get(), absolute.c_str()))
+        if (!FileId::OfOpen(fd.get()).is_same_as(FileId::At(absolute.c_str())))
             continue;
         const Append append = AppendText(fd.get(), limit, text);
         lock.release();

@@ -10,6 +10,7 @@
 
 #include "base/codes.h"
 #include "base/errno_saver.h"
+#include "base/file_id.h"
 #include "base/report.h"
 #include "base/text.h"
 #include "base/unique.h"
@@ -25,15 +26,6 @@ namespace {
 constexpr mode_t kLogMode = 0640;
 constexpr int kLowestLogFd = STDERR_FILENO + 1;
 constexpr int kMaxReopens = 16;
-
-struct FileId {
-    dev_t device = 0;
-    ino_t inode = 0;
-
-    static FileId Of(const struct stat& st) { return {st.st_dev, st.st_ino}; }
-    bool is_known() const { return inode != 0; }
-    bool operator==(const FileId&) const = default;
-};
 
 // Which file the library has opened in each of its slots.
 struct Memory {
@@ -59,10 +51,8 @@ FileId* IdOf(const int* slot) {
 }
 
 void Remember(const int* slot) {
-    struct stat st;
-    FileId* const id = IdOf(slot);
-    if (id != nullptr)
-        *id = fstat(*slot, &st) == 0 ? FileId::Of(st) : FileId{};
+    if (FileId* const id = IdOf(slot); id != nullptr)
+        *id = FileId::OfOpen(*slot);
 }
 
 bool MoveAboveStandardStreams(UniqueFd* fd) {
@@ -101,20 +91,13 @@ UniqueFd OpenLogFile(const char* path, int flags) {
     return fd;
 }
 
-bool IsFileAt(int fd, const char* path) {
-    struct stat named;
-    struct stat opened;
-    return stat(path, &named) == 0 && fstat(fd, &opened) == 0 &&
-           FileId::Of(opened) == FileId::Of(named);
-}
-
 SlotState ExamineSlot(int* slot, int cleared) {
     if (!IsOpen(*slot))
         return SlotState::kClosed;
-    struct stat st;
+    const FileId opened = FileId::OfOpen(*slot);
     const FileId* const id = IdOf(slot);
-    const bool is_there = fstat(*slot, &st) == 0;
-    if (is_there && (id == nullptr || !id->is_known() || *id == FileId::Of(st)))
+    const bool is_remembered = id != nullptr && id->is_known();
+    if (opened.is_known() && (!is_remembered || id->is_same_as(opened)))
         return SlotState::kOurs;
     *slot = cleared;
     return SlotState::kForeign;
@@ -122,10 +105,8 @@ SlotState ExamineSlot(int* slot, int cleared) {
 
 bool IsFileOfPath(const int* slot, const char* path) {
     const FileId* const id = IdOf(slot);
-    if (id == nullptr || !id->is_known())
-        return IsFileAt(*slot, path);
-    struct stat named;
-    return stat(path, &named) == 0 && *id == FileId::Of(named);
+    const FileId opened = id != nullptr && id->is_known() ? *id : FileId::OfOpen(*slot);
+    return opened.is_same_as(FileId::At(path));
 }
 
 void CloseSlot(int* slot, int cleared) {

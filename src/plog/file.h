@@ -17,9 +17,6 @@ constexpr int kLogOpenFlags = O_RDWR | O_CREAT;
 // into the log. A FIFO is no log, and writing to it would hang once it is full: refused with ENXIO.
 UniqueFd OpenLogFile(const char* path, int flags);
 
-// Whether path names the file that is open in fd.
-bool IsFileAt(int fd, const char* path);
-
 // A slot never opened holds 0, a failed open leaves -1.
 inline bool IsOpen(int slot) {
     return slot >= 1;
