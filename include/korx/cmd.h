@@ -34,9 +34,12 @@ KORX_API uint32_t ORX_CommandConstructArgv(const char* command, const char* sepa
  * at their default, and without the descriptors 3 to 1023. A program that cannot be executed gives
  * 127, as one that exits with 127 does, and a line with the errno.
  *
- * While any run of the process lasts, SIGQUIT and SIGINT are ignored and SIGCHLD is at its default;
- * then what was there before comes back, with flags and mask. Threads may run programs at the same
- * time; each waits for its own child only. */
+ * While any run of the process lasts, SIGQUIT and SIGINT are ignored, and SIGCHLD is at its default
+ * while a program runs: its handler misses the children that end meanwhile. Then what was there
+ * before the first of the runs comes back, with flags and mask; what other code sets in between is
+ * lost, and a system() of its own beside a run may leave the two signals ignored. A child that is
+ * forked meanwhile inherits what it finds. Threads may run programs at the same time; each waits
+ * for its own child only and is not cancelled before that has ended. */
 KORX_API uint32_t KORX_SystemExecvp(char** argv);
 
 /* 0xFFFFFFFF when one of the first length bytes of text is a refused character or the terminating
@@ -52,8 +55,10 @@ KORX_API uint32_t KORX_Execvp(const char* command, const char* separators);
 KORX_API uint32_t ORX_IsStrParaHasInvalidChar(uint32_t count, va_list texts);
 
 /* Runs a command line through the shell after filtering the count strings that follow. The command
- * line itself is not filtered: pass every part of it that comes from outside as one of them. Signal
- * dispositions are left to system(). */
+ * line itself is not filtered: pass every part of it that comes from outside as one of them. The
+ * shell is run as system() does it: it inherits the descriptors that are not close-on-exec and the
+ * signals that were ignored before, and fails where SIGCHLD is ignored, the command having run.
+ * SIGQUIT and SIGINT are shared with the runs above, and the thread is not cancelled either. */
 KORX_API uint32_t KORX_SystemWithFilter(const char* command, uint32_t count, ...);
 
 KORX_END_DECLS

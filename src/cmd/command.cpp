@@ -16,6 +16,7 @@
 #include "base/directory.h"
 #include "base/report.h"
 #include "base/unique.h"
+#include "cmd/run.h"
 
 namespace korx {
 namespace {
@@ -160,7 +161,7 @@ uint32_t KORX_SystemWithFilter(const char* command, uint32_t count, ...) {
     if (ORX_IsStrParaHasInvalidChar(count, texts.list) != kOk)
         return Fail(kAllBits, "Command has illegal char, cmd=%s.", command);
 
-    const int status = system(command);
+    const int status = RunShell(command);
     if (status < 0)
         return Fail(kAllBits, "Command can't system with filter, cmd=%s, errno=%d.", command,
                     errno);

@@ -1,9 +1,9 @@
-// The running of external programs.
+// The running of external programs, by themselves or by way of the shell.
 //
 // A program is started by vfork: until the child has executed it, or ended, child and parent share
 // one memory. So the child makes system calls only and leaves one number behind, the errno of a
 // failed execvp; every report is the parent's.
-#include "korx/cmd.h"
+#include "cmd/run.h"
 
 #include <errno.h>
 #include <pthread.h>
@@ -13,13 +13,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <iterator>
-#include <utility>
-
 #include "base/codes.h"
 #include "base/errno_saver.h"
-#include "base/lock.h"
 #include "base/report.h"
+#include "cmd/dispositions.h"
+#include "korx/cmd.h"
 
 namespace korx {
 namespace {
@@ -28,66 +26,30 @@ constexpr unsigned kFirstClosed = 3;
 constexpr unsigned kLastClosed = 1023;
 constexpr int kExecFailedStatus = 127;
 
-constexpr int kRunSignals[] = {SIGQUIT, SIGINT, SIGCHLD};
-
-void SetDisposition(int number, void (*handler)(int), struct sigaction* previous = nullptr) {
-    struct sigaction action = {};
-    action.sa_handler = handler;
-    (void) sigemptyset(&action.sa_mask);
-    (void) sigaction(number, &action, previous);
-}
-
-// Dispositions belong to the process, so runs in several threads share one change of them.
-constinit pthread_mutex_t g_run_mutex = PTHREAD_MUTEX_INITIALIZER;
-constinit ForkMutex g_run_fork_mutex(&g_run_mutex);
-constinit unsigned g_runs = 0;
-constinit struct sigaction g_saved[std::size(kRunSignals)] = {};
-
-// SIGQUIT and SIGINT ignored and SIGCHLD default while any run lasts: the first saves what was
-// there, the last puts it back.
-class RunDispositions {
-  public:
-    RunDispositions() {
-        const MutexGuard guard(g_run_fork_mutex);
-        if (g_runs++ != 0)
-            return;
-        SetDisposition(SIGQUIT, SIG_IGN, &g_saved[0]);
-        SetDisposition(SIGINT, SIG_IGN, &g_saved[1]);
-        SetDisposition(SIGCHLD, SIG_DFL, &g_saved[2]);
-    }
-    ~RunDispositions() { restore(); }
-    RunDispositions(const RunDispositions&) = delete;
-    RunDispositions& operator=(const RunDispositions&) = delete;
-
-    // For the wait: whatever other code of the process has set since the start.
-    void ignore_again() {
-        SetDisposition(SIGQUIT, SIG_IGN);
-        SetDisposition(SIGINT, SIG_IGN);
-    }
-
-    void restore() {
-        const ErrnoSaver keep;
-        if (!std::exchange(held_, false))
-            return;
-        const MutexGuard guard(g_run_fork_mutex);
-        if (--g_runs != 0)
-            return;
-        for (size_t i = 0; i < std::size(kRunSignals); ++i)
-            (void) sigaction(kRunSignals[i], &g_saved[i], nullptr);
-    }
-
-  private:
-    bool held_ = true;
-};
-
 // What parent and child of a vfork share.
 struct Start {
-    char** argv;
+    Start(Run how, const char* program, char** arguments, const RunDispositions& dispositions)
+        : run(how), file(program), argv(arguments), ignored(dispositions.ignored_before()) {}
+
+    const Run run;
+    const char* const file;
+    char** const argv;
+    const sigset_t ignored;
     sigset_t caller_mask;
     // Written by the child when execvp fails. Volatile, because the compiler sees nothing that
     // could change it while the parent waits in vfork.
-    volatile int exec_errno;
+    volatile int exec_errno = 0;
 };
+
+// A program starts with the defaults; a shell with what the caller of system() would hand down.
+void SetChildDispositions(const Start& start) {
+    for (const int number : {SIGQUIT, SIGINT}) {
+        const bool stays = start.run == Run::kShell && sigismember(&start.ignored, number) == 1;
+        SetDisposition(number, stays ? SIG_IGN : SIG_DFL);
+    }
+    if (start.run == Run::kProgram)
+        SetDisposition(SIGCHLD, SIG_DFL);
+}
 
 // The child still has the parent's handlers; none may run in the shared memory once signals are
 // let in. execvp would drop them anyway.
@@ -109,48 +71,71 @@ void CloseInherited() {
         return;
 #endif
     for (unsigned fd = kFirstClosed; fd <= kLastClosed; ++fd)
-        (void) close(static_cast<int>(fd));
+        (void) syscall(SYS_close, fd);  // close might cancel, and unwind the parent's stack
 }
 
 [[noreturn, gnu::noinline]] void RunChild(Start* start) {
-    for (const int number : kRunSignals)
-        SetDisposition(number, SIG_DFL);
+    SetChildDispositions(*start);
     DropHandlers();
-    CloseInherited();
+    if (start->run == Run::kProgram)
+        CloseInherited();
     (void) sigprocmask(SIG_SETMASK, &start->caller_mask, nullptr);
-    (void) execvp(start->argv[0], start->argv);
+    (void) execvp(start->file, start->argv);
     start->exec_errno = errno;
     _exit(kExecFailedStatus);
+}
+
+// What the parent blocks after the start. As with system(), a handler for SIGCHLD must not reap the
+// shell; while a program runs there is none.
+sigset_t WaitingMask(const Start& start) {
+    sigset_t mask = start.caller_mask;
+    if (start.run == Run::kShell)
+        (void) sigaddset(&mask, SIGCHLD);
+    return mask;
 }
 
 // A function of its own, so that no other variable lives in the frame that the child shares. The
 // child never returns from it: the parent goes on in that frame. All signals are blocked from
 // before the vfork until each side is ready for them.
 [[gnu::noinline]] pid_t StartChild(Start* start) {
-    sigset_t all;
-    (void) sigfillset(&all);
-    (void) pthread_sigmask(SIG_SETMASK, &all, &start->caller_mask);
+    sigset_t mask;
+    (void) sigfillset(&mask);
+    (void) pthread_sigmask(SIG_SETMASK, &mask, &start->caller_mask);
     const pid_t child = vfork();
     if (child == 0)
         RunChild(start);
     const ErrnoSaver keep;
-    (void) pthread_sigmask(SIG_SETMASK, &start->caller_mask, nullptr);
+    mask = WaitingMask(*start);
+    (void) pthread_sigmask(SIG_SETMASK, &mask, nullptr);
     return child;
 }
 
-uint32_t AwaitChild(pid_t child) {
-    int status = 0;
+// Waits for this child alone. False, with errno, when it cannot be waited for.
+bool AwaitChild(pid_t child, int* status) {
     pid_t result;
     do {
-        result = wait4(child, &status, 0, nullptr);
+        result = wait4(child, status, 0, nullptr);
     } while (result == -1 && errno == EINTR);
-    if (result == -1)
-        return Fail(kAllBits, "QRN execvp call wait4 unsuccessfully, status is %d, errno is %u.",
-                    status, static_cast<unsigned>(errno));
-    return KORX_GetExitStatus(status);
+    return result != -1;
 }
 
 }  // namespace
+
+int RunShell(const char* command) {
+    char name[] = "sh";
+    char option[] = "-c";
+    char no_more_options[] = "--";
+    char* argv[] = {name, option, no_more_options, const_cast<char*>(command), nullptr};
+    const RunDispositions dispositions(Run::kShell);
+    Start start(Run::kShell, "/bin/sh", argv, dispositions);
+    const pid_t child = StartChild(&start);
+    int status = 0;
+    const bool ended = child >= 0 && AwaitChild(child, &status);
+    const ErrnoSaver keep;
+    (void) pthread_sigmask(SIG_SETMASK, &start.caller_mask, nullptr);
+    return ended ? status : -1;
+}
+
 }  // namespace korx
 
 using namespace korx;
@@ -174,8 +159,8 @@ uint32_t KORX_SystemExecvp(char** argv) {
     if (ORX_IsCommandForbidden(argv[0]) == KORX_TRUE)
         return Fail(kAllBits, "Forbidden command : %s.", argv[0] == nullptr ? "" : argv[0]);
 
-    RunDispositions dispositions;
-    Start start = {argv, {}, 0};
+    RunDispositions dispositions(Run::kProgram);
+    Start start(Run::kProgram, argv[0], argv, dispositions);
     const pid_t child = StartChild(&start);
     if (child < 0) {
         dispositions.restore();
@@ -185,5 +170,9 @@ uint32_t KORX_SystemExecvp(char** argv) {
         Log(kLevelErr, "QRN system execvp command unsuccessfully, errno=%d.", start.exec_errno);
 
     dispositions.ignore_again();
-    return AwaitChild(child);
+    int status = 0;
+    if (!AwaitChild(child, &status))
+        return Fail(kAllBits, "QRN execvp call wait4 unsuccessfully, status is %d, errno is %u.",
+                    status, static_cast<unsigned>(errno));
+    return KORX_GetExitStatus(status);
 }

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -148,6 +149,8 @@ TEST_F(Command, FiltersOnlyTheParametersOfAShellCommand) {
     EXPECT_EQ(logged(), Lines(2, "Command has illegal char, cmd=touch a."));
     EXPECT_FALSE(Exists("a"));
     EXPECT_EQ(KORX_SystemWithFilter("kill -9 $$", 0), kAllBits);
+    signal(SIGCHLD, [](int) { (void) waitpid(-1, nullptr, WNOHANG); });
+    EXPECT_EQ(KORX_SystemWithFilter("exit 7", 0), 7u) << "the handler must not reap the shell";
 }
 
 TEST_F(Command, GivesTheChildACleanStart) {
@@ -164,6 +167,10 @@ TEST_F(Command, GivesTheChildACleanStart) {
     const std::string status = ReadFile("status");  // the program's own view
     EXPECT_NE(status.find("SigBlk:\t0000000000000800\n"), std::string::npos) << status;
     EXPECT_NE(status.find("SigIgn:\t0000000000001000\n"), std::string::npos) << status;
+    signal(SIGCHLD, SIG_DFL);  // where it is ignored, no shell can be waited for
+    EXPECT_EQ(KORX_SystemWithFilter("cp /proc/self/status status", 0), 0u);
+    EXPECT_NE(ReadFile("status").find("1006\nSigCgt"), std::string::npos)
+        << "a shell inherits what is ignored";
     EXPECT_EQ(KORX_Execvp("find /proc/self/fd -fprint descriptors", " "), 0u);
     const std::string descriptors = ReadFile("descriptors");
     for (const std::string fd : {"/fd/1\n", "/fd/10\n", "/fd/500\n", "/fd/1023\n"})
@@ -193,20 +200,91 @@ void ExpectInstalled(int number) {
     EXPECT_TRUE(sigismember(&action.sa_mask, SIGUSR1));
 }
 
-TEST_F(Command, LastOfConcurrentRunsRestoresDispositions) {
-    for (const int number : {SIGINT, SIGQUIT, SIGCHLD})
-        Install(number);
-    std::thread longer([] { EXPECT_EQ(KORX_Execvp("sleep 0.5", " "), 0u); });
-    usleep(100000);
-    EXPECT_EQ(KORX_Execvp("true", " "), 0u);  // begins later and ends earlier
-    for (const int number : {SIGINT, SIGQUIT}) {
-        struct sigaction action;
-        sigaction(number, nullptr, &action);
-        EXPECT_EQ(action.sa_handler, SIG_IGN) << number;
+constexpr int kRunSignals[] = {SIGINT, SIGQUIT, SIGCHLD};
+
+uint32_t RunProgram(const std::string& line) {
+    return KORX_Execvp(line.c_str(), " ");
+}
+uint32_t RunShell(const std::string& line) {
+    return KORX_SystemWithFilter(line.c_str(), 0);
+}
+using Road = uint32_t (*)(const std::string& line);
+
+struct ConcurrentRuns : Command {
+    ConcurrentRuns() {
+        WriteFile("lasting",
+                  "#!/bin/sh\ngrep SigIgn /proc/self/status > $1.new; mv $1.new $1.runs\n"
+                  "while [ ! -e $1.stop ]; do sleep 0.01; done\n");
+        chmod("lasting", 0755);
+        for (const int number : kRunSignals)
+            Install(number);
     }
-    longer.join();
-    for (const int number : {SIGINT, SIGQUIT, SIGCHLD})
-        ExpectInstalled(number);
+};
+
+// A program that runs in a thread of its own until it is told to stop.
+class Lasting {
+  public:
+    Lasting(Road road, const std::string& name)
+        : name_(name), thread_([road, name] { EXPECT_EQ(road("./lasting " + name), 0u); }) {
+        while (!Exists(name_ + ".runs"))
+            usleep(1000);
+    }
+    // Which of SIGINT and SIGQUIT it ignores.
+    unsigned long ignored() const {
+        return std::stoul(ReadFile(name_ + ".runs").substr(8), nullptr, 16) & 6;
+    }
+    void cancel() { pthread_cancel(thread_.native_handle()); }
+    void stop() {
+        WriteFile(name_ + ".stop", "");
+        thread_.join();
+        for (const char* file : {".runs", ".stop"})
+            unlink((name_ + file).c_str());
+    }
+
+  private:
+    const std::string name_;
+    std::thread thread_;
+};
+
+TEST_F(ConcurrentRuns, LastOneRestoresDispositions) {
+    using Roads = std::pair<Road, Road>;
+    for (const auto& [first, second] : {Roads{RunProgram, RunProgram}, Roads{RunProgram, RunShell},
+                                        Roads{RunShell, RunProgram}}) {
+        Lasting ends_first(first, "a"), ends_last(second, "b");
+        EXPECT_EQ(ends_last.ignored(), 0u) << "that is the parent's business";
+        ends_first.stop();
+        for (const int number : {SIGINT, SIGQUIT}) {
+            struct sigaction action;
+            sigaction(number, nullptr, &action);
+            EXPECT_EQ(action.sa_handler, SIG_IGN) << number;
+        }
+        ends_last.stop();
+        for (const int number : kRunSignals)
+            ExpectInstalled(number);
+    }
+}
+
+TEST_F(ConcurrentRuns, OutlastACancelledThread) {
+    for (const Road road : {RunProgram, RunShell}) {
+        Lasting cancelled(road, "c");
+        cancelled.cancel();
+        cancelled.stop();
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), 0) << "a child was left behind";
+        for (const int number : kRunSignals)
+            ExpectInstalled(number);
+    }
+}
+
+TEST_F(ConcurrentRuns, AreNotCountedInAForkedChild) {
+    Lasting run(RunProgram, "p");
+    EXPECT_EQ(RunChild([] {
+                  Install(SIGINT);
+                  EXPECT_EQ(RunProgram("true"), 0u);
+                  ExpectInstalled(SIGINT);
+                  return 0;
+              }),
+              0);
+    run.stop();
 }
 
 TEST_F(Command, WaitsForItsOwnChildOnly) {
@@ -231,6 +309,9 @@ TEST_F(Command, WaitsForItsOwnChildOnly) {
     }
     EXPECT_EQ(logged(), (Lines{"QRN execvp call wait4 unsuccessfully, status is 0, errno is 10.",
                                "QRN system execvp vfork unsuccessfully, errno=11."}));
+    const Fault fault("vfork", 1, EAGAIN);
+    EXPECT_EQ(KORX_SystemWithFilter("true", 0), kAllBits);
+    EXPECT_EQ(logged(), Lines{"Command can't system with filter, cmd=true, errno=11."});
     ExpectInstalled(SIGINT);
 }
 

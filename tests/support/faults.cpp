@@ -93,6 +93,10 @@ void Fault::Apply(size_t* bytes, int* error) const {
         _exit(kKilled);
     if (action_ == Action::kFail)
         *error = error_;
+    if (action_ == Action::kMeanwhile) {
+        const Untapped untapped;
+        meanwhile_();
+    }
     if (action_ == Action::kShorten && bytes != nullptr)
         *bytes = std::min(*bytes, bytes_);
 }

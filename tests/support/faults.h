@@ -11,6 +11,8 @@
 #include <stddef.h>
 
 #include <atomic>
+#include <functional>
+#include <utility>
 
 namespace korx::test {
 
@@ -34,6 +36,13 @@ class Fault {
         return Fault(name, nth, Action::kShorten, 0, bytes, count);
     }
 
+    // Right before the nth call somebody else does something, and it goes on as if nothing had
+    // been.
+    [[nodiscard]] static Fault Meanwhile(const char* name, unsigned nth,
+                                         std::function<void()> something) {
+        return Fault(name, nth, std::move(something));
+    }
+
     ~Fault();
     Fault(const Fault&) = delete;
     Fault& operator=(const Fault&) = delete;
@@ -48,10 +57,14 @@ class Fault {
     static bool Decide(const char* name, const void* caller, size_t* bytes);
 
   protected:
-    enum class Action { kFail, kKill, kShorten, kCount };
+    enum class Action { kFail, kKill, kShorten, kMeanwhile, kCount };
     Fault(const char* name, unsigned nth, Action action, int error, size_t bytes, int count);
 
   private:
+    Fault(const char* name, unsigned nth, std::function<void()> meanwhile)
+        : Fault(name, nth, Action::kMeanwhile, 0, 0, 1) {
+        meanwhile_ = std::move(meanwhile);
+    }
     bool Strikes(const char* name, const size_t* bytes);
     void Apply(size_t* bytes, int* error) const;
 
@@ -61,6 +74,7 @@ class Fault {
     const int error_;
     const size_t bytes_;
     const int count_;
+    std::function<void()> meanwhile_;
     std::atomic<unsigned> calls_{0};
     std::atomic<unsigned> hits_{0};
     std::atomic<size_t> asked_{0};
