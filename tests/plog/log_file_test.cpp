@@ -114,10 +114,10 @@ TEST_F(LogFile, WaitsForALockThroughSignalsAndFalseDeadlocks) {
     const UniqueFd fd(open("locked", O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     for (const int error : {EINTR, EDEADLK}) {
         const Fault fault("fcntl", 1, error, 3);
-        EXPECT_EQ(DBG_LockReg(fd.get(), F_SETLKW, F_WRLCK, 0, SEEK_SET, 0), 0u);
+        EXPECT_EQ(DBG_LockReg(fd.get(), DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, SEEK_SET, 0), 0u);
     }
     const Fault fault("fcntl", 1, EINTR);
-    EXPECT_EQ(DBG_LockReg(fd.get(), F_SETLK, F_UNLCK, 0, SEEK_SET, 0), 7u);
+    EXPECT_EQ(DBG_LockReg(fd.get(), DBG_LOCK_SET, DBG_LOCK_RELEASE, 0, SEEK_SET, 0), 7u);
 }
 
 uint32_t Assemble(char* buffer, int size, uint32_t* length, const char* format, ...) {

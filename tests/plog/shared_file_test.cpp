@@ -78,9 +78,9 @@ struct SharedFile : RoomTest, ::testing::WithParamInterface<Row> {
                 return;
             }
             const UniqueFd fd(open(test.file(), O_RDWR | O_CLOEXEC));
-            const bool locked = test.is_text()
-                                    ? flock(fd.get(), LOCK_EX) == 0
-                                    : DBG_LockReg(fd.get(), F_SETLKW, F_WRLCK, 0, 0, 0) == 0;
+            const bool locked = test.is_text() ? flock(fd.get(), LOCK_EX) == 0
+                                               : DBG_LockReg(fd.get(), DBG_LOCK_SET_WAIT,
+                                                             DBG_LOCK_WRITE, 0, 0, 0) == 0;
             char byte = 0;
             if (!locked || ::write(ready_[1], &byte, 1) != 1 || read(go_[0], &byte, 1) != 1)
                 _exit(1);
@@ -236,7 +236,7 @@ TEST_F(LockedLogs, ReportsWaitUntilTheLocksAreFree) {
     while (HeadOf<LOG_HEAD_S>("KORX_DIAG_LOG").uiTotalLen == 0)
         usleep(1000);
     (void) alarm(20);
-    EXPECT_EQ(DBG_LockReg(g_iDLogFileFd, F_SETLKW, F_WRLCK, 0, SEEK_SET, 0), 0u);
+    EXPECT_EQ(DBG_LockReg(g_iDLogFileFd, DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, SEEK_SET, 0), 0u);
     (void) alarm(0);
     EXPECT_EQ(waitpid(child, nullptr, WNOHANG), 0) << "the system log was not deaf";
     kill(child, SIGKILL);

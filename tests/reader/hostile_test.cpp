@@ -222,7 +222,7 @@ TEST_F(Files, HeldByAWriterAreWaitedForAndThenGivenUp) {
     ASSERT_EQ(pipe(ready), 0);
     const pid_t child = fork();
     if (child == 0) {
-        (void) DBG_LockReg(fd, 7, 1, 0, 0, 0);
+        (void) DBG_LockReg(fd, DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, 0, 0);
         (void) !write(ready[1], "x", 1);
         (void) pause();
     }
@@ -240,20 +240,25 @@ TEST_F(Files, HeldByAWriterAreWaitedForAndThenGivenUp) {
 
 TEST_F(Files, LentByAWriterKeepItsLock) {
     make_ring(3);
-    ASSERT_EQ(DBG_LockReg(fd, 7, 1, 0, 0, 0), 0u);
+    ASSERT_EQ(DBG_LockReg(fd, DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, 0, 0), 0u);
     options.lock_timeout_ms = 20;
     korx_reader* reader = nullptr;
     EXPECT_EQ(korx_reader_open_fd(fd, "ring", KORX_LOG_SECURITY, &options, &reader, &error),
               KORX_READER_LOCKED)
         << "another thread of this process is writing";
-    ASSERT_EQ(DBG_LockReg(fd, 6, 2, 0, 0, 0), 0u);
+    ASSERT_EQ(DBG_LockReg(fd, DBG_LOCK_SET, DBG_LOCK_RELEASE, 0, 0, 0), 0u);
     const off_t position = lseek(fd, 0, SEEK_CUR);
     ASSERT_EQ(korx_reader_open_fd(fd, "ring", KORX_LOG_SECURITY, &options, &reader, &error),
               KORX_READER_OK);
-    ASSERT_EQ(DBG_LockReg(fd, 7, 1, 0, 0, 0), 0u);
+    ASSERT_EQ(DBG_LockReg(fd, DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, 0, 0), 0u);
     korx_reader_close(reader);
     EXPECT_EQ(lseek(fd, 0, SEEK_CUR), position);
-    EXPECT_EQ(RunChild([&] { return DBG_LockReg(fd, 6, 1, 0, 0, 0) == 7 ? 0 : 1; }), 0);
+    EXPECT_EQ(RunChild([&] {
+                  return DBG_LockReg(fd, DBG_LOCK_SET, DBG_LOCK_WRITE, 0, 0, 0) == ORX_PLOG_ERR_LOCK
+                             ? 0
+                             : 1;
+              }),
+              0);
 }
 
 TEST_F(Files, AcknowledgedAsFarAsHandedOutAndNotFurther) {
