@@ -77,12 +77,12 @@ bool IsLogDevice(int fd) {
     return flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) >= 0;
 }
 
-}  // namespace
-
 void ReportLock(bool done) {
     if (!done)
         DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
 }
+
+}  // namespace
 
 UniqueFd OpenLogFile(const char* path, int flags) {
     UniqueFd fd(open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kLogMode));
@@ -178,6 +178,14 @@ void ReleaseOrReport(LogFileLock* lock) {
     ReportLock(lock->release());
 }
 
+ReportedLock::ReportedLock(int fd) : lock_(fd) {
+    ReportLock(lock_.acquire());
+}
+
+void ReportedLock::release() {
+    ReportLock(lock_.release());
+}
+
 }  // namespace korx
 
 using namespace korx;
@@ -237,12 +245,9 @@ uint32_t LOG_CheckAndTruncate(int fd, uint32_t limit) {
 }
 
 uint32_t LOG_Buff2File(int fd, const void* data, uint32_t length, uint32_t limit) {
-    const HeldReports reports;
-    const Uncancelled uncancelled;
-    RecordLock lock(fd);
-    ReportLock(lock.acquire());
+    ReportedLock lock(fd);
     (void) LOG_CheckAndTruncate(fd, limit);
     (void) LOG_Write(fd, length, data);
-    ReportLock(lock.release());
+    lock.release();
     return kOk;
 }

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include "base/lock.h"
+#include "base/report.h"
 #include "base/unique.h"
 
 namespace korx {
@@ -75,12 +76,21 @@ class LogFileLock {
     RecordLock lock_;
 };
 
-// Reports a lock that could not be had or given back.
-void ReportLock(bool done);
-
 // The lock of a log that is written even where it cannot be locked: a record on a file system
 // without locks is better than none. False when there is no file to write to.
 [[nodiscard]] bool AcquireOrReport(LogFileLock* lock);
 void ReleaseOrReport(LogFileLock* lock);
+
+// The same for a descriptor of the caller's, which has no path.
+class ReportedLock {
+  public:
+    explicit ReportedLock(int fd);
+    void release();  // reports a failure, unlike the destructor
+
+  private:
+    const HeldReports reports_;
+    const Uncancelled uncancelled_;
+    RecordLock lock_;
+};
 
 }  // namespace korx

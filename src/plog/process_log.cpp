@@ -103,12 +103,9 @@ uint32_t PLOG_LogFile(const char* process_name, const char* format, ...) {
 }
 
 uint32_t PLOG_Buff2File(int fd, const void* record, uint32_t length, uint32_t limit) {
-    const HeldReports reports;
-    const Uncancelled uncancelled;
-    RecordLock lock(fd);
-    ReportLock(lock.acquire());
+    ReportedLock lock(fd);
     WriteWrapping(fd, record, length, limit);
-    ReportLock(lock.release());
+    lock.release();
     return kOk;
 }
 
