@@ -145,8 +145,8 @@ KORX_API uint32_t ORXFS_UndoProtectFile(const char* name, uint32_t length);
 
 /* --- Path resolution and canonical open --- */
 
-/* Outputs have size bytes and are empty after a failure. Result, where nothing else is said: 0 or
- * 0x0FFFFFFF. */
+/* Outputs have size bytes and, where nothing else is said, are empty after a failure. Result, where
+ * nothing else is said: 0 or 0x0FFFFFFF. */
 
 /* Resolves the directory of a name and leaves its last component as it is, whether that exists or
  * not. The name must hold a directory, of at most 255 characters with its last '/', and its last
@@ -169,12 +169,12 @@ KORX_API uint32_t ORX_PathCatDoubleDot(char* path);
 /* Copies the characters before the first '/'. */
 KORX_API uint32_t ORX_GetDirectory(const char* source, char* destination, uint32_t size);
 
-/* Resolves a path that exists, completely. out may be the path itself. A short buffer is not
- * logged. */
+/* Resolves a path that exists, completely. out may be the path itself, which a failure leaves as it
+ * was. A short buffer is not logged. */
 KORX_API uint32_t KORX_Trans2CanonicalFilepath(const char* path, char* out, uint32_t size);
 
 /* Resolves a path of at most 383 characters: completely if it exists, else as
- * ORX_GetAbsolutePathAndFileName does. */
+ * ORX_GetAbsolutePathAndFileName does. out may be the path itself, which a failure leaves. */
 KORX_API uint32_t KORX_GetCanonicalFilepath(const char* path, char* out, uint32_t size);
 
 /* Open a name of 1 to 384 characters in its resolved directory, which is the working directory for
@@ -195,8 +195,8 @@ KORX_API char* ORX_DelSlashInPathEnd(char* path, uint32_t length);
 KORX_API int ORX_CmpLinuxDirStr(const char* a, const char* b);
 
 /* The path without its last component and with a '/' at its end, of at most 254 characters. parent
- * has 256 bytes and holds a text already, such as the empty one; it may be path. Unlike the others
- * a failure leaves it as it was. */
+ * has 256 bytes and holds a text already, such as the empty one; it may be path. A failure leaves
+ * it as it was. */
 KORX_API uint32_t KORX_GetParentDir(const char* path, char* parent);
 
 /* Makes the missing directories that a file will lie in, with mode 0750. */
@@ -233,8 +233,9 @@ KORX_API uint32_t KORX_LinkFilesSafeParaCheck(const char* source_directory, cons
 /* Links link_name in one directory to file_name in another, which need not exist. The contents are
  * the absolute name, or a relative one where both begin with "/opt". A link with other contents
  * than the absolute name is made anew and a dangling one replaced; anything else at the link's name
- * stays, with result 0. Result: 0, a code of the checks, SYMLINK when there is no relative path
- * that fits, with the old link untouched, or 0x0FFFFFFF. */
+ * stays, with result 0. Result: 0, a code of the checks, SAME_FILE when the way to the file leads
+ * through the link's name, SYMLINK when there is no relative path that fits, both with the old link
+ * untouched, or 0x0FFFFFFF. */
 KORX_API uint32_t KORX_LinkFilesSafe(const char* source_directory, const char* file_name,
                                      const char* link_directory, const char* link_name);
 
@@ -250,7 +251,7 @@ KORX_API uint32_t ORX_GetRelPath(const char* source, const char* destination, ch
  * flag, 0 at the start of every directory, ends that directory's listing when it is set.
  * on_directory gets each subdirectory; clearing its flag, which is 1, keeps the walk out of it. A
  * null on_directory enters all. Other types, and entries whose type the file system does not tell,
- * are passed over.
+ * are passed over. A directory that has become a link by the time it is entered cannot be opened.
  *
  * Paths below root, and root with any directory's path, have at most 383 characters. One descriptor
  * is open per level. Result: 0, the first other result of a callback, or 0x0FFFFFFF: for null root
@@ -296,9 +297,9 @@ KORX_API uint32_t ORX_RmParentDirReserveDir(const char* path);
 
 /* Copies the bytes of a file to a new or emptied one with the source's permission bits, less the
  * umask. The directory of either name must be given and exist; the destination's resolved name has
- * at most 255 characters. A failed copy removes whatever stands at the destination's name, unless
- * it is the source itself under another name: that is refused and left alone. Nothing is synced.
- * The lengths are not consulted. Result: 0 or 0x0FFFFFFF. */
+ * at most 255 characters. A failed copy removes whatever stands at the destination's name. The
+ * source itself under another name, and a FIFO, are no destinations: they are refused and left
+ * alone. Nothing is synced. The lengths are not consulted. Result: 0 or 0x0FFFFFFF. */
 KORX_API uint32_t KORX_CopyFile(const char* source, uint32_t source_length, const char* destination,
                                 uint32_t destination_length);
 

@@ -7,7 +7,6 @@
 #include <grp.h>
 #include <pwd.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <strings.h>
 #include <sys/stat.h>
@@ -20,6 +19,7 @@
 #include "base/text.h"
 #include "base/unique.h"
 #include "base/write_all.h"
+#include "fs/mode.h"
 #include "fs/tree.h"
 #include "korx/str.h"
 #include "str/directories.h"
@@ -99,25 +99,14 @@ uint32_t KORX_Mkdir(const char* path, uint32_t mode) {
     FullPathText text;
     if (!text.format("%s", path))
         return Fail(kFailed, "print pcPathname unsuccessfully, pcPathname=%s", path);
-    // The umask has taken bits away from what mkdir made.
-    const auto give_mode = [mode](const char* made) { (void) KORX_Fchmod(made, mode); };
+    // The umask has taken bits away from what mkdir made. Nothing else gets them, if something else
+    // stands there by now.
+    const auto give_mode = [mode](const char* made) {
+        const UniqueFd fd(open(made, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        (void) ChangeMode(fd, made, {0, mode});
+    };
     if (!MakeDirectories(text.data(), mode, give_mode))
         return Fail(kCreateDirFailed, "Create %s directory unsuccessfully as %d. ", path, errno);
-    return kOk;
-}
-
-uint32_t KORX_Fchmod(const char* path, uint32_t mode) {
-    const MallocPtr<char> real(realpath(path, nullptr));
-    if (!real)
-        return kFailed;
-    const UniqueFd fd(open(real.get(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!fd)
-        return Fail(kFailed, "Open file %s unsuccessfully. errno: %d", path, errno);
-    struct stat st;
-    if (fstat(fd.get(), &st) < 0)
-        return Fail(kFailed, "fstat file %s unsuccessfully. errno: %d", path, errno);
-    if (fchmod(fd.get(), mode) < 0)
-        return Warn(kFailed, "fchmod file %s unsuccessfully. errno: %d", path, errno);
     return kOk;
 }
 

@@ -23,13 +23,13 @@
 #include "base/unique.h"
 #include "base/write_all.h"
 #include "fs/entry.h"
+#include "fs/mode.h"
 
 namespace korx {
 namespace {
 
 constexpr size_t kStepSize = 4096;
 constexpr size_t kLargeStepSize = 65536;  // for files that are larger than it
-constexpr mode_t kPermissionBits = 07777;
 constexpr mode_t kDirectoryMode = 0750;
 
 constexpr char kTemporarySuffix[] = ".orxtmp";
@@ -75,27 +75,51 @@ uint32_t OpenSource(Source* source) {
     return kOk;
 }
 
-// Looked up, not opened: opening the source as the destination would already truncate it.
-bool IsSource(const char* resolved, const Source& source) {
-    struct stat st;
-    return stat(resolved, &st) == 0 && IsSameFile(st, source.st);
+// What a copy came to. A failed one has left something at the destination's name, or may have; a
+// refused one has touched nothing.
+enum class Copied { kDone, kFailed, kRefused };
+
+// Reports what a copy must not be written to, nor deleted when it fails.
+bool IsRefused(const struct stat& st, const Source& source, const char* destination) {
+    if (IsSameFile(st, source.st))
+        return Fail(true, "CopyFile:source path %s and destination path %s are the same file!",
+                    source.name, destination);
+    if (S_ISFIFO(st.st_mode))
+        return Fail(true, "CopyFile:destination path %s is a FIFO!", destination);
+    return false;
 }
 
 // Copies to the resolved name of the destination, through buffer, of kStepSize, or a larger one.
-uint32_t CopyInto(const Source& source, const char* destination, const char* resolved, int flags,
-                  char* buffer) {
-    const UniqueFd to(open(resolved, O_RDWR | O_CREAT | O_TRUNC | O_NOCTTY | O_CLOEXEC | flags,
+Copied CopyInto(const Source& source, const char* destination, const char* resolved, int flags,
+                char* buffer) {
+    struct stat st;
+    if (stat(resolved, &st) == 0 && IsRefused(st, source, destination))
+        return Copied::kRefused;
+    // Truncated only when it is known what has been opened: the name may lead elsewhere by now. For
+    // reading too, because the opening of a FIFO that has just appeared would wait for a reader.
+    const UniqueFd to(open(resolved, O_RDWR | O_CREAT | O_NOCTTY | O_CLOEXEC | flags,
                            source.st.st_mode & kPermissionBits));
-    if (!to)
-        return Fail(kFailed, "CopyFile:open file destination path %s errno:%d!", destination,
-                    errno);
+    const bool opened = to && fstat(to.get(), &st) == 0;
+    if (opened && IsRefused(st, source, destination))
+        return Copied::kRefused;
+    if (!opened || (S_ISREG(st.st_mode) && ftruncate(to.get(), 0) < 0))
+        return Fail(Copied::kFailed, "CopyFile:open file destination path %s errno:%d!",
+                    destination, errno);
 
     // A large buffer is only faster: where there is no memory for it, small steps do.
     const bool is_large = source.st.st_size > off_t{kLargeStepSize};
     const MallocPtr<char> large(is_large ? static_cast<char*>(malloc(kLargeStepSize)) : nullptr);
-    return large ? MoveData(source.fd.get(), to.get(), large.get(), kLargeStepSize, source.name,
-                            destination)
-                 : MoveData(source.fd.get(), to.get(), buffer, kStepSize, source.name, destination);
+    const uint32_t code =
+        large ? MoveData(source.fd.get(), to.get(), large.get(), kLargeStepSize, source.name,
+                         destination)
+              : MoveData(source.fd.get(), to.get(), buffer, kStepSize, source.name, destination);
+    return code == kOk ? Copied::kDone : Copied::kFailed;
+}
+
+// Whether the source has come to stand at the destination's name meanwhile.
+bool IsSource(const char* resolved, const Source& source) {
+    struct stat st;
+    return stat(resolved, &st) == 0 && IsSameFile(st, source.st);
 }
 
 // The raw copy; flags are added to the destination's open.
@@ -109,21 +133,17 @@ uint32_t CopyFile(const char* source_name, const char* destination, int flags) {
         return opened;
 
     DirectoryText resolved;
-    uint32_t code =
-        ORX_GetAbsolutePathAndFileName(destination, resolved.data(), resolved.capacity());
-    // Settled before the copy can fail: a failed one deletes what stands at the destination's name.
-    if (code == kOk && IsSource(resolved.c_str(), source))
-        return Fail(kFailed, "CopyFile:source path %s and destination path %s are the same file!",
-                    source_name, destination);
-    if (code == kOk)
-        code = CopyInto(source, destination, resolved.c_str(), flags, buffer.get());
+    Copied copied;
+    if (ORX_GetAbsolutePathAndFileName(destination, resolved.data(), resolved.capacity()) == kOk)
+        copied = CopyInto(source, destination, resolved.c_str(), flags, buffer.get());
     else
-        code = Fail(kFailed,
-                    "Get the abolute path and file name of file %s unsuccessfully when copy file.",
-                    destination);
-    if (code != kOk)
+        copied =
+            Fail(Copied::kFailed,
+                 "Get the abolute path and file name of file %s unsuccessfully when copy file.",
+                 destination);
+    if (copied == Copied::kFailed && !IsSource(resolved.c_str(), source))
         (void) KORX_DelFile(resolved.c_str(), resolved.capacity());
-    return code;
+    return copied == Copied::kDone ? kOk : kFailed;
 }
 
 uint32_t FailAsSame(const char* source, const char* destination) {

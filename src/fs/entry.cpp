@@ -42,20 +42,31 @@ bool IsDirectoryOfSource(const char* path, const char* source) {
            IsSameFile(removed, kept);
 }
 
-// Replaces the path of a symbolic link by the path that it leads to. False for anything else.
-bool FollowLink(PathText* path) {
-    PathText target;
-    if (readlink(path->c_str(), target.data(), target.capacity() - 1) < 0)
-        return false;
-    if (target.c_str()[0] == '/') {
-        *path = target;
-        return true;
+// Where the first symbolic link in path ends, wherever in it that stands, and what it leads to; 0
+// without one. target comes empty.
+size_t FirstLink(const PathText& path, PathText* target) {
+    const char* const text = path.c_str();
+    for (size_t end = 0; text[end] != '\0';) {
+        end += strspn(text + end, "/");
+        end += strcspn(text + end, "/");
+        PathText prefix;
+        (void) prefix.format("%.*s", static_cast<int>(end), text);
+        if (readlink(prefix.c_str(), target->data(), target->capacity() - 1) >= 0)
+            return end;
     }
-    const std::string_view parent = DirectoryOf(path->c_str());
-    PathText next;
-    (void) next.format("%.*s/%s", static_cast<int>(parent.size()), parent.data(), target.c_str());
-    *path = next;
-    return true;
+    return 0;
+}
+
+// The path that goes on from a link to its target and then as rest says.
+PathText FollowLink(const PathText& link, const PathText& target, const char* rest) {
+    PathText path;
+    const std::string_view parent = DirectoryOf(link.c_str());
+    if (target.c_str()[0] == '/')
+        (void) path.format("%s%s", target.c_str(), rest);
+    else
+        (void) path.format("%.*s/%s%s", static_cast<int>(parent.size()), parent.data(),
+                           target.c_str(), rest);
+    return path;
 }
 
 }  // namespace
@@ -64,13 +75,19 @@ bool HoldsSource(const char* path, const char* source) {
     if (IsDirectoryOfSource(path, source))
         return true;
     const Entry entry(path);
-    PathText step;
-    (void) step.format("%s", source);
+    PathText way;
+    (void) way.format("%s", source);
     for (unsigned links = 0; links <= kMaxLinks; ++links) {
+        PathText target;
+        const size_t end = FirstLink(way, &target);
+        const size_t length = end == 0 ? strlen(way.c_str()) : end;
+        PathText step;  // the link, or what all links have led to
+        (void) step.format("%.*s", static_cast<int>(length), way.c_str());
         if (entry == Entry(step.c_str()))
             return true;
-        if (!FollowLink(&step))
+        if (end == 0)
             return false;
+        way = FollowLink(step, target, way.c_str() + end);
     }
     return false;
 }

@@ -41,6 +41,10 @@ void EnsureSlash(FullPathText* path) {
         path->data()[length] = '/';
 }
 
+uint32_t FailAsSame(const char* target, const char* path) {
+    return Fail(ORXFS_ERR_SAME_FILE, "Src File '%s' is same to Dst File '%s'.", target, path);
+}
+
 struct LinkPaths {
     FullPathText target;
     FullPathText link;
@@ -176,11 +180,11 @@ int32_t KORX_IsFileLinkRight(const char* expected, const char* path, uint32_t le
 
 uint32_t KORX_LinkFile(const char* target, uint32_t, const char* path, uint32_t) {
     if (strcmp(target, path) == 0)
-        return Fail(ORXFS_ERR_SAME_FILE, "Src File '%s' is same to Dst File '%s'.", target, path);
+        return FailAsSame(target, path);
     if (KORX_IsFileExist(target) == KORX_FALSE)
         return Warn(ORXFS_ERR_NOT_EXIST, "File '%s' is not exist when link file!", target);
     if (HoldsSource(path, target))
-        return Fail(ORXFS_ERR_SAME_FILE, "Src File '%s' is same to Dst File '%s'.", target, path);
+        return FailAsSame(target, path);
 
     struct stat st;
     if (lstat(path, &st) == 0) {
@@ -217,6 +221,8 @@ uint32_t KORX_LinkFilesSafe(const char* source_directory, const char* file_name,
     if (code != kOk)
         return code;
     const char* const link = paths.link.c_str();
+    if (HoldsSource(link, paths.target.c_str()))
+        return FailAsSame(paths.target.c_str(), link);  // the link would lead to itself
     Log(kLevelInfo, "TAV_LinkFile[Dest](%s) to file[Src](%s)", link, paths.target.c_str());
     FullPathText current;
     const bool was_link = ReadLink(link, &current);
@@ -252,6 +258,8 @@ uint32_t ORX_GetRelPath(const char* source, const char* destination, char* out, 
         spliced = strncat_s(out, room, kUp, kUpLength);
     if (spliced == 0)
         spliced = strncat_s(out, room, rest, strlen(rest));
+    if (spliced != 0 && size != 0)
+        out[0] = '\0';
     if (spliced != 0)
         return Fail(
             kFailed,

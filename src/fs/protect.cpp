@@ -16,13 +16,13 @@
 #include "base/codes.h"
 #include "base/report.h"
 #include "base/unique.h"
+#include "fs/mode.h"
 #include "korx/fs.h"
 
 namespace korx {
 namespace {
 
-constexpr mode_t kWriteBits = 0222;
-constexpr mode_t kPermissionBits = 07777;
+constexpr int kOpenForFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 MallocPtr<char> ResolveOrReport(const char* path) {
     MallocPtr<char> real(realpath(path, nullptr));
@@ -32,7 +32,13 @@ MallocPtr<char> ResolveOrReport(const char* path) {
 }
 
 UniqueFd OpenForFlags(const char* path) {
-    return UniqueFd(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    return UniqueFd(open(path, kOpenForFlags));
+}
+
+// What bears the name itself. For a symbolic link nothing, with errno ELOOP: the answer comes with
+// the descriptor, because the name may lead elsewhere when it is looked at twice.
+UniqueFd OpenItself(const char* name) {
+    return UniqueFd(open(name, kOpenForFlags | O_NOFOLLOW));
 }
 
 // The kernel's request is declared with long but moves an int.
@@ -45,32 +51,37 @@ bool SetFlags(const UniqueFd& fd, int flags) {
     return ioctl(fd.get(), FS_IOC_SETFLAGS, &flags) >= 0;
 }
 
-enum class Write { kTake, kGive };
-
-mode_t ChangedMode(mode_t mode, Write change) {
-    const mode_t bits = mode & kPermissionBits;
-    return change == Write::kTake ? bits & ~kWriteBits : bits | kWriteBits;
-}
-
-// The result does not matter to the protection: its failure is reported here and that is all.
-void ChangeWriteRight(const UniqueFd& fd, const char* path, Write change) {
-    struct stat st;
-    if (fstat(fd.get(), &st) < 0)
-        return Log(kLevelErr, "fstat file %s unsuccessfully. errno: %d", path, errno);
-    if (fchmod(fd.get(), ChangedMode(st.st_mode, change)) < 0)
-        Log(kLevelWarning, "fchmod file %s unsuccessfully. errno: %d", path, errno);
-}
-
-uint32_t ChangeWriteRight(const char* path, Write change) {
-    struct stat st;
-    if (path == nullptr || stat(path, &st) < 0)
-        return kFailed;
-    return KORX_Fchmod(path, ChangedMode(st.st_mode, change));
-}
-
 bool HasWriteBit(const UniqueFd& fd) {
     struct stat st;
     return fstat(fd.get(), &st) < 0 || (st.st_mode & kWriteBits) != 0;
+}
+
+// What KORX_ProtectFile does once it has opened the file, or failed to.
+uint32_t ProtectOpened(const UniqueFd& fd, const char* path) {
+    if (!fd)
+        return Fail(kFailed, "[ORX-LIB] open file '%s' return err when protect it, errno:%d.", path,
+                    errno);
+    int flags;
+    if (!GetFlags(fd, &flags)) {
+        Log(kLevelWarning,
+            "[ORX-LIB] ioctl return err when protcet file, errno %d, try another way.", errno);
+        (void) ChangeMode(fd, path, kTakeWriteRight);
+        Log(kLevelInfo, "[ORX-LIB] File '%s' remove write right OK. ", path);
+        return kOk;
+    }
+    if ((flags & FS_IMMUTABLE_FL) != 0)
+        return kOk;
+    if (SetFlags(fd, flags | FS_IMMUTABLE_FL)) {
+        Log(kLevelInfo, "[ORX-LIB] File '%s' protect OK. ", path);
+        return kOk;
+    }
+    if (errno != EPERM)
+        return Fail(kFailed,
+                    "[ORX-LIB] File '%s' protect unsuccessful ioctl setflag, ret(%d), errno:%d.",
+                    path, static_cast<int>(kFailed), errno);
+    Log(kLevelWarning, "[ORX-LIB] Proc has no right to protect file!");
+    (void) ChangeMode(fd, path, kTakeWriteRight);
+    return kOk;
 }
 
 uint32_t ReportClearFailed(const UniqueFd& fd, const char* path) {
@@ -79,7 +90,7 @@ uint32_t ReportClearFailed(const UniqueFd& fd, const char* path) {
     uint32_t result = kFailed;
     if (error == EPERM) {
         Log(kLevelInfo, "Proc has no right to unprotect.");
-        ChangeWriteRight(fd, path, Write::kGive);
+        (void) ChangeMode(fd, path, kGiveWriteRight);
         result = kOk;
     }
     return Fail(result, "File '%s' undo protect unsuccessfully. setflag.", path);
@@ -96,7 +107,7 @@ uint32_t UndoProtectOpened(const UniqueFd& fd, const char* path) {
         Log(kLevelWarning,
             "ioctl did not succeed when unprotect unsuccessfully,try another way, PathName=[%s], errno=[%d].",
             path, errno);
-        ChangeWriteRight(fd, path, Write::kGive);
+        (void) ChangeMode(fd, path, kGiveWriteRight);
         Log(kLevelInfo, "File '%s' give write right OK when ioctl unsuccessfully. ", path);
         return kOk;
     }
@@ -104,7 +115,7 @@ uint32_t UndoProtectOpened(const UniqueFd& fd, const char* path) {
         if (!SetFlags(fd, flags & ~FS_IMMUTABLE_FL))
             return ReportClearFailed(fd, path);
     } else if (!HasWriteBit(fd)) {
-        ChangeWriteRight(fd, path, Write::kGive);
+        (void) ChangeMode(fd, path, kGiveWriteRight);
     }
     Log(kLevelInfo, "File '%s' undo protect OK. ", path);
     return kOk;
@@ -132,14 +143,6 @@ uint32_t KORX_IsFileWriteable(const char* path) {
     return (st.st_mode & kWriteBits) != 0 ? KORX_TRUE : KORX_FALSE;
 }
 
-uint32_t KORX_RmWriteRight(const char* path) {
-    return ChangeWriteRight(path, Write::kTake);
-}
-
-uint32_t KORX_GiveWriteRight(const char* path) {
-    return ChangeWriteRight(path, Write::kGive);
-}
-
 uint32_t KORX_IsFileProtected(const char* path) {
     if (KORX_IsFileExist(path) == KORX_FALSE) {
         Log(kLevelInfo, "File '%s' is not exist.", path);
@@ -155,32 +158,7 @@ uint32_t KORX_ProtectFile(const char* path) {
     const MallocPtr<char> real = ResolveOrReport(path);
     if (!real)
         return kFailed;
-    const UniqueFd fd = OpenForFlags(real.get());
-    if (!fd)
-        return Fail(kFailed, "[ORX-LIB] open file '%s' return err when protect it, errno:%d.", path,
-                    errno);
-
-    int flags;
-    if (!GetFlags(fd, &flags)) {
-        Log(kLevelWarning,
-            "[ORX-LIB] ioctl return err when protcet file, errno %d, try another way.", errno);
-        ChangeWriteRight(fd, path, Write::kTake);
-        Log(kLevelInfo, "[ORX-LIB] File '%s' remove write right OK. ", path);
-        return kOk;
-    }
-    if ((flags & FS_IMMUTABLE_FL) != 0)
-        return kOk;
-    if (SetFlags(fd, flags | FS_IMMUTABLE_FL)) {
-        Log(kLevelInfo, "[ORX-LIB] File '%s' protect OK. ", path);
-        return kOk;
-    }
-    if (errno != EPERM)
-        return Fail(kFailed,
-                    "[ORX-LIB] File '%s' protect unsuccessful ioctl setflag, ret(%d), errno:%d.",
-                    path, static_cast<int>(kFailed), errno);
-    Log(kLevelWarning, "[ORX-LIB] Proc has no right to protect file!");
-    ChangeWriteRight(fd, path, Write::kTake);
-    return kOk;
+    return ProtectOpened(OpenForFlags(real.get()), path);
 }
 
 uint32_t KORX_UndoProtectFile(const char* path) {
@@ -197,10 +175,11 @@ uint32_t ORXFS_ProtectFile(const char* name, uint32_t length) {
                     name);
     if (KORX_IsFileExist(name) == KORX_FALSE)
         return Warn(ORXFS_ERR_NOT_EXIST, "[ORXFS-LOCAL] File '%s' is not exist!", name);
-    if (ORX_IsSymLink(name, length) == KORX_TRUE)
+    const UniqueFd fd = OpenItself(name);
+    if (!fd && errno == ELOOP)
         return Warn(ORXFS_ERR_PROTECT_SYMLINK,
                     "[ORXFS-LOCAL] Symlink File '%s' not permit to protect!", name);
-    const uint32_t result = KORX_ProtectFile(name);
+    const uint32_t result = ProtectOpened(fd, name);
     if (result != kOk)
         return Fail(result, "[ORXFS-LOCAL] protect file '%s' unsuccessfully, return code: %u .",
                     name, result);
@@ -213,9 +192,10 @@ uint32_t ORXFS_UndoProtectFile(const char* name, uint32_t length) {
         return checked;
     if (KORX_IsFileExist(name) == KORX_FALSE)
         return ORXFS_ERR_NOT_EXIST;
-    if (ORX_IsSymLink(name, length) == KORX_TRUE)
+    const UniqueFd fd = OpenItself(name);
+    if (!fd && errno == ELOOP)
         return ORXFS_ERR_UNPROTECT_SYMLINK;
-    const uint32_t result = KORX_UndoProtectFile(name);
+    const uint32_t result = UndoProtectOpened(fd, name);
     if (result != kOk)
         return Fail(result, "[ORXFS-LOCAL]File '%s' undo protect unsuccessfully, return code: %u.",
                     name, result);

@@ -3,7 +3,7 @@
 // The directories to be handled wait on a stack as path strings. The strings are for bookkeeping
 // and messages: the tree is entered by its own rules, and a directory's entries are examined and
 // deleted relative to its descriptor, so nothing outside the tree is touched. However large the
-// tree, three descriptors are enough.
+// tree, four descriptors are enough.
 #include "korx/fs.h"
 
 #include <dirent.h>
@@ -27,8 +27,6 @@
 
 namespace korx {
 namespace {
-
-constexpr int kOpenEntry = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 using UniqueStack = std::unique_ptr<ORX_StackNode, Releaser<ORX_DestroyStack>>;
 
@@ -209,12 +207,16 @@ uint32_t Removal::push_directory(const char* path) {
 }
 
 // Only a regular file is opened to lift its protection: opening a link would reach another file,
-// and opening a device may do something.
+// and opening a device may do something. So the entry is taken hold of first, which opens nothing,
+// and what has been looked at is what gets opened, whatever bears its name by then.
 void Unprotect(int directory, const char* name, const char* path) {
-    const UniqueFd fd(openat(directory, name, kOpenEntry));
+    UniqueFd fd(openat(directory, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat st;
     if (fd && (fstat(fd.get(), &st) < 0 || !S_ISREG(st.st_mode)))
         return;
+    FixedText<32> held;
+    if (fd && held.format("/proc/self/fd/%d", fd.get()))
+        fd.reset(open(held.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     (void) UndoProtectOpened(fd, path);
 }
 

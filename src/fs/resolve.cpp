@@ -1,5 +1,6 @@
-// Resolution of names, and comparing and cutting them as texts. A resolver that fails leaves its
-// output empty, so that no caller goes on with a cut or stale name.
+// Resolution of names, and comparing and cutting them as texts. Those that build a new name leave
+// their output empty when they fail, so that no caller goes on with a cut or stale one; the
+// canonical ones, which work in place, leave the caller's path.
 #include "korx/fs.h"
 
 #include <errno.h>
@@ -163,35 +164,31 @@ uint32_t ORX_GetDirectory(const char* source, char* destination, uint32_t size) 
 
 uint32_t KORX_Trans2CanonicalFilepath(const char* path, char* out, uint32_t size) {
     if (path == nullptr || out == nullptr)
-        return Refuse(out, size, Fail(kFailed, "Parameter error"));
+        return Fail(kFailed, "Parameter error");
     errno = 0;
     const MallocPtr<char> real(realpath(path, nullptr));
     if (!real)
-        return Refuse(
-            out, size,
-            Fail(kFailed, "Get file real path failed, filepath: %s, errno = %d.", path, errno));
+        return Fail(kFailed, "Get file real path failed, filepath: %s, errno = %d.", path, errno);
     const size_t length = strlen(real.get());
     if (length >= size || memset_s(out, size, 0, size) != 0)
-        return Refuse(out, size, kFailed);
+        return kFailed;
     return strncpy_s(out, size, real.get(), length) == 0 ? kOk : kFailed;
 }
 
 uint32_t KORX_GetCanonicalFilepath(const char* path, char* out, uint32_t size) {
     if (path == nullptr || out == nullptr)
-        return Refuse(out, size, Fail(kFailed, "Parameter error"));
+        return Fail(kFailed, "Parameter error");
     FullPathText resolved;
     if (KORX_IsFileExist(path) == KORX_TRUE) {
         if (KORX_Trans2CanonicalFilepath(path, resolved.data(), kFullPathSize) != kOk)
-            return Refuse(
-                out, size,
-                Fail(kFailed, "Get the abolute path unsuccessfully when file is exist, file : %s",
-                     path));
+            return Fail(kFailed,
+                        "Get the abolute path unsuccessfully when file is exist, file : %s", path);
     } else if (ResolveMissing(path, &resolved) != kOk) {
-        return Refuse(out, size, kFailed);
+        return kFailed;
     }
 
     if (strlen(resolved.c_str()) >= size)
-        return Refuse(out, size, Fail(kFailed, "CanopathLen(%u) is not enougth", size));
+        return Fail(kFailed, "CanopathLen(%u) is not enougth", size);
     if (memset_s(out, size, 0, size) != 0 ||
         snprintf_s(out, size, size - 1, "%s", resolved.c_str()) < 0)
         return Fail(kFailed, "Get the abolute path and file name of file %s unsuccessfully",

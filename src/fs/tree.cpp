@@ -13,6 +13,15 @@ namespace {
 
 constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
 
+UniqueDir ReadDirectory(UniqueFd fd) {
+    if (!fd)
+        return nullptr;
+    UniqueDir directory(fdopendir(fd.get()));
+    if (directory)
+        (void) fd.release();
+    return directory;
+}
+
 // The entries that every directory has.
 bool IsDotName(const char* name) {
     return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
@@ -30,19 +39,17 @@ const dirent* Entries::next() {
     return entry;
 }
 
+UniqueDir OpenSubdirectory(DIR* directory, const char* name) {
+    return ReadDirectory(UniqueFd(openat(dirfd(directory), name, kOpenDirectory | O_NOFOLLOW)));
+}
+
 bool Tree::begin(const char* start) {
     start_length_ = strlen(start);
     return start_.format("%s", start);
 }
 
 UniqueDir Tree::open_directory(const char* path) {
-    UniqueFd fd = enter(path);
-    if (!fd)
-        return nullptr;
-    UniqueDir directory(fdopendir(fd.get()));
-    if (directory)
-        (void) fd.release();
-    return directory;
+    return ReadDirectory(enter(path));
 }
 
 int Tree::remove_directory(const char* path) {
@@ -64,12 +71,20 @@ UniqueFd Tree::enter(std::string_view path) {
     path.remove_prefix(start_length_);
     DirectoryText below;
     (void) strncpy_s(below.data(), below.capacity(), path.data(), path.size());
-    UniqueFd directory(openat(root_.get(), ".", kOpenDirectory));
+    UniqueFd directory = enter_start();
     char* rest = nullptr;
     for (const char* name = strtok_r(below.data(), "/", &rest); directory && name != nullptr;
          name = strtok_r(nullptr, "/", &rest))
         directory.reset(openat(directory.get(), name, kOpenDirectory | O_NOFOLLOW));
     return directory;
+}
+
+// Not by opening "." anew: that needs the right to search the directory, and a directory that may
+// only be read can still be listed, and removed when it is empty.
+UniqueFd Tree::enter_start() {
+    UniqueFd start(fcntl(root_.get(), F_DUPFD_CLOEXEC, 0));
+    (void) lseek(start.get(), 0, SEEK_SET);  // or it would go on where the last reading ended
+    return start;
 }
 
 }  // namespace korx

@@ -26,6 +26,9 @@ class Entries {
     int error_ = 0;
 };
 
+// A subdirectory for reading; null, with errno, for anything else and for a link to one.
+UniqueDir OpenSubdirectory(DIR* directory, const char* name);
+
 // The tree below a start path. A path of the tree is the start path and the components behind it.
 // Every directory is entered from the opened start directory, one component after the other and
 // never through a link: one that is swapped for a link meanwhile is not entered.
@@ -34,13 +37,15 @@ class Tree {
     [[nodiscard]] bool begin(const char* start);
     const char* start() const { return start_.c_str(); }
 
-    // Null, with errno, when it cannot be opened.
+    // Null, with errno, when it cannot be opened. The start directory is read by one at a time: its
+    // readings share their position.
     UniqueDir open_directory(const char* path);
     // Removes an empty directory. Returns 0 or the errno of what failed.
     int remove_directory(const char* path);
 
   private:
     UniqueFd enter(std::string_view path);
+    UniqueFd enter_start();
 
     DirectoryText start_;
     size_t start_length_ = 0;

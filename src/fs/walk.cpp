@@ -19,6 +19,13 @@ struct Walk {
     void* context;
 };
 
+// The path of a directory with its root: what is too long together is not entered.
+uint32_t ComposeDirectory(const char* root, const char* directory, FullPathText* path) {
+    if (!path->format("%s/%s", root, directory))
+        return Fail(kFailed, "Print RootPath unsuccessfully, RootPath=%s/%s", root, directory);
+    return kOk;
+}
+
 uint32_t ComposeEntry(const char* directory, const char* name, FullPathText* path) {
     if (directory[0] == '\0') {
         if (!path->format("%s", name))
@@ -30,7 +37,10 @@ uint32_t ComposeEntry(const char* directory, const char* name, FullPathText* pat
     return kOk;
 }
 
-uint32_t EnterDirectory(const Walk& walk, const char* path) {
+uint32_t WalkEntries(const Walk& walk, const char* directory_path, DIR* directory);
+
+// A link that has taken the directory's place since it was listed is not entered: the walk fails.
+uint32_t EnterDirectory(const Walk& walk, DIR* parent, const char* name, const char* path) {
     uint32_t descend = KORX_TRUE;
     if (walk.on_directory != nullptr) {
         const uint32_t result = walk.on_directory(walk.root, path, &descend, walk.context);
@@ -39,11 +49,36 @@ uint32_t EnterDirectory(const Walk& walk, const char* path) {
     }
     if (descend == KORX_FALSE)
         return kOk;
-    return KORX_WalkDirRecurInner(walk.root, path, walk.on_directory, walk.on_file, walk.context);
+    FullPathText whole;
+    const uint32_t composed = ComposeDirectory(walk.root, path, &whole);
+    if (composed != kOk)
+        return composed;
+    const UniqueDir directory = OpenSubdirectory(parent, name);
+    return directory ? WalkEntries(walk, path, directory.get()) : kFailed;
 }
 
 bool IsWalked(const struct dirent& entry) {
     return entry.d_type == DT_REG || entry.d_type == DT_LNK || entry.d_type == DT_DIR;
+}
+
+uint32_t WalkEntries(const Walk& walk, const char* directory_path, DIR* directory) {
+    uint32_t stop = KORX_FALSE;
+    Entries entries(directory);
+    while (const dirent* const entry = entries.next()) {
+        if (!IsWalked(*entry))
+            continue;
+        FullPathText path;
+        if (ComposeEntry(directory_path, entry->d_name, &path) != kOk)
+            return kFailed;
+        const uint32_t result = entry->d_type == DT_DIR
+                                    ? EnterDirectory(walk, directory, entry->d_name, path.c_str())
+                                    : walk.on_file(walk.root, path.c_str(), &stop, walk.context);
+        if (result != kOk)
+            return result;
+        if (stop != KORX_FALSE)
+            return kOk;
+    }
+    return kOk;
 }
 
 }  // namespace
@@ -61,29 +96,13 @@ uint32_t ORX_WalkDirRecur(const char* root, const char*, ORX_WalkCallback on_dir
 uint32_t KORX_WalkDirRecurInner(const char* root, const char* relative_directory,
                                 ORX_WalkCallback on_directory, ORX_WalkCallback on_file,
                                 void* context) {
-    FullPathText path;  // the directory, then each of its entries
-    if (!path.format("%s/%s", root, relative_directory))
-        return Fail(kFailed, "Print RootPath unsuccessfully, RootPath=%s/%s", root,
-                    relative_directory);
+    FullPathText path;
+    const uint32_t composed = ComposeDirectory(root, relative_directory, &path);
+    if (composed != kOk)
+        return composed;
     const UniqueDir directory(opendir(path.c_str()));
     if (!directory)
         return kFailed;
-
     const Walk walk = {root, on_directory, on_file, context};
-    uint32_t stop = KORX_FALSE;
-    Entries entries(directory.get());
-    while (const dirent* const entry = entries.next()) {
-        if (!IsWalked(*entry))
-            continue;
-        if (ComposeEntry(relative_directory, entry->d_name, &path) != kOk)
-            return kFailed;
-        const uint32_t result = entry->d_type == DT_DIR
-                                    ? EnterDirectory(walk, path.c_str())
-                                    : on_file(root, path.c_str(), &stop, context);
-        if (result != kOk)
-            return result;
-        if (stop != KORX_FALSE)
-            return kOk;
-    }
-    return kOk;
+    return WalkEntries(walk, relative_directory, directory.get());
 }

@@ -47,6 +47,22 @@ TEST_F(Basics, MakesDirectoriesWithExactlyTheMode) {
         EXPECT_EQ(Mode(made), 0757u);
 }
 
+TEST_F(Basics, GivesTheModeToNothingThatItHasNotMade) {
+    WriteFile("foreign", "");
+    chmod("foreign", 0600);
+    ASSERT_EQ(symlink("foreign", "link"), 0);
+    for (const char* other : {"link", "foreign"}) {
+        const Fault swap = Fault::Meanwhile("open", 1, [&] {
+            ASSERT_EQ(rmdir("made"), 0);
+            ASSERT_EQ(rename(other, "made"), 0);
+        });
+        EXPECT_EQ(KORX_Mkdir(tree.path("made").c_str(), 0777), 0u);
+        EXPECT_EQ(Mode(other[0] == 'l' ? "foreign" : "made"), 0600u);
+        if (other[0] == 'l')
+            unlink("made");
+    }
+}
+
 TEST_F(Basics, ChangesTheFileBehindALink) {
     WriteFile("f", "");
     (void) symlink("f", "l");

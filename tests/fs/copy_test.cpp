@@ -82,6 +82,28 @@ TEST_F(Copy, RawCopyOntoItselfLeavesTheFileAlone) {
     }
 }
 
+TEST_F(Copy, RawCopyLooksAtWhatItHasOpened) {
+    ASSERT_EQ(mkfifo("fifo", 0600), 0);
+    WriteFile("from", std::string(100000, 'x'));  // more than a FIFO holds
+    EXPECT_EQ(Raw("./from", "./fifo"), kFailed) << "not waited for";
+    EXPECT_EQ(levels(), "E");
+    EXPECT_EQ(Raw("./from", "/dev/null"), 0u);
+    ASSERT_EQ(link("from", "hard"), 0);
+    ASSERT_EQ(symlink("from", "soft"), 0);
+    for (const char* other : {"hard", "soft", "fifo"}) {
+        const Fault swap =
+            Fault::Meanwhile("open", 2, [&] { ASSERT_EQ(rename(other, "to"), 0) << other; });
+        EXPECT_EQ(Raw("./from", "./to"), kFailed) << other;
+        EXPECT_EQ(levels(), "E");
+        EXPECT_EQ(ReadFile("from").size(), 100000u) << other;
+        EXPECT_TRUE(Exists("to"));
+    }
+    const Fault move = Fault::Meanwhile("read", 1, [] { ASSERT_EQ(rename("from", "to"), 0); });
+    const Fault fault("read", 2, EIO);
+    EXPECT_EQ(Raw("./from", "./to"), kFailed);
+    EXPECT_EQ(ReadFile("to").size(), 100000u) << "it is the source now";
+}
+
 TEST_F(Copy, ChecksItsNamesAndMakesTheDirectory) {
     const struct {
         const char *source, *destination;
@@ -145,6 +167,7 @@ TEST_F(Copy, NeverDeletesItsSource) {
                            Row{"a link on the source's way", "./chain", "././link", 12},
                            Row{"the source's own link", "./link", "././link", 12},
                            Row{"the temporary name", "./x.orxtmp", "./x", 12},
+                           Row{"a link in the middle of the way", "./dlink/file", "./dlink", 12},
                            Row{"another hard link", "./d/file", "./hard", 0},
                            Row{"a link to the source", "./d/file", "./link", 0},
                            Row{"the same name elsewhere", "./d/file", "./file", 0}}) {

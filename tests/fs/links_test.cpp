@@ -20,6 +20,7 @@ struct Links : FsTest {
         EXPECT_EQ(symlink("f", "l"), 0);
         EXPECT_EQ(symlink("l", "chain"), 0);
         EXPECT_EQ(symlink("none", "dangling"), 0);
+        EXPECT_EQ(symlink("./d", "ld"), 0);
         EXPECT_EQ(link("f", "hard"), 0);
     }
 };
@@ -44,21 +45,25 @@ TEST_F(Links, ReplacesWhatStandsThereButNotTheTarget) {
     for (const Row& row :
          {Row{"f", "new", 0}, Row{"f", "dangling", 0}, Row{"f", "empty", 0}, Row{"f", "hard", 0},
           Row{"f", "d", 27}, Row{"f", "f", 12}, Row{"f", "d/../f", 12}, Row{"chain", "l", 12},
-          Row{"chain", "./f", 12}, Row{"d/inner/", "d/inner", 12}, Row{"none", "f", 4}}) {
-        const std::string target = row.target, path = row.path;
+          Row{"chain", "./f", 12}, Row{"d/inner/", "d/inner", 12}, Row{"none", "f", 4},
+          Row{"ld/inner", "ld", 12}, Row{"ld/../ld/inner", "./ld", 12},
+          Row{"ld/inner", "new", 0}}) {
+        const std::string target = row.target, path = row.path, before = Contents(path);
         EXPECT_EQ(KORX_LinkFile(row.target, 0, row.path, 0), row.result) << path;
-        EXPECT_EQ(Contents(path), row.result == 0 ? target : path == "l" ? "f" : "");
+        EXPECT_EQ(Contents(path), row.result == 0 ? target : before);
         EXPECT_EQ(ReadFile("chain"), "text") << path;
         EXPECT_TRUE(Exists("d/inner"));
     }
 }
 
 TEST_F(Links, SafeLinkIsRelativeBelowOneRoot) {
-    const std::string root = tree.root(), n127(127, 'n'), e255 = "/opt/" + std::string(250, 'e');
+    const std::string root = tree.root(), n127(127, 'n'), m127(127, 'm'),
+                      e255 = "/opt/" + std::string(250, 'e');
     const std::string d255 = root + std::string(255 - root.size(), '/');
     MakeDirs("/opt/a/b");
     MakeDirs("/opt/a/c");
     WriteFile("/opt/a/b/f", "");
+    ASSERT_EQ(symlink("new", "to_new"), 0);
     const std::string b = "/opt/a/b", c = "/opt/a/c";
     struct Row {
         std::string directory, name, link_directory, link_name, before, contents;
@@ -71,7 +76,9 @@ TEST_F(Links, SafeLinkIsRelativeBelowOneRoot) {
           Row{root, "f", root, "new", "", root + "/f"},
           Row{root, "f", root, "new", "d", root + "/f"},
           Row{b, "f", root, "new", "none", "/opt/a/b/f"}, Row{"", "none", root, "new", "", "/none"},
-          Row{d255, n127, root, n127, "", d255 + n127},
+          Row{d255, n127, root, m127, "", d255 + n127}, Row{root, "new", root, "new", "f", "f", 12},
+          Row{root, "to_new", root, "new", "f", "f", 12},
+          Row{root + "/new", "inner", root, "new", "d", "d", 12},
           Row{d255 + "/", "f", root, "new", "kept", "kept", kInvalidParam},
           Row{root, "f", root, n127 + "n", "", "", kInvalidParam},
           Row{root, n127 + "n", root, "new", "kept", "kept", kInvalidParam},
@@ -124,6 +131,8 @@ TEST_F(Links, RelativePaths) {
     char out[16] = "a:";
     EXPECT_EQ(ORX_GetRelPath("/a/f", "/b/l", out, sizeof out), 0u);
     EXPECT_STREQ(out, "a:../a/f");
+    EXPECT_EQ(ORX_GetRelPath("/a/f", "/b/l", out, 3), kFailed);
+    EXPECT_STREQ(out, "") << "also where not even the reserve fits";
 }
 
 // What a walk saw, and where it is to turn.
@@ -195,11 +204,25 @@ TEST_F(Walk, TurnsWhereItIsTold) {
     }
     Seen seen;
     EXPECT_EQ(seen.walk("none"), kFailed);
-    const Fault fault("opendir", 3, EACCES);
+    const Fault fault("fdopendir", 3, EACCES);
     EXPECT_EQ(seen.walk("r"), kFailed);
     EXPECT_EQ(fault.calls(), 3u) << "nothing is opened after it";
     EXPECT_EQ(OpenFiles(), open_before);
     EXPECT_EQ(logged(), "");
+}
+
+TEST_F(Walk, EntersNoLinkInADirectorysPlace) {
+    Seen seen;
+    const auto swap = [](const char* root, const char* path, uint32_t* flag, void* context) {
+        EXPECT_EQ(rename((std::string(root) + "/" + path).c_str(), "moved"), 0);
+        EXPECT_EQ(rename("r/to_directory", (std::string(root) + "/" + path).c_str()), 0);
+        WriteFile("outside/7", "");
+        return Seen::Directory(root, path, flag, context);
+    };
+    EXPECT_EQ(ORX_WalkDirRecur("r", nullptr, swap, Seen::File, &seen), kFailed);
+    EXPECT_EQ(seen.directories.size(), 1u);
+    for (const std::string& file : seen.files)
+        EXPECT_FALSE(file.ends_with("/7")) << "outside the tree";
 }
 
 TEST_F(Walk, RefusesPathsThatDoNotFit) {

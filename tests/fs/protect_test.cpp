@@ -134,6 +134,39 @@ TEST_F(Protection, NeitherHangsNorLeaks) {
     }
 }
 
+// A name that leads elsewhere at the second look.
+TEST_F(Protection, ActsOnTheOpenedFileAlone) {
+    const Fault flags("ioctl", 1, ENOTTY, Fault::kAll);
+    WriteFile("foreign", "");
+    const struct {
+        uint32_t (*call)(const char*, uint32_t);
+        mode_t mode;
+        uint32_t result;
+    } rows[] = {{ORXFS_ProtectFile, 0600, 22}, {ORXFS_UndoProtectFile, 0400, 24}};
+    for (const auto& row : rows) {
+        WriteFile("file", "");
+        ASSERT_EQ(symlink("foreign", "link"), 0);
+        chmod("foreign", row.mode);
+        const Fault swap =
+            Fault::Meanwhile("open", 1, [] { ASSERT_EQ(rename("link", "file"), 0); });
+        EXPECT_EQ(row.call("file", 0), row.result);
+        EXPECT_EQ(Mode("foreign"), row.mode);
+        unlink("file");
+    }
+    const std::pair<uint32_t (*)(const char*), mode_t> changes[] = {{KORX_RmWriteRight, 0400},
+                                                                    {KORX_GiveWriteRight, 0622}};
+    for (const auto& [change, mode] : changes) {
+        WriteFile("file", "");
+        WriteFile("private", "");
+        chmod("file", 0755);
+        chmod("private", 0600);
+        const Fault swap =
+            Fault::Meanwhile("open", 1, [] { ASSERT_EQ(rename("private", "file"), 0); });
+        EXPECT_EQ(change("file"), 0u);
+        EXPECT_EQ(Mode("file"), mode) << "worked out from its own bits";
+    }
+}
+
 TEST_F(Protection, FrontEndsCheckFirst) {
     const struct {
         uint32_t (*call)(const char*, uint32_t);

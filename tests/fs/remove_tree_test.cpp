@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/sysmacros.h>
@@ -83,6 +84,24 @@ TEST_F(RemoveTree, StartMayBeMissingOrALink) {
     EXPECT_FALSE(Exists("t/a"));
 }
 
+// What may be read but not searched is listed, and removed when it is empty.
+TEST_F(RemoveTree, StartNeedNotBeSearched) {
+    constexpr uid_t kNobody = 65534;
+    MakeDirs("t");
+    chmod(".", 0777);
+    chmod("t", 0400);
+    if (chown("t", kNobody, kNobody) != 0)
+        GTEST_SKIP() << "no other users here";
+    EXPECT_EQ(RunChild([] {
+                  return setuid(kNobody) == 0 && ORX_RmParentDir("t", kKeep) == 0 &&
+                                 ORX_RmParentDir("t", kAll) == 0
+                             ? 0
+                             : 1;
+              }),
+              0);
+    EXPECT_FALSE(Exists("t"));
+}
+
 TEST_F(RemoveTree, LimitsPathsTo255Characters) {
     const std::string longest = "./" + std::string(252, '/') + "t", over = longest + "t";
     MakeDirs("t");
@@ -144,26 +163,37 @@ TEST_F(RemoveTree, NeverOpensWhatIsNoRegularFile) {
     const auto expect_closed = [&](int made) {
         ASSERT_EQ(made, 0);
         const Fault fault("unlinkat", 1, EPERM, Fault::kAll);
-        const CallCount opens("openat");
+        const CallCount opens("open"), entry_opens("openat");
         EXPECT_EQ(ORX_RmParentDir("t", kAll), kFailed);
         EXPECT_EQ(opens.value(), 1u) << "the start directory's own";
+        EXPECT_EQ(entry_opens.value(), 0u);
         EXPECT_TRUE(
             logged().ends_with("\nE Delete the file t/e unsuccessfully again, because 1.\n"));
         unlink("t/e");
     };
     expect_closed(mkfifo("t/e", 0600));
     expect_closed(symlink("../target", "t/e"));
-    WriteFile("t/e", "");  // a file only until it has been looked at
-    after_look = [](const char*) {
-        after_look = nullptr;
-        unlink("t/e");
-        ASSERT_EQ(symlink("../target", "t/e"), 0);
-    };
-    {
+
+    // Files only until they have been looked at.
+    ASSERT_EQ(symlink("../target", "link"), 0);
+    ASSERT_EQ(mkfifo("fifo", 0600), 0);
+    ASSERT_EQ(link("fifo", "stays"), 0);
+    const int opened = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(inotify_add_watch(opened, "fifo", IN_OPEN), 0);
+    for (const char* other : {"link", "fifo"}) {
+        MakeDirs("t");
+        WriteFile("t/e", "");
+        after_look = [other](const char*) {
+            after_look = nullptr;
+            ASSERT_EQ(rename(other, "t/e"), 0);
+        };
         const Fault fault("unlinkat", 1, EPERM);
-        EXPECT_EQ(ORX_RmParentDir("t", kAll), 0u);
+        EXPECT_EQ(ORX_RmParentDir("t", kAll), 0u) << other;
     }
     EXPECT_EQ(Mode("target"), 0444u);
+    inotify_event event;
+    EXPECT_EQ(read(opened, &event, sizeof event), -1) << "the FIFO has been opened";
+    close(opened);
 
     MakeDirs("t");
     if (mknod("t/e", S_IFCHR | 0600, makedev(1, 3)) != 0 && errno == EPERM)

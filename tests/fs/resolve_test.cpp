@@ -21,14 +21,19 @@ struct Resolve : FsTest {
         EXPECT_EQ(symlink("d/f", "lf"), 0);
         EXPECT_EQ(symlink("d/new", "dangling"), 0);
     }
-    // Output that was there before must not survive a failure, and what lies behind must stay.
+    // Output that was there before must not survive a failure, but for the canonical forms, which
+    // leave it; and what lies behind must stay.
     void expect(Resolver resolve, const Row& row) {
+        const bool keeps =
+            resolve == KORX_Trans2CanonicalFilepath || resolve == KORX_GetCanonicalFilepath;
         std::string buffer(row.size, 'x');
+        const std::string failed = keeps ? buffer + "?" : "";
         buffer += "?";
         const uint32_t result = resolve(row.name.c_str(), buffer.data(), row.size);
         EXPECT_EQ(result, row.out.empty() ? row.failure : 0) << row.name;
         EXPECT_EQ(buffer.back(), '?') << row.name;
-        EXPECT_EQ(row.size == 0 ? "" : buffer.c_str(), row.out) << row.name;
+        EXPECT_EQ(row.size == 0 ? failed : buffer.c_str(), row.out.empty() ? failed : row.out)
+            << row.name;
     }
 };
 
@@ -97,7 +102,7 @@ TEST_F(Resolve, CanonicalNamesFollowWhatExists) {
             char in_place[256];
             strcpy(in_place, row.name.c_str());
             EXPECT_EQ(resolve(in_place, in_place, sizeof in_place), out.empty() ? kFailed : 0);
-            EXPECT_EQ(in_place, out) << row.name;
+            EXPECT_EQ(in_place, out.empty() ? row.name : out);
         }
     }
     expect(KORX_GetCanonicalFilepath, {"lf", "", 4});
