@@ -7,10 +7,13 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <pthread.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/file_id.h"
 #include "common.h"
 #include "files.h"
 #include "korx/fs.h"
@@ -36,19 +39,29 @@ void Lock(const UniqueFd& fd, const std::string& path) {
         Fail("locking", path);
 }
 
+// Whether the name still leads to what was opened under it: it may have been removed or replaced
+// while a lock was waited for.
+bool IsCurrent(const UniqueFd& fd, const std::string& path) {
+    return FileId::OfOpen(fd.get()).is_same_as(FileId::OfEntry(path.c_str()));
+}
+
 // Nobody else changes the profile while it lasts.
 class ChangeLock {
   public:
-    explicit ChangeLock(const std::string& file) : fd_(Open(file + ".lock", O_WRONLY | O_CREAT)) {
-        Lock(fd_, file + ".lock");
+    explicit ChangeLock(const std::string& file)
+        : name_(file + ".lock"), fd_(Open(name_, O_WRONLY | O_CREAT)) {
+        Lock(fd_, name_);
         pthread_mutex_lock(&g_unKorxIniWriteLock);
     }
     ~ChangeLock() { pthread_mutex_unlock(&g_unKorxIniWriteLock); }
     ChangeLock(const ChangeLock&) = delete;
     ChangeLock& operator=(const ChangeLock&) = delete;
 
+    bool is_current() const { return IsCurrent(fd_, name_); }
+
   private:
-    UniqueFd fd_;
+    const std::string name_;
+    const UniqueFd fd_;
 };
 
 UniqueFd CreateTemporary(const std::string& path) {
@@ -87,11 +100,21 @@ void KeepBackup(const std::string& file) {
         Complain("no backup: " + SystemError(backup, errno));
 }
 
-}  // namespace
+// The file in the directory that its name leads to now: a link on the way may lead elsewhere before
+// the change is done, and what is loaded there must not be saved here.
+std::string Resolved(const std::string& file) {
+    const std::string directory(DirectoryOf(file));
+    char real[PATH_MAX];
+    if (realpath(directory.c_str(), real) == nullptr)
+        Fail("opening", directory);
+    return std::string(real) + "/" + NameOf(file.c_str());
+}
 
-void RewriteProfile(const std::string& file,
-                    const std::function<std::string(const std::string& text)>& edit) {
+// False when one of the files was replaced meanwhile: nothing has been changed then.
+bool TryToRewrite(const std::string& file, const Edit& edit) {
     const ChangeLock change(file);
+    if (!change.is_current())
+        return false;
     // Read first: closing another descriptor of the file would drop the lock on it.
     const std::string text = edit(ProfileText(file));
     const UniqueFd old = Open(file, O_RDWR);
@@ -100,6 +123,12 @@ void RewriteProfile(const std::string& file,
     Lock(fd, temporary);
     TakeOver(old, fd);
     Lock(old, file);
+    const bool is_own = IsCurrent(fd, temporary);
+    if (!is_own || !FileId::OfOpen(old.get()).is_same_as(FileId::At(file.c_str()))) {
+        if (is_own)
+            (void) unlink(temporary.c_str());
+        return false;
+    }
     Store(fd, temporary, text);
     KeepBackup(file);
     if (rename(temporary.c_str(), file.c_str()) < 0)
@@ -107,6 +136,19 @@ void RewriteProfile(const std::string& file,
     if (!SyncDirectoryOf(file))
         Complain("the change may not be on disk yet: " +
                  SystemError(std::string(DirectoryOf(file)), errno));
+    return true;
+}
+
+}  // namespace
+
+void RewriteProfile(const std::string& file, const Edit& edit) {
+    constexpr int kMaxTries = 16;
+    const std::string resolved = Resolved(file);
+    for (int tries = 0; tries < kMaxTries; ++tries) {
+        if (TryToRewrite(resolved, edit))
+            return;
+    }
+    throw Failure{kUnchanged, file + ": it is replaced again and again"};
 }
 
 }  // namespace korx::tool

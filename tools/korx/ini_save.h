@@ -6,9 +6,12 @@
 
 namespace korx::tool {
 
+// Makes a profile's new text of the old one. May be asked again, when the profile was replaced in
+// between.
+using Edit = std::function<std::string(const std::string& text)>;
+
 // Puts what edit makes of the profile's text in its place, under the library's locks. Throws what
 // edit throws, and Failure; the file is then as it was.
-void RewriteProfile(const std::string& file,
-                    const std::function<std::string(const std::string& text)>& edit);
+void RewriteProfile(const std::string& file, const Edit& edit);
 
 }  // namespace korx::tool
