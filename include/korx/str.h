@@ -105,8 +105,8 @@ KORX_API uint32_t ORX_Sleep(uint32_t seconds);
 KORX_API int ORX_GetStrIpAddrByDig(uint32_t address, char* buffer, uint32_t size);
 
 /* Reads such a text. Result: the number of fields read; *address is written only when it is
- * ORX_IP_ADDRESS_FIELDS, so test against that. Fields are not tested against 255: higher ones spill
- * into their neighbours. */
+ * ORX_IP_ADDRESS_FIELDS, so test against that; -1 for a whole address that has no place to go, a
+ * null one. Fields are not tested against 255: higher ones spill into their neighbours. */
 KORX_API int ORX_GetDigIpAddrByStr(const char* text, uint32_t* address);
 
 KORX_END_DECLS

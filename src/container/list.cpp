@@ -30,7 +30,7 @@ bool IsEnd(const KORX_DllHead* head, const KORX_DllNode* node) {
 using namespace korx;
 
 void KORX_DllInsert(KORX_DllHead* head, KORX_DllNode* after, KORX_DllNode* node) {
-    if (head == nullptr)
+    if (head == nullptr || node == nullptr)
         return;
     KORX_DllNode* const position = after == nullptr ? &head->stNode : after;
     KORX_DllInsertInMiddle(head, position, node, position->pstNext);

@@ -90,9 +90,10 @@ void ORX_SpaceFullLogInit(void) {
     const UniqueFile file(fopen(absolute.c_str(), "w+e"));
     if (!file)
         return Log(kLevelErr, "spacefull fopen unsuccessfully, errno=%d.", errno);
+    // Unbuffered, so that a full disk shows in the count and not, unseen, in fclose.
+    (void) setvbuf(file.get(), nullptr, _IONBF, 0);
     const size_t written = fwrite(blanks.get(), 1, kSpaceReserve, file.get());
-    // Flushed here so that a full disk shows now and not, unseen, in fclose.
-    if (written != kSpaceReserve || fflush(file.get()) != 0)
+    if (written != kSpaceReserve)
         Log(kLevelErr, "Spacefulllog init fwrite unsuccessfully, retCode=%d, ferror=%d.",
             static_cast<int>(written), ferror(file.get()));
     (void) fchmod(fileno(file.get()), kReserveMode);

@@ -1,8 +1,9 @@
 // The platform's log and data directories, from its base configuration or the defaults.
 //
 // The two directories are worked out in locals and stored at the end: the profile reader and the
-// link repair report through the diagnostic log, and a process that reads g_stPtnPath meanwhile
-// sees a whole path or none.
+// link repair report through the diagnostic log, whose writer may ask for them meanwhile and finds
+// the old ones. Nothing is locked: a thread that reads while another one stores may see a torn
+// path.
 #include "korx/path.h"
 
 #include <stddef.h>
@@ -63,9 +64,10 @@ uint32_t ReadKey(const char* key, DirectoryText* value) {
     return read;
 }
 
-// Into a buffer that is large enough.
-void CopyClean(const char* path, char* buffer, uint32_t size) {
-    (void) strncpy_s(buffer, size, path, strlen(path));
+// Into a buffer with room for length characters: those that were counted, because the path may be
+// stored anew since.
+void CopyClean(const char* path, size_t length, char* buffer, uint32_t size) {
+    (void) strncpy_s(buffer, size, path, length);
     ORX_CutPathStr(buffer);
 }
 
@@ -113,10 +115,11 @@ uint32_t KORX_GetLogPath(char* buffer, uint32_t size) {
     if (buffer == nullptr)
         return Fail(kNullOutput, "Input LogPath is null.");
     ParseOnFirstUse();
-    if (strlen(g_stPtnPath.acLogPath) >= size)
+    const size_t length = strnlen(g_stPtnPath.acLogPath, kDirectorySize - 1);
+    if (length >= size)
         return Fail(kBufferTooShort, "LogPath buffer len is too short, BufLen=%u, LogPath=[%s].",
                     size, g_stPtnPath.acLogPath);
-    CopyClean(g_stPtnPath.acLogPath, buffer, size);
+    CopyClean(g_stPtnPath.acLogPath, length, buffer, size);
     return kOk;
 }
 
@@ -124,11 +127,12 @@ uint32_t KORX_GetDataPath(char* buffer, uint32_t size) {
     if (buffer == nullptr)
         return Fail(kNullOutput, "Input DataPath is null.");
     ParseOnFirstUse();
-    if (strlen(g_stPtnPath.acDataPath) >= size)
+    const size_t length = strnlen(g_stPtnPath.acDataPath, kDirectorySize - 1);
+    if (length >= size)
         return Fail(kBufferTooShort,
                     "ComDataPath buffer len is too short, BufLen=%u, DataPath=[%s].", size,
                     g_stPtnPath.acDataPath);
-    CopyClean(g_stPtnPath.acDataPath, buffer, size);
+    CopyClean(g_stPtnPath.acDataPath, length, buffer, size);
     return kOk;
 }
 

@@ -144,12 +144,13 @@ int ORX_GetStrIpAddrByDig(uint32_t address, char* buffer, uint32_t size) {
 }
 
 int ORX_GetDigIpAddrByStr(const char* text, uint32_t* address) {
-    if (address == nullptr)
-        return -1;
     unsigned a = 0, b = 0, c = 0, d = 0;
     const int fields = sscanf_s(text, "%u.%u.%u.%u", &a, &b, &c, &d);
     // Fields above 255 spill into their neighbours: the sum is all that is promised.
-    if (fields == ORX_IP_ADDRESS_FIELDS)
-        *address = (a << 24) + (b << 16) + (c << 8) + d;
+    if (fields != ORX_IP_ADDRESS_FIELDS)
+        return fields;
+    if (address == nullptr)
+        return -1;  // a caller that tests for all fields must not go on without the address
+    *address = (a << 24) + (b << 16) + (c << 8) + d;
     return fields;
 }

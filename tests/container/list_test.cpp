@@ -43,7 +43,7 @@ TEST_F(List, LinksAtEveryPlaceAndUnlinksOnlyWhatIsLinked) {
     EXPECT_EQ(order(), "abd");
     KORX_DllInsertInMiddle(&head, &node[1], &node[2], &node[3]);
     KORX_DllInsertInMiddle(&head, &node[1], nullptr, &node[3]);
-    KORX_DllInsert(&head, nullptr, nullptr);
+    KORX_DllInsert(&head, reinterpret_cast<KORX_DllNode*>(alignof(KORX_DllNode)), nullptr);
     KORX_DllInsert(nullptr, &node[0], &node[1]);
     EXPECT_EQ(order(), "abcd");
 

@@ -104,6 +104,7 @@ TEST_F(Strings, ConvertAddresses) {
         uint32_t address = 7;
         EXPECT_EQ(ORX_GetDigIpAddrByStr(row.text, &address), row.fields) << row.text;
         EXPECT_EQ(address, row.address) << row.text;
+        EXPECT_EQ(ORX_GetDigIpAddrByStr(row.text, nullptr), row.fields == 4 ? -1 : row.fields);
     }
 }
 
