@@ -23,6 +23,10 @@ function(korx_library target)
     target_compile_options(${target} PRIVATE
         -fno-exceptions -fno-rtti -fno-threadsafe-statics -fstack-protector-strong
         -fno-builtin-malloc $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op -Wduplicated-cond>)
+    # Or libgcc would bring a static constructor that asks the processor for its atomics.
+    if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+        target_compile_options(${target} PRIVATE -mno-outline-atomics)
+    endif()
     target_link_options(${target} PRIVATE
         -Wl,--version-script=${exports} -Wl,--as-needed -static-libgcc -Wl,-z,relro,-z,now
         -Wl,-z,noseparate-code)

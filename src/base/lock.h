@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <utility>
@@ -20,36 +19,27 @@ namespace korx {
 // threads: where several threads of two processes use several files it sees rings that are none.
 enum class OnDeadlock { kFail, kRepeat };
 
-// A ring that is still there after this long is one, and waiting on would be for ever.
-constexpr time_t kDeadlockSeconds = 30;
+// A ring that is still there after half a minute of naps is one, and waiting on would be for ever.
+constexpr useconds_t kDeadlockNapUs = 1000;
+constexpr unsigned kDeadlockNaps = 30000;
 
 // One fcntl record-lock request. A waiting request interrupted by a signal is made again.
 inline int SetRecordLock(int fd, int command, short type, off_t start, short whence, off_t length,
                          OnDeadlock on_deadlock) {
-    constexpr useconds_t kDeadlockPauseUs = 1000;
     struct flock request = {};
     request.l_type = type;
     request.l_whence = whence;
     request.l_start = start;
     request.l_len = length;
-    time_t give_up = 0;
-    for (;;) {
+    for (unsigned naps = 0;;) {
         const int result = fcntl(fd, command, &request);
         if (result >= 0 || command != F_SETLKW)
             return result;
         if (errno == EINTR)
             continue;
-        if (errno != EDEADLK || on_deadlock == OnDeadlock::kFail)
+        if (errno != EDEADLK || on_deadlock == OnDeadlock::kFail || naps++ == kDeadlockNaps)
             return result;
-        struct timespec now = {};
-        (void) clock_gettime(CLOCK_MONOTONIC, &now);
-        if (give_up == 0)
-            give_up = now.tv_sec + kDeadlockSeconds;
-        if (now.tv_sec >= give_up) {
-            errno = EDEADLK;
-            return result;
-        }
-        (void) usleep(kDeadlockPauseUs);
+        (void) usleep(kDeadlockNapUs);
     }
 }
 

@@ -104,7 +104,8 @@ class HeldReports {
 
   private:
     friend void Report(int priority, AfterReport after, const char* format, va_list args);
-    bool keep(int priority, AfterReport after, const char* format, va_list args);
+    [[gnu::format(printf, 4, 0)]] bool keep(int priority, AfterReport after, const char* format,
+                                            va_list args);
     struct Lead {
         int priority;
         AfterReport after;

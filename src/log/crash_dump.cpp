@@ -50,7 +50,7 @@ void OnFaultInDump(int) {
 }
 
 // Shares the crashed thread's thread-local area, so it makes bare system calls only.
-[[gnu::no_sanitize("address", "thread", "undefined")]] int Watch(void*) {
+__attribute__((no_sanitize("address", "thread", "undefined"))) int Watch(void*) {
     struct timespec left = {.tv_sec = kDumpSeconds, .tv_nsec = 0};
     (void) syscall(SYS_nanosleep, &left, nullptr);
     (void) syscall(SYS_exit_group, kCrashStatus);

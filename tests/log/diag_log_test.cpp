@@ -1,4 +1,5 @@
 #include <errno.h>
+#include <fcntl.h>
 #include <string.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -236,6 +237,22 @@ TEST_F(DiagLog, LosesAndTearsNothingBetweenProcessesAndThreads) {
                                R"(\[[\d:.-]{22}\] \[ProcID:\d+\|7\|INFO\] : <(\d+\.\d+\.\d+)>\n)");
     EXPECT_EQ(found.size(), size_t{kProcesses * kThreads * kLines});
     EXPECT_EQ(std::set(found.begin(), found.end()).size(), found.size());
+}
+
+TEST_F(DiagLog, StaysOffTheStandardStreams) {
+    const std::string file = tree.path("line.log");
+    EXPECT_EQ(RunChild([&] {
+                  for (const int fd : {0, 1, 2})
+                      close(fd);
+                  bool taken = true;
+                  const Fault writing = Fault::Meanwhile("flock", 1, [&] {
+                      taken = fcntl(0, F_GETFD) != -1 || fcntl(1, F_GETFD) != -1 ||
+                              fcntl(2, F_GETFD) != -1;
+                  });
+                  return ORX_WriteLogfile(file.c_str(), 100, "x") == 0 && !taken ? 0 : 1;
+              }),
+              0);
+    EXPECT_EQ(CountedText(file), "x");
 }
 
 }  // namespace

@@ -116,6 +116,12 @@ TEST_F(LogFile, WaitsForALockThroughSignalsAndFalseDeadlocks) {
         const Fault fault("fcntl", 1, error, 3);
         EXPECT_EQ(DBG_LockReg(fd.get(), DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, SEEK_SET, 0), 0u);
     }
+    {
+        const Fault real("fcntl", 1, EDEADLK, Fault::kAll);
+        const Fault no_nap("usleep", 1, EINTR, Fault::kAll);
+        EXPECT_EQ(DBG_LockReg(fd.get(), DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, SEEK_SET, 0), 7u);
+        EXPECT_GE(no_nap.asked(), 30'000'000u) << "microseconds that it would have taken";
+    }
     const Fault fault("fcntl", 1, EINTR);
     EXPECT_EQ(DBG_LockReg(fd.get(), DBG_LOCK_SET, DBG_LOCK_RELEASE, 0, SEEK_SET, 0), 7u);
 }

@@ -101,21 +101,6 @@ struct SharedFile : RoomTest, ::testing::WithParamInterface<Row> {
         int go_[2];
         pid_t child_;
     };
-
-    // Until a thread or process other than this one waits for a lock of this file.
-    void await_waiter() const {
-        struct stat st;
-        ASSERT_EQ(stat(file(), &st), 0);
-        const std::string inode = ":" + std::to_string(st.st_ino) + " ";
-        for (;;) {
-            const std::string locks = ReadFile("/proc/locks");
-            for (size_t at = locks.find("->"); at != std::string::npos;
-                 at = locks.find("->", at + 1))
-                if (locks.substr(at, locks.find('\n', at) - at).find(inode) != std::string::npos)
-                    return;
-            usleep(1000);
-        }
-    }
 };
 
 TEST_P(SharedFile, AReplacedFileGetsTheLineOfWhoeverWaitedForItsLock) {
@@ -125,7 +110,7 @@ TEST_P(SharedFile, AReplacedFileGetsTheLineOfWhoeverWaitedForItsLock) {
         close(open(file(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
     });
     std::thread writer([&] { write("two\n"); });
-    await_waiter();
+    AwaitLockWaiter(file());
     holder.let_go();
     writer.join();
     EXPECT_TRUE(holds("two\n"));
@@ -168,7 +153,7 @@ TEST_P(SharedFile, AForkedChildLogsThoughAnotherThreadWasLogging) {
     write("one\n");
     const Holder holder(*this, [] {});
     std::thread writer([&] { write("two\n"); });
-    await_waiter();
+    AwaitLockWaiter(file());
     const pid_t child = fork();
     if (child == 0) {
         (void) alarm(60);
@@ -186,7 +171,7 @@ TEST_P(SharedFile, ACancelledThreadLeavesNothingLocked) {
     write("one\n");
     const Holder holder(*this, [] {});
     std::thread writer([&] { write("two\n"); });
-    await_waiter();
+    AwaitLockWaiter(file());
     EXPECT_EQ(pthread_cancel(writer.native_handle()), 0);
     holder.let_go();
     writer.join();

@@ -2,12 +2,14 @@
 
 #include <gtest/gtest.h>
 #include <stdio.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <vector>
 
 #include "support/faults.h"
+#include "support/fixture.h"
 
 namespace korx::test {
 namespace {
@@ -48,6 +50,19 @@ int RunChildren(int n, const std::function<int(int)>& body) {
             first_failure = status;
     }
     return first_failure;
+}
+
+void AwaitLockWaiter(const std::string& file) {
+    struct stat st;
+    ASSERT_EQ(stat(file.c_str(), &st), 0) << file;
+    const std::string inode = ":" + std::to_string(st.st_ino) + " ";
+    for (;;) {
+        const std::string locks = ReadFile("/proc/locks");
+        for (size_t at = locks.find("->"); at != std::string::npos; at = locks.find("->", at + 1))
+            if (locks.substr(at, locks.find('\n', at) - at).find(inode) != std::string::npos)
+                return;
+        usleep(1000);
+    }
 }
 
 }  // namespace korx::test

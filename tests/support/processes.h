@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 namespace korx::test {
 
@@ -19,5 +20,8 @@ inline int RunChildren(int n, const std::function<int()>& body) {
 inline int RunChild(const std::function<int()>& body) {
     return RunChildren(1, body);
 }
+
+// Returns when some thread or process waits for a lock of this file.
+void AwaitLockWaiter(const std::string& file);
 
 }  // namespace korx::test

@@ -5,7 +5,9 @@
 #include <optional>
 #include <random>
 #include <set>
+#include <thread>
 
+#include "base/unique.h"
 #include "ini_edit.h"
 #include "ini_lines.h"
 #include "run.h"
@@ -213,6 +215,27 @@ TEST_F(IniCommand, LosesNoChangeBesideTheComponentsProcesses) {
     EXPECT_EQ(RunChildren(3, change), 0);
     const std::string text = ReadFile("p.ini");
     EXPECT_EQ(std::count(text.begin(), text.end(), '='), 3 * kChanges);
+}
+
+TEST_F(IniCommand, WaitsForTheLockFileThatIsThereNow) {
+    (void) alarm(60);  // instead of a hang
+    WriteFile("p.ini", "[A]\nx=1\n");
+    const auto lock = [](const UniqueFd& fd) {
+        EXPECT_EQ(DBG_LockReg(fd.get(), DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, SEEK_SET, 0), 0u);
+    };
+    UniqueFd old(open("p.ini.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0640));
+    lock(old);
+    std::thread editor([&] { Expect("ini set p.ini A x 2 --keep-comments", 0); });
+    AwaitLockWaiter("p.ini.lock");
+    unlink("p.ini.lock");
+    UniqueFd now(open("p.ini.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0640));
+    lock(now);
+    old.reset();
+    AwaitLockWaiter("p.ini.lock");
+    WriteFile("p.ini", "[A]\nx=1\ny=3\n");
+    now.reset();
+    editor.join();
+    EXPECT_EQ(ReadFile("p.ini"), "[A]\nx=2\ny=3\n");
 }
 
 }  // namespace
