@@ -1,5 +1,6 @@
-// How every room reports: one line at the point of failure, then the code goes up. Declared here
-// and implemented in the log room, so that no room below it includes it.
+// How every room reports: one line at the point of failure, then the code goes up. A line of the
+// diagnostic log (LogV, SysLogV) is declared here and made in the log room, so that no room below
+// it includes it; what goes to the system log goes out from here.
 #pragma once
 
 #include <stdarg.h>
