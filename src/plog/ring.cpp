@@ -1,8 +1,8 @@
 // Opening, heads and storing of the three rings.
 //
-// The road of a record, from top to bottom of this file backwards: AppendToRing takes the threads'
-// mutex, makes sure that the file is open, assembles the record, locks the file and has it stored
-// by the rule of its ring. What goes wrong on the way is reported once both locks are free.
+// AppendToRing is the road of a record: the threads' mutex, the open file, the assembled text, the
+// file's lock, and the store by the rule of its ring. What goes wrong on the way is reported once
+// both locks are free.
 //
 // Lock order: a log's mutex, then its file lock. A discarded security or life-cycle record takes
 // the diagnostic record log's pair inside its own; the diagnostic record log takes nobody else's.
