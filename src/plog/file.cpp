@@ -139,11 +139,11 @@ uint32_t EnsureOpenAtEnd(const char* path, int* slot) {
 LogFileLock::Attempt LogFileLock::attempt() {
     lock_.move_to(*slot_);
     if (!lock_.try_acquire()) {
-        if (errno != EAGAIN && errno != EACCES)
-            return Attempt::kRefused;
+        const bool is_busy = errno == EAGAIN || errno == EACCES;
+        // Also where it cannot be locked: some logs are written all the same.
         if (!IsFileOfPath(slot_, path_))
             return Attempt::kReplaced;
-        if (!lock_.acquire())
+        if (!is_busy || !lock_.acquire())
             return Attempt::kRefused;
     }
     if (IsFileOfPath(slot_, path_))

@@ -55,7 +55,7 @@ class LogFileLock {
     using Reopen = uint32_t (*)(const char* path, int* slot);
     enum class Result {
         kHeld,
-        kRefused,  // the file cannot be locked; errno says why
+        kRefused,  // the file cannot be locked
         kNoFile,   // it was replaced and cannot be opened, or is replaced again and again
     };
 

@@ -118,6 +118,14 @@ TEST_P(SharedFile, AReplacedFileGetsTheLineOfWhoeverWaitedForItsLock) {
     EXPECT_TRUE(holds("two\n") && holds("three\n"));
 }
 
+TEST_P(SharedFile, AVanishedFileIsMadeAnewAlsoWhereItCouldNotBeLocked) {
+    write("one\n");
+    unlink(file());
+    const Fault no_lock("fcntl", 1, ENOLCK);
+    write("two\n");
+    EXPECT_TRUE(holds("two\n"));
+}
+
 TEST_P(SharedFile, AFileThatIsReplacedForEverIsAFailureAndNoHang) {
     write("one\n");
     // The name leads to the file that was opened only when nobody looks.
