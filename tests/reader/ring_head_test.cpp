@@ -22,9 +22,7 @@ struct State {
     LOG_HEAD_S head;
     uint32_t size;
 
-    auto key() const {
-        return std::array{head.uiLogLen, head.uiDumpLen, head.uiTotalLen, size};
-    }
+    auto key() const { return std::array{head.uiLogLen, head.uiDumpLen, head.uiTotalLen, size}; }
     bool operator<(const State& other) const { return key() < other.key(); }
 };
 
@@ -94,14 +92,14 @@ TEST_P(Heads, AreSoundJustWhereWritersAndReadersMakeThem) {
     for (uint32_t i = 0; i < 16 * 16 * 16 * (kRoom + 1); ++i) {
         const LOG_HEAD_S head = {i / 256 % 16, i / 16 % 16, i % 16};
         const State state = {head, kRingHeadSize + i / 4096};
-        const bool can_be = (head.uiTotalLen != 0 && state.size != kLimit) || reached_.contains(state);
+        const bool can_be =
+            (head.uiTotalLen != 0 && state.size != kLimit) || reached_.contains(state);
         impossible += !can_be;
         passed += !can_be && is_accepted(state);
     }
     EXPECT_LT(passed * 80, impossible) << passed;
 }
 
-INSTANTIATE_TEST_SUITE_P(Rings, Heads,
-                         ::testing::Values(Unread::kProtected, Unread::kOverwritten));
+INSTANTIATE_TEST_SUITE_P(Rings, Heads, ::testing::Values(Unread::kProtected, Unread::kOverwritten));
 
 }  // namespace
