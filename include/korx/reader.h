@@ -71,7 +71,10 @@ typedef enum korx_reader_code {
     KORX_READER_CHANGED = 9,     /* not acknowledged: the log is no longer what was handed out */
     KORX_READER_DAMAGED = 10,    /* not acknowledged: the head cannot be trusted */
     KORX_READER_WRITE = 11,      /* not acknowledged: writing the log's head or the cursor failed */
-    KORX_READER_CURSOR = 12      /* acknowledged in the head, but the cursor could not be kept */
+    KORX_READER_CURSOR = 12,     /* acknowledged in the head, but the cursor could not be kept */
+    KORX_READER_UNSURE = 13,     /* done, but whether it lasts is not known */
+    KORX_READER_SOUND = 14,      /* not repaired: there is nothing to repair */
+    KORX_READER_REFUSED = 15     /* not repaired: the caller did not keep the records */
 } korx_reader_code;
 
 typedef struct korx_reader_error {
@@ -211,6 +214,39 @@ KORX_API void korx_reader_seek_newest(korx_reader* reader, size_t count);
  * the head alone cannot. Without one (KORX_READER_CURSOR, or cursor_path "") that case shows as
  * nothing unread. */
 KORX_API korx_reader_code korx_reader_ack(korx_reader* reader, korx_reader_error* error);
+
+/* Keeps a record of a ring that is being repaired; 0 when that was done, else the repair stops. The
+ * last call has a null record: it makes what was kept durable, or says that it is not. */
+typedef int korx_reader_keep(void* context, const korx_record* record);
+
+typedef struct korx_reader_repaired {
+    uint64_t records; /* that were handed to keep */
+    char copy[4096];  /* the copy of the damaged file; "": there is none, nothing was changed */
+} korx_reader_repaired;
+
+/* Cures a ring whose head is damaged, that is one which no writer and no reader leaves behind: the
+ * writers of the security and life-cycle logs would refuse their records for good. With the file
+ * locked, so that its writers wait meanwhile:
+ *   - a copy of the file is made beside it, durably, as "<path>.damaged.1" or with the next free
+ *     number, with the owner and mode of the log;
+ *   - every sound record that can be found is handed to keep, oldest first as far as the records
+ *     tell. Nothing says which of them were taken before, so some may come again;
+ *   - the log becomes an empty ring, and its cursor is removed.
+ *
+ * KORX_READER_OK: all of that was done, durably. KORX_READER_UNSURE: it was done, but syncing the
+ * empty ring failed; after a power failure it may be damaged again. With any other code the log is
+ * as it was and there is no copy: KORX_READER_SOUND where the head is in order,
+ * KORX_READER_REFUSED where keep stopped it, KORX_READER_WRITE where a copy could not be made or
+ * the log not be emptied (the records were handed out, and will be again), KORX_READER_ARGUMENT
+ * for a log that is no ring. The file must be readable and writable, and its folder writable.
+ *
+ * keep must not write into the log that is being repaired: it would wait for itself. Killed at any
+ * moment, the log is either as it was, perhaps with a copy beside it, or an empty ring. */
+KORX_API korx_reader_code korx_reader_repair(const char* path, korx_log_kind kind,
+                                             const korx_reader_options* options,
+                                             korx_reader_keep* keep, void* context,
+                                             korx_reader_repaired* repaired,
+                                             korx_reader_error* error);
 
 /* A place in a log that outlives the reader: what has been seen, told by the records themselves.
  * All zero is the place before everything. */

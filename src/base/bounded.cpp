@@ -7,8 +7,20 @@
 #include <algorithm>
 
 #include "base/arguments.h"
+#include "base/print.h"
 
 namespace korx {
+namespace {
+
+[[gnu::format(printf, 3, 0)]] int Print(char* dest, size_t limit, const char* format,
+                                        va_list args) {
+    Arguments again;
+    va_copy(again.list, args);
+    const int length = PrintPlain(dest, limit, format, &again);
+    return length == kNotPlain ? vsnprintf(dest, limit + 1, format, args) : length;
+}
+
+}  // namespace
 
 int memcpy_s(void* dest, size_t dest_max, const void* src, size_t count) {
     if (dest == nullptr || src == nullptr || dest_max == 0)
@@ -83,7 +95,7 @@ int vsnprintf_s(char* dest, size_t dest_max, size_t count, const char* format, v
     if (dest == nullptr || dest_max == 0)
         return -1;
     const size_t limit = std::min(count, dest_max - 1);
-    const int length = format == nullptr ? -1 : vsnprintf(dest, limit + 1, format, args);
+    const int length = format == nullptr ? -1 : Print(dest, limit, format, args);
     if (length < 0 || static_cast<size_t>(length) > limit) {
         dest[0] = '\0';
         return -1;

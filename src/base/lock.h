@@ -79,6 +79,7 @@ class RecordLock {
         held_ = false;
         return SetRecordLock(fd_, F_SETLK, F_UNLCK, 0, SEEK_SET, 0, OnDeadlock::kFail) >= 0;
     }
+    bool is_held() const { return held_; }
     // Takes the lock of another file from now on; the one held, if any, is given back.
     void move_to(int fd) {
         if (held_)

@@ -32,9 +32,6 @@ enum class Shape {
 // What the writers of a log hold while they change it.
 enum class LogLockKind { kNone, kFlock, kRecord };
 
-// What happens to records that nobody has taken when their room is needed.
-enum class Unread { kOverwritten, kProtected };
-
 // The component's processes; the row is the component number and the process's log slot.
 inline constexpr const char* kComponents[] = {"QTMON", "zelk_agent", "ZELK_QR9T", "zelk", "DXN"};
 inline constexpr size_t kComponentCount = std::size(kComponents);
@@ -135,6 +132,13 @@ constexpr const LogKind& KindOf(korx_log_kind kind) {
 
 constexpr bool IsRing(korx_log_kind kind) {
     return KindOf(kind).shape == Shape::kRing;
+}
+
+// By what the head of a ring of this kind is judged. A file without a head is one that is new.
+constexpr RingBounds BoundsOf(const LogKind& kind, uint64_t file_size) {
+    return {.room = file_size < kRingHeadSize ? 0 : file_size - kRingHeadSize,
+            .longest = kind.longest_record,
+            .unread = kind.unread};
 }
 
 // Whether a file of this name, directories left out, is the log of that row and file.

@@ -26,6 +26,9 @@ namespace {
 constexpr mode_t kLogMode = 0640;
 constexpr int kLowestLogFd = STDERR_FILENO + 1;
 constexpr int kMaxReopens = 16;
+// A record is written in less time than it takes to fall asleep and to be woken. Few enough that
+// whoever sleeps already is not kept from the lock by those who come later.
+constexpr int kLockTries = 8;
 
 // Which file the library has opened in each of its slots.
 struct Memory {
@@ -48,6 +51,11 @@ FileId* IdOf(const int* slot) {
             return memory.ids + (slot - memory.slot);
     }
     return nullptr;
+}
+
+FileId OpenedId(const int* slot) {
+    const FileId* const id = IdOf(slot);
+    return id != nullptr && id->is_known() ? *id : FileId::OfOpen(*slot);
 }
 
 void Remember(const int* slot) {
@@ -77,6 +85,11 @@ bool IsLogDevice(int fd) {
     return flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) >= 0;
 }
 
+// What a lock that somebody else holds is refused with.
+bool IsBusy(int error) {
+    return error == EAGAIN || error == EACCES;
+}
+
 void ReportLock(bool done) {
     if (!done)
         DBG_SysLog(LOG_ERR, "DLOG lock file unsuccessfully.");
@@ -104,14 +117,26 @@ SlotState ExamineSlot(int* slot, int cleared) {
 }
 
 bool IsFileOfPath(const int* slot, const char* path) {
-    const FileId* const id = IdOf(slot);
-    const FileId opened = id != nullptr && id->is_known() ? *id : FileId::OfOpen(*slot);
-    return opened.is_same_as(FileId::At(path));
+    return OpenedId(slot).is_same_as(FileId::At(path));
 }
 
 void CloseSlot(int* slot, int cleared) {
     const ErrnoSaver keep;
     (void) close(std::exchange(*slot, cleared));
+}
+
+int WriteAt(int fd, uint32_t length, const void* data, off_t offset) {
+    if (fd < 0 || data == nullptr)
+        return -1;
+    return static_cast<int>(pwrite(fd, data, length, offset));
+}
+
+bool CannotSeek(int fd, off_t offset) {
+    const int error = errno;
+    if (lseek(fd, offset, SEEK_SET) < 0)
+        return true;
+    errno = error;
+    return false;
 }
 
 uint32_t OpenAtEnd(const char* path, int* slot) {
@@ -134,19 +159,38 @@ uint32_t EnsureOpenAtEnd(const char* path, int* slot) {
     return ExamineSlot(slot, 0) == SlotState::kOurs ? kOk : OpenAtEnd(path, slot);
 }
 
-// Most often nobody else holds the lock. Only where somebody does is the name looked at before the
-// wait, so that nobody waits for the lock of an orphan.
+// On failure errno tells whether somebody holds the lock or nobody can.
+bool LogFileLock::try_lock() {
+    for (int tries = 0; tries < kLockTries; ++tries) {
+        if (lock_.try_acquire())
+            return true;
+        if (!IsBusy(errno))
+            return false;
+    }
+    return false;
+}
+
+bool LogFileLock::is_current() {
+    struct stat st;
+    if (stat(path_, &st) < 0)
+        return false;
+    size_ = st.st_size;
+    return OpenedId(slot_).is_same_as(FileId::Of(st));
+}
+
+// Most often nobody else holds the lock for long. Only where somebody does is the name looked at
+// before the wait, so that nobody waits for the lock of an orphan.
 LogFileLock::Attempt LogFileLock::attempt() {
     lock_.move_to(*slot_);
-    if (!lock_.try_acquire()) {
-        const bool is_busy = errno == EAGAIN || errno == EACCES;
+    if (!try_lock()) {
+        const bool is_busy = IsBusy(errno);
         // Also where it cannot be locked: some logs are written all the same.
-        if (!IsFileOfPath(slot_, path_))
+        if (!is_current())
             return Attempt::kReplaced;
         if (!is_busy || !lock_.acquire())
             return Attempt::kRefused;
     }
-    if (IsFileOfPath(slot_, path_))
+    if (is_current())
         return Attempt::kHeld;
     (void) lock_.release();
     return Attempt::kReplaced;

@@ -39,6 +39,13 @@ bool IsFileOfPath(const int* slot, const char* path);
 // somebody else's file.
 void CloseSlot(int* slot, int cleared);
 
+// LOG_Write at an offset; the position of the descriptor stays where it is.
+int WriteAt(int fd, uint32_t length, const void* data, off_t offset);
+
+// Whether a read or write at an offset failed because there is no such place in the file: then
+// errno is that of a seek to it, else still that of the failure.
+bool CannotSeek(int fd, off_t offset);
+
 // Makes the slot an open descriptor of the file at path. A file opened here is positioned at its
 // end, with the directories it needs made. Result: 0 or 0xFFFFFFFF.
 uint32_t OpenAtEnd(const char* path, int* slot);
@@ -65,15 +72,22 @@ class LogFileLock {
     [[nodiscard]] Result acquire();
     // Asks for the release even where the lock was refused and the work went on without it.
     bool release() { return lock_.release(); }
+    bool is_held() const { return lock_.is_held(); }
+    // How long the file was when its name was last looked at: nobody who keeps to the lock has
+    // changed that since.
+    off_t size() const { return size_; }
 
   private:
     enum class Attempt { kHeld, kRefused, kReplaced };
     Attempt attempt();
+    bool try_lock();
+    bool is_current();
 
     const char* const path_;
     int* const slot_;
     const Reopen reopen_;
     RecordLock lock_;
+    off_t size_ = 0;
 };
 
 // The lock of a log that is written even where it cannot be locked: a record on a file system

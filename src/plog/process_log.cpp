@@ -25,9 +25,22 @@ constinit ForkMutex fork_mutexes[kComponentCount] = {
     ForkMutex(&slot_mutexes[0]), ForkMutex(&slot_mutexes[1]), ForkMutex(&slot_mutexes[2]),
     ForkMutex(&slot_mutexes[3]), ForkMutex(&slot_mutexes[4])};
 
-void WriteWrapping(int fd, const void* record, uint32_t length, uint32_t limit) {
-    (void) PLOG_CheckAndTruncate(fd, length, limit);
-    (void) LOG_Write(fd, length, record);
+// The position is asked for each time, and the write leaves it behind the record: a forked child
+// moves the same one.
+uint32_t MoveToRoom(int fd, off_t size, uint32_t length, uint32_t limit) {
+    if (static_cast<int32_t>(size) < 0)
+        return kRecordFailed;
+    const off_t position = lseek(fd, 0, SEEK_CUR);
+    const bool reaches_limit = position + off_t{length} > off_t{limit};
+    if (position <= size && !reaches_limit)
+        return kOk;
+
+    // A position beyond the end of a file that somebody cut needs no cut of its own.
+    if (reaches_limit && ftruncate(fd, limit) < 0)
+        return DbgFail(kRecordFailed, "PLOG ftruncate unsuccessfully, err: %d.", errno);
+    if (lseek(fd, 0, SEEK_SET) < 0)
+        return DbgFail(kRecordFailed, "PLOG lseek unsuccessfully, err: %d.", errno);
+    return kOk;
 }
 
 }  // namespace
@@ -97,31 +110,21 @@ uint32_t PLOG_LogFile(const char* process_name, const char* format, ...) {
     LogFileLock lock(info.acFileName, fd, OpenAtEnd);
     if (!AcquireOrReport(&lock))
         return kRecordFailed;
-    WriteWrapping(*fd, record.text(), record.length(), info.uiMaxSize);
+    (void) MoveToRoom(*fd, lock.size(), record.length(), info.uiMaxSize);
+    (void) LOG_Write(*fd, record.length(), record.text());
     ReleaseOrReport(&lock);
     return kOk;
 }
 
 uint32_t PLOG_Buff2File(int fd, const void* record, uint32_t length, uint32_t limit) {
     ReportedLock lock(fd);
-    WriteWrapping(fd, record, length, limit);
+    (void) PLOG_CheckAndTruncate(fd, length, limit);
+    (void) LOG_Write(fd, length, record);
     lock.release();
     return kOk;
 }
 
 uint32_t PLOG_CheckAndTruncate(int fd, uint32_t length, uint32_t limit) {
     struct stat st;
-    if (fstat(fd, &st) < 0 || static_cast<int32_t>(st.st_size) < 0)
-        return kRecordFailed;
-    const off_t position = lseek(fd, 0, SEEK_CUR);
-    const bool reaches_limit = position + off_t{length} > off_t{limit};
-    if (position <= st.st_size && !reaches_limit)
-        return kOk;
-
-    // A position beyond the end of a file that somebody cut needs no cut of its own.
-    if (reaches_limit && ftruncate(fd, limit) < 0)
-        return DbgFail(kRecordFailed, "PLOG ftruncate unsuccessfully, err: %d.", errno);
-    if (lseek(fd, 0, SEEK_SET) < 0)
-        return DbgFail(kRecordFailed, "PLOG lseek unsuccessfully, err: %d.", errno);
-    return kOk;
+    return fstat(fd, &st) < 0 ? kRecordFailed : MoveToRoom(fd, st.st_size, length, limit);
 }

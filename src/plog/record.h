@@ -30,7 +30,7 @@ class Record {
     uint32_t length() const { return length_; }
 
   private:
-    char text_[kRecordRoom + 1] = {};
+    char text_[kRecordRoom + 1];
     uint32_t length_ = 0;
 };
 

@@ -46,7 +46,8 @@ void StartNewLap(LOG_HEAD_S* head) {
 
 // Stores a record where the head says and moves the head on, in memory only: the caller holds the
 // file lock and writes the head back. On failure the head in the file still is the old one, and the
-// next record tries the same step again. Reports begin with the tag.
+// next record tries the same step again. Reports begin with the tag; a place that the file does not
+// have is a failed seek, as it always was, though nothing seeks here.
 uint32_t StoreInRing(const char* tag, int fd, const void* record, uint32_t length, uint32_t limit,
                      LOG_HEAD_S* head) {
     if (ReachesLimit(*head, length, limit)) {
@@ -57,10 +58,11 @@ uint32_t StoreInRing(const char* tag, int fd, const void* record, uint32_t lengt
         StartNewLap(head);
     }
 
-    if (lseek(fd, off_t{kRingHeadSize} + head->uiLogLen, SEEK_SET) < 0)
-        return DbgFail(kRecordFailed, "%s lseek unsuccessfully, err:%d.", tag, errno);
-    if (LOG_Write(fd, length, record) < 0)
-        return DbgFail(kRecordFailed, "%s log write unsuccessfully, err:%d.", tag, errno);
+    const off_t end = off_t{kRingHeadSize} + head->uiLogLen;
+    if (WriteAt(fd, length, record, end) < 0)
+        return CannotSeek(fd, end)
+                   ? DbgFail(kRecordFailed, "%s lseek unsuccessfully, err:%d.", tag, errno)
+                   : DbgFail(kRecordFailed, "%s log write unsuccessfully, err:%d.", tag, errno);
     head->uiLogLen += length;
 
     // From here on the old lap has nothing left that this one could still reach.
@@ -75,10 +77,10 @@ uint32_t StoreInRing(const char* tag, int fd, const void* record, uint32_t lengt
 // What cannot be read of the head counts as that of a new file: this log never stops.
 uint32_t StoreOverOldest(int fd, const void* record, uint32_t length, uint32_t limit) {
     LOG_HEAD_S head = {};
-    (void) DLOG_ReadHead(fd, &head);
+    (void) pread(fd, &head, sizeof head, 0);
     if (StoreInRing("DLOG", fd, record, length, limit, &head) != kOk)
         return kRecordFailed;
-    (void) DLOG_WriteHead(fd, &head);
+    (void) WriteAt(fd, sizeof head, &head, 0);
     return kOk;
 }
 
@@ -96,13 +98,13 @@ uint32_t Discard() {
 
 uint32_t StoreUnlessUnread(int fd, const void* record, uint32_t length, uint32_t limit) {
     LOG_HEAD_S head = {};
-    if (DLOG_ReadHead(fd, &head) < 0)
+    if (pread(fd, &head, sizeof head, 0) < 0)
         return DbgFail(kRecordFailed, "SLOG read log head failed, err:%d.", errno);
     if (LOG_IsReachUndump(head, length, limit) == 1)
         return Discard();
     if (StoreInRing("SLOG", fd, record, length, limit, &head) != kOk)
         return kRecordFailed;
-    if (DLOG_WriteHead(fd, &head) < 0)
+    if (WriteAt(fd, sizeof head, &head, 0) < 0)
         DBG_SysLog(LOG_WARNING, "SLOG write head unsuccessfully, err:%d.", errno);
     return kOk;
 }

@@ -43,27 +43,18 @@ uint32_t ResetLogFile() {
 }
 
 // The header's lock also keeps two processes from making the log file at once.
-uint32_t OpenFiles() {
-    if (EnsureOpenAtEnd(g_acSTLogFileHeadName, &g_iSTLogFileHeadFd) != kOk)
+uint32_t OpenFiles(LogFileLock* header_lock) {
+    if (EnsureOpenAtEnd(g_acSTLogFileHeadName, &g_iSTLogFileHeadFd) != kOk ||
+        !AcquireOrReport(header_lock))
         return kRecordFailed;
-    LogFileLock header_lock(g_acSTLogFileHeadName, &g_iSTLogFileHeadFd, OpenAtEnd);
-    if (!AcquireOrReport(&header_lock) ||
-        EnsureOpenAtEnd(g_acSTLogFileName, &g_iSTLogFileFd) != kOk)
-        return kRecordFailed;
-    ReleaseOrReport(&header_lock);
-    return kOk;
-}
-
-bool IsEmpty(int fd) {
-    struct stat st;
-    return fstat(fd, &st) == 0 && st.st_size == 0;
+    return EnsureOpenAtEnd(g_acSTLogFileName, &g_iSTLogFileFd) == kOk ? kOk : kRecordFailed;
 }
 
 // Loads the header for a section. A log file that is new gets its separators whatever the header
 // says: somebody may have taken the log away and left its cursors.
-uint32_t LoadHeader(uint32_t section, STLOG_HDR_S* header) {
+uint32_t LoadHeader(uint32_t section, off_t log_size, STLOG_HDR_S* header) {
     const uint32_t loaded = STLOG_LogHdrGet(section, header);
-    if (loaded != kOk || !IsEmpty(g_iSTLogFileFd))
+    if (loaded != kOk || log_size != 0)
         return loaded;
     STLOG_LogSeperatorInit(header);
     return lseek(g_iSTLogFileFd, off_t{header->astSec[section].uiCur}, SEEK_SET) < 0
@@ -81,16 +72,16 @@ void StoreAtCursor(STLOG_HDR_S* header, uint32_t section, const void* record, ui
 
 // At least a record's room is left behind the cursor, so a record never leaves its section. What is
 // longer than a record may still fit, or is refused.
-uint32_t StoreLine(uint32_t section, const void* record, uint32_t length) {
-    LogFileLock header_lock(g_acSTLogFileHeadName, &g_iSTLogFileHeadFd, OpenAtEnd);
-    if (!AcquireOrReport(&header_lock))
+uint32_t StoreLine(LogFileLock* header_lock, uint32_t section, const void* record,
+                   uint32_t length) {
+    if (!header_lock->is_held() && !AcquireOrReport(header_lock))
         return kRecordFailed;
     LogFileLock log_lock(g_acSTLogFileName, &g_iSTLogFileFd, OpenAtEnd);
     if (!AcquireOrReport(&log_lock))
         return kRecordFailed;
 
     STLOG_HDR_S header;
-    if (LoadHeader(section, &header) != kOk)
+    if (LoadHeader(section, log_lock.size(), &header) != kOk)
         return kRecordFailed;
     const STLOG_SEC_S& target = header.astSec[section];
     if (uint64_t{target.uiCur} + length > target.uiEnd)
@@ -98,9 +89,14 @@ uint32_t StoreLine(uint32_t section, const void* record, uint32_t length) {
     StoreAtCursor(&header, section, record, length);
 
     ReleaseOrReport(&log_lock);
-    ReleaseOrReport(&header_lock);
+    ReleaseOrReport(header_lock);
     return kOk;
 }
+
+// The lock that spans all that is done to the start log.
+struct HeaderLock : LogFileLock {
+    HeaderLock() : LogFileLock(g_acSTLogFileHeadName, &g_iSTLogFileHeadFd, OpenAtEnd) {}
+};
 
 }  // namespace
 }  // namespace korx
@@ -131,17 +127,25 @@ uint32_t STLOG_LogFile(uint32_t section, const char* format, ...) {
     if (section >= kSectionCount)
         return kRecordFailed;
     const RecordRoad road(fork_mutex);
-    if (!road || OpenFiles() != kOk)
-        return kRecordFailed;
     Record record;
-    if (!record.assemble(format, args.list))
+    const bool fits = record.assemble(format, args.list);
+    HeaderLock header_lock;
+    if (!road || OpenFiles(&header_lock) != kOk)
         return kRecordFailed;
-    return StoreLine(section, record.text(), record.length());
+    // One hold from the opening of the log to the end of the record. Where the file cannot be
+    // locked, opening and storing ask for themselves and each says so.
+    if (!fits || !header_lock.is_held())
+        ReleaseOrReport(&header_lock);
+    return fits ? StoreLine(&header_lock, section, record.text(), record.length()) : kRecordFailed;
 }
 
 uint32_t STLOG_CheckFileHandle(void) {
     const RecordRoad road(fork_mutex);
-    return road ? OpenFiles() : kRecordFailed;
+    HeaderLock header_lock;
+    if (!road || OpenFiles(&header_lock) != kOk)
+        return kRecordFailed;
+    ReleaseOrReport(&header_lock);
+    return kOk;
 }
 
 uint32_t STLOG_LogBuff2File(uint32_t section, const void* record, uint32_t length) {
@@ -150,18 +154,18 @@ uint32_t STLOG_LogBuff2File(uint32_t section, const void* record, uint32_t lengt
         ExamineSlot(&g_iSTLogFileHeadFd, 0) != SlotState::kOurs ||
         ExamineSlot(&g_iSTLogFileFd, 0) != SlotState::kOurs)
         return kRecordFailed;
-    return StoreLine(section, record, length);
+    HeaderLock header_lock;
+    return StoreLine(&header_lock, section, record, length);
 }
 
 uint32_t STLOG_LogHdrGet(uint32_t section, STLOG_HDR_S* header) {
     if (section >= kSectionCount || !IsOpen(g_iSTLogFileHeadFd) || !IsOpen(g_iSTLogFileFd))
         return ORX_PLOG_ERR_SEEK;
-    if (lseek(g_iSTLogFileHeadFd, 0, SEEK_SET) < 0)
+    STLOG_HDR_S stored = {};
+    const ssize_t got = pread(g_iSTLogFileHeadFd, &stored, sizeof stored, 0);
+    if (got < 0 && CannotSeek(g_iSTLogFileHeadFd, 0))
         return ORX_PLOG_ERR_SEEK;
     STLOG_LoghdrInit(header);
-
-    STLOG_HDR_S stored = {};
-    const ssize_t got = read(g_iSTLogFileHeadFd, &stored, sizeof stored);
     if (got == 0)
         STLOG_LogSeperatorInit(header);
     const bool complete = got == ssize_t{sizeof stored} && HasUsableSections(stored);
@@ -177,9 +181,11 @@ uint32_t STLOG_LogHdrGet(uint32_t section, STLOG_HDR_S* header) {
 }
 
 uint32_t STLOG_LogHdrPut(const STLOG_HDR_S* header) {
-    if (!IsOpen(g_iSTLogFileHeadFd) || lseek(g_iSTLogFileHeadFd, 0, SEEK_SET) < 0)
+    if (!IsOpen(g_iSTLogFileHeadFd))
         return ORX_PLOG_ERR_SEEK;
-    const int written = LOG_Write(g_iSTLogFileHeadFd, sizeof *header, header);
+    const int written = WriteAt(g_iSTLogFileHeadFd, sizeof *header, header, 0);
+    if (written < 0 && CannotSeek(g_iSTLogFileHeadFd, 0))
+        return ORX_PLOG_ERR_SEEK;
     return written == int{sizeof *header} ? kOk : ORX_PLOG_ERR_HEADER;
 }
 

@@ -12,6 +12,7 @@
 #include "reader/place.h"
 #include "reader/reader.h"
 #include "reader/record.h"
+#include "reader/repair.h"
 
 namespace korx {
 namespace {
@@ -174,6 +175,25 @@ korx_reader_code korx_reader_ack(korx_reader* reader, korx_reader_error* error) 
     if (!reader->can_acknowledge())
         return BadArgument(error, "a copy from memory or without lock can't be acknowledged");
     return Acknowledge(Refusal(error, reader->names.path.get()), reader);
+}
+
+korx_reader_code korx_reader_repair(const char* path, korx_log_kind kind,
+                                    const korx_reader_options* options, korx_reader_keep* keep,
+                                    void* context, korx_reader_repaired* repaired,
+                                    korx_reader_error* error) {
+    if (keep == nullptr || repaired == nullptr)
+        return BadArgument(error, "nobody who keeps the records, or no place for what was done");
+    *repaired = {};
+    if (path == nullptr || !IsKind(kind))
+        return BadArgument(error, "no path, or no such kind of log");
+    const Refusal refusal(error, path);
+    UniqueReader reader;
+    const korx_reader_code code = Prepare(-1, path, kind, OrDefault(options), refusal, &reader);
+    if (code != KORX_READER_OK)
+        return code;
+    if (!reader->image.is_ring() || !reader->can_acknowledge())
+        return BadArgument(error, "only a ring can be repaired, and only under its lock");
+    return Repair({.keep = keep, .context = context}, refusal, reader.get(), repaired);
 }
 
 void korx_reader_get_mark(const korx_reader* reader, korx_mark* mark) {

@@ -99,6 +99,14 @@ korx_reader_code LogLock::acquire(Access access, uint32_t timeout_ms, const Refu
     return KORX_READER_OK;
 }
 
+void LikeLog(int log_fd, int fd) {
+    struct stat st;
+    if (fstat(log_fd, &st) < 0)
+        return;
+    (void) !fchown(fd, st.st_uid, st.st_gid);
+    (void) fchmod(fd, st.st_mode & 0666);
+}
+
 ReadResult ReadUpTo(int fd, void* buffer, size_t count, uint64_t offset) {
     char* const bytes = static_cast<char*>(buffer);
     size_t done = 0;

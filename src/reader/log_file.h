@@ -61,6 +61,10 @@ class LogLock {
     bool held_ = false;
 };
 
+// Gives a file that stands beside the log its owner and mode, so that whoever may read the log may
+// read that, too. Where that may not be, the file stays its maker's.
+void LikeLog(int log_fd, int fd);
+
 // How much was read before the end of the file; less than that with error set where reading failed.
 struct ReadResult {
     size_t count = 0;

@@ -109,23 +109,31 @@ korx_reader_code Finish(const Refusal& error, korx_reader* reader) {
 
 }  // namespace
 
-korx_reader_code OpenFile(int fd, const char* path, korx_log_kind kind,
-                          const korx_reader_options& options, const Refusal& error,
-                          UniqueReader* reader) {
+korx_reader_code Prepare(int fd, const char* path, korx_log_kind kind,
+                         const korx_reader_options& options, const Refusal& error,
+                         UniqueReader* reader) {
     *reader = NewReader();
     if (!*reader || !SetNames(path, options, &(*reader)->names) ||
         !CopyHeader(options, &(*reader)->image))
         return RefuseMemory(error);
-    korx_reader& opened = **reader;
-    opened.source = SourceOf(fd, opened.names, options);
+    korx_reader& prepared = **reader;
+    prepared.source = SourceOf(fd, prepared.names, options);
     korx_reader_code code = KORX_READER_OK;
     if (kind == KORX_LOG_AUTO)
         kind = KindOfName(path);
     if (kind == KORX_LOG_AUTO)
-        code = PeekKind(opened.source, error, &kind);
+        code = PeekKind(prepared.source, error, &kind);
+    prepared.image.format = FormatOf(kind);
+    return code;
+}
+
+korx_reader_code OpenFile(int fd, const char* path, korx_log_kind kind,
+                          const korx_reader_options& options, const Refusal& error,
+                          UniqueReader* reader) {
+    korx_reader_code code = Prepare(fd, path, kind, options, error, reader);
     if (code != KORX_READER_OK)
         return code;
-    opened.image.format = FormatOf(kind);
+    korx_reader& opened = **reader;
     code = TakeSnapshot(opened.source, error, &opened.image, &opened.file);
     return code == KORX_READER_OK ? Finish(error, &opened) : code;
 }

@@ -8,6 +8,11 @@
 
 namespace korx {
 
+// A reader of a log that is known, but not copied yet.
+[[nodiscard]] korx_reader_code Prepare(int fd, const char* path, korx_log_kind kind,
+                                       const korx_reader_options& options, const Refusal& error,
+                                       UniqueReader* reader);
+
 // fd: the caller's descriptor; negative: the log is opened by its path.
 [[nodiscard]] korx_reader_code OpenFile(int fd, const char* path, korx_log_kind kind,
                                         const korx_reader_options& options, const Refusal& error,

@@ -14,20 +14,30 @@ namespace {
 
 constexpr size_t kTailLook = 1024;  // looked at behind the end of the text
 
-bool CheckHead(uint64_t file_room, LogImage* image) {
+void CheckHead(LogImage* image) {
     const LOG_HEAD_S& head = image->head;
-    if (head.uiLogLen > file_room)
-        image->damage.report(KORX_DAMAGE_HEAD_LENGTH, offsetof(LOG_HEAD_S, uiLogLen), 4,
-                             "uiLogLen %u leads outside the file", head.uiLogLen);
-    if (head.uiTotalLen > file_room)
-        image->damage.report(KORX_DAMAGE_HEAD_LENGTH, offsetof(LOG_HEAD_S, uiTotalLen), 4,
-                             "uiTotalLen %u leads outside the file", head.uiTotalLen);
-    const bool in_order = head.uiTotalLen == 0 || head.uiLogLen < head.uiTotalLen;
-    if (!in_order)
-        image->damage.report(KORX_DAMAGE_HEAD_ORDER, 0, kRingHeadSize,
-                             "uiLogLen %u is not below uiTotalLen %u", head.uiLogLen,
-                             head.uiTotalLen);
-    return in_order && head.uiLogLen <= file_room && head.uiTotalLen <= file_room;
+    const RingBounds bounds = BoundsOf(*image->format.kind, image->file_size);
+    const HeadFault fault = FaultOf(head, bounds);
+    image->head_sound = fault == HeadFault::kNone || fault == HeadFault::kDumpLen;
+    image->dump_sound = fault == HeadFault::kNone;
+    DamageList& damage = image->damage;
+    if (fault == HeadFault::kLogLen)
+        damage.report(KORX_DAMAGE_HEAD_LENGTH, offsetof(LOG_HEAD_S, uiLogLen), 4,
+                      head.uiLogLen > bounds.room ? "uiLogLen %u leads outside the file"
+                                                  : "uiLogLen %u ends long before the file does",
+                      head.uiLogLen);
+    if (fault == HeadFault::kTotalLen)
+        damage.report(KORX_DAMAGE_HEAD_LENGTH, offsetof(LOG_HEAD_S, uiTotalLen), 4,
+                      head.uiTotalLen > bounds.room
+                          ? "uiTotalLen %u leads outside the file"
+                          : "uiTotalLen %u ends long before the file does",
+                      head.uiTotalLen);
+    if (fault == HeadFault::kOrder)
+        damage.report(KORX_DAMAGE_HEAD_ORDER, 0, kRingHeadSize,
+                      "uiLogLen %u is not below uiTotalLen %u", head.uiLogLen, head.uiTotalLen);
+    if (fault == HeadFault::kDumpLen)
+        damage.report(KORX_DAMAGE_DUMP_POSITION, offsetof(LOG_HEAD_S, uiDumpLen), 4,
+                      "uiDumpLen %u lies behind the log", head.uiDumpLen);
 }
 
 // Before the first wrap nothing may stand behind the newest record.
@@ -38,23 +48,22 @@ void CheckBehind(size_t end, LogImage* image) {
                              "bytes behind the newest record that the head does not count");
 }
 
-void CheckDump(LogImage* image) {
-    const LOG_HEAD_S& head = image->head;
-    image->dump_sound = head.uiDumpLen <= std::max(head.uiLogLen, head.uiTotalLen);
-    // Writers that don't wait for the reader may have left any position behind.
-    if (image->format.kind->unread == Unread::kOverwritten)
-        return;
-    constexpr uint64_t kAt = offsetof(LOG_HEAD_S, uiDumpLen);
+// Whether the reader's position is where some record ends, as far as the records tell. In a ring
+// that is written over regardless and has wrapped, those that ended there may be gone.
+bool IsBetweenRecords(const LogImage& image) {
+    const LOG_HEAD_S& head = image.head;
+    const bool any_place = image.format.kind->unread == Unread::kOverwritten;
+    if (!image.dump_sound || (any_place && head.uiTotalLen != 0))
+        return true;
     const uint64_t position = uint64_t{kRingHeadSize} + head.uiDumpLen;
-    const auto is_around = [=](const Entry& entry) {
+    // Behind the newest record there may stand the rest of one that was written over.
+    const bool has_old = !image.entries.empty() && image.entries[0].is(KORX_RECORD_OLD_LAP);
+    const uint64_t rest_end = has_old ? image.entries[0].offset : kRingHeadSize + head.uiTotalLen;
+    if (head.uiLogLen < head.uiDumpLen && position < rest_end)
+        return false;
+    return std::none_of(image.entries.begin(), image.entries.end(), [=](const Entry& entry) {
         return entry.offset < position && position < entry.end();
-    };
-    if (!image->dump_sound)
-        image->damage.report(KORX_DAMAGE_DUMP_POSITION, kAt, 4, "uiDumpLen %u lies behind the log",
-                             head.uiDumpLen);
-    else if (std::any_of(image->entries.begin(), image->entries.end(), is_around))
-        image->damage.report(KORX_DAMAGE_DUMP_POSITION, kAt, 4, "uiDumpLen %u lies inside a record",
-                             head.uiDumpLen);
+    });
 }
 
 void AnalyseRing(LogImage* image) {
@@ -67,7 +76,7 @@ void AnalyseRing(LogImage* image) {
         return;
     }
     memcpy(&image->head, image->bytes.data.get(), kRingHeadSize);
-    image->head_sound = CheckHead(image->file_size - kRingHeadSize, image);
+    CheckHead(image);
 
     const LOG_HEAD_S& head = image->head;
     const size_t room = size - kRingHeadSize;
@@ -82,7 +91,9 @@ void AnalyseRing(LogImage* image) {
              image);
     if (!wrapped)
         CheckBehind(kRingHeadSize + newest, image);
-    CheckDump(image);
+    if (!IsBetweenRecords(*image))
+        image->damage.report(KORX_DAMAGE_DUMP_POSITION, offsetof(LOG_HEAD_S, uiDumpLen), 4,
+                             "uiDumpLen %u lies inside a record", head.uiDumpLen);
 }
 
 bool ParseRing(std::string_view text, size_t stamp, RecordHead*, korx_record* record) {

@@ -2,6 +2,8 @@
 
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <limits.h>
+#include <stdio.h>
 #include <string.h>
 
 #include "base/text.h"
@@ -60,6 +62,41 @@ TEST(Bounded, FormatsWholeTextsOrNone) {
     FixedText<8> text;
     EXPECT_FALSE(text.format("%s", "12345678"));
     EXPECT_TRUE(text.empty());
+}
+
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+// By its own printing and by that of libc, with all limits up to the whole text.
+template <typename... Args>
+[[gnu::noipa]] void ExpectPrintsAsLibc(const char* format, Args... args) {
+    char expected[200], printed[200];
+    const int length = snprintf(expected, sizeof expected, format, args...);
+    for (int limit = 0; limit <= length; ++limit) {
+        memset(printed, '#', sizeof printed);
+        const bool fits = limit == length;
+        ASSERT_EQ(snprintf_s(printed, size_t(limit) + 1, 200, format, args...), fits ? length : -1);
+        ASSERT_STREQ(printed, fits ? expected : "") << format;
+        ASSERT_EQ(printed[limit + 1], '#') << format;
+    }
+}
+
+TEST(Bounded, PrintsWhatLibcPrints) {
+    const char* const null = nullptr;
+    ExpectPrintsAsLibc("");
+    ExpectPrintsAsLibc("%%%c%s|%s", 'c', "", "text");
+    ExpectPrintsAsLibc("100%%|%s|%5s|%.2s|%-3d|%+d|% d", null, "a", "abc", 1, 2, 3);
+    ExpectPrintsAsLibc("%s", null);
+    for (const int value : {0, 1, -1, -12, 99, 100, 9999, 10000, INT_MAX, INT_MIN}) {
+        const auto bits = unsigned(value);
+        const long wide = long(value) * 1000003;
+        const auto wide_bits = static_cast<unsigned long>(wide);
+        ExpectPrintsAsLibc("[Index:%#x][L:%u]%x", bits, bits, bits);
+        ExpectPrintsAsLibc("[%04d-%02d-%01d %02u%09u.%06lu]", value, value, value, bits, bits,
+                           wide_bits);
+        ExpectPrintsAsLibc("%d|%ld|%lx|%05ld", value, wide, wide_bits, wide);
+        for (const char* other : {"%05x|%010d", "%#05x|%#d", "%hx|%hhd", "%X|%i", "%x|%+d"})
+            ExpectPrintsAsLibc(other, bits, value);
+    }
+    ExpectPrintsAsLibc("%ld|%lu|%s", LONG_MIN, ULONG_MAX, "behind");
 }
 
 TEST(Bounded, MovesWholeBlocksOrNone) {

@@ -224,14 +224,15 @@ TEST_F(RingLogs, ReturnAndReportEachFailureWithTheOldHead) {
     };
     for (const Row& row : {Row{"fcntl", 1, 7, "lock file unsuccessfully"},
                            Row{"ftruncate", 1, kAll, "ftruncate unsuccessfully, err:28."},
-                           Row{"lseek", 2, kAll, "lseek unsuccessfully, err:28."},
-                           Row{"write", 1, kAll, "log write unsuccessfully, err:28."}}) {
+                           Row{"lseek", 1, kAll, "lseek unsuccessfully, err:28."},
+                           Row{"pwrite", 1, kAll, "log write unsuccessfully, err:28."}}) {
         for (const Log& log : logs) {
             log.info->uiMaxSize = 131072;
             seed(*log.info, kNearlyFull);
             ASSERT_EQ(DLOG_CheckAndCreateFile(log.info->acFileName, log.fd), 0u);
             syslog.clear();
             const Fault fault(row.call, row.nth, ENOSPC);
+            const Fault nowhere("pwrite", strcmp(row.call, "lseek") == 0 ? 1 : 99, ESPIPE);
             const bool is_life = log.info == &g_stLifeLogInfo;
             EXPECT_EQ(log.write("%s", text.c_str()), is_life ? row.life : kAll) << row.call;
             EXPECT_EQ(fault.hits(), 1u) << row.call;

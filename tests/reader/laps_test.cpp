@@ -180,13 +180,15 @@ TEST(Ring, HeadSaysWhichRecordsThereAreAndWhichAreUnread) {
         korx_log_kind kind;
         Texts records, unread, rules;
     } cases[] = {
-        {"never wrapped", {400, 0, 0}, kLife, fresh, fresh, {"uncommitted"}},
+        {"never wrapped", {1000, 0, 0}, kLife, turned, turned, {"time-order"}},
+        {"file goes on", {400, 0, 0}, kLife, fresh, fresh, {"head-length", "uncommitted"}},
         {"partly taken", {400, 200, 1000}, kLife, laps, Lines(13, 2), {}},
         {"all taken", {400, 400, 1000}, kLife, laps, {}, {}},
         {"old lap taken", {400, 1000, 1000}, kLife, laps, fresh, {}},
         {"old lap partly taken", {400, 900, 1000}, kLife, laps, one_and_fresh, {}},
         {"nobody ever read", {400, 0, 1000}, kDiag, laps, laps, {}},
         {"overtaken", {400, 1300, 1000}, kDiag, laps, laps, {}},
+        {"behind any lap", {400, 1301, 1000}, kDiag, laps, laps, {"dump-position"}},
         {"reader behind the log", {400, 1300, 1000}, kLife, laps, laps, {"dump-position"}},
         {"inside a record", {400, 950, 1000}, kLife, laps, one_and_fresh, {"dump-position"}},
         {"lap just ended, taken", {0, 1000, 1000}, kLife, turned, {}, {"time-order"}},
@@ -195,7 +197,8 @@ TEST(Ring, HeadSaysWhichRecordsThereAreAndWhichAreUnread) {
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.what);
-        const Opened log(BytesOf(row.head) + partly, row.kind);
+        const size_t longer_lap = row.kind == kDiag ? 300 : 0;  // once, and so the file's size
+        const Opened log(BytesOf(row.head) + partly + std::string(longer_lap, '\0'), row.kind);
         EXPECT_EQ(log.texts, row.records);
         EXPECT_EQ(log.unread, row.unread);
         EXPECT_EQ(log.info.unread_records, row.unread.size());
@@ -204,6 +207,8 @@ TEST(Ring, HeadSaysWhichRecordsThereAreAndWhichAreUnread) {
     }
     const Opened log(BytesOf(LOG_HEAD_S{450, 450, 1000}) + cut_into, KORX_LOG_SECURITY);
     EXPECT_EQ(log.texts.front(), Event(6).substr(0, 99)) << "after a record without its beginning";
+    const Opened in_rest(BytesOf(LOG_HEAD_S{450, 470, 1000}) + cut_into, KORX_LOG_SECURITY);
+    EXPECT_EQ(in_rest.rules, log.rules + Texts{"dump-position"});
 }
 
 TEST(Ring, NamesDamageBetweenSoundRecords) {

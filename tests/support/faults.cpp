@@ -28,8 +28,7 @@ bool IsProgram(const char* module) {
 }
 
 bool IsCounted(const char* module) {
-    return IsProgram(module) ||
-           (module != nullptr && strstr(module, "libkorx_basic.so") != nullptr);
+    return IsProgram(module) || (module != nullptr && strstr(module, "/libkorx_") != nullptr);
 }
 
 [[noreturn]] void Die(const char* what, const char* name) {

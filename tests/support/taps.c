@@ -72,9 +72,14 @@ TAP_RELEASE(close, -1, (int fd), (fd))
 /* Descriptors */
 TAP_LIMIT(&count, ssize_t, read, -1, (int fd, void* data, size_t count), (fd, data, count))
 TAP_LIMIT(&count, ssize_t, write, -1, (int fd, const void* data, size_t count), (fd, data, count))
+TAP_LIMIT(&count, ssize_t, pread, -1, (int fd, void* data, size_t count, off_t offset),
+          (fd, data, count, offset))
+TAP_LIMIT(&count, ssize_t, pwrite, -1, (int fd, const void* data, size_t count, off_t offset),
+          (fd, data, count, offset))
 TAP(off_t, lseek, -1, (int fd, off_t offset, int whence), (fd, offset, whence))
 TAP(int, ftruncate, -1, (int fd, off_t length), (fd, length))
 TAP(int, fsync, -1, (int fd), (fd))
+TAP(int, fdatasync, -1, (int fd), (fd))
 TAP(int, flock, -1, (int fd, int operation), (fd, operation))
 TAP(int, fchmod, -1, (int fd, mode_t mode), (fd, mode))
 TAP(int, fchown, -1, (int fd, uid_t owner, gid_t group), (fd, owner, group))
