@@ -72,7 +72,7 @@ typedef enum korx_reader_code {
     KORX_READER_DAMAGED = 10,    /* not acknowledged: the head cannot be trusted */
     KORX_READER_WRITE = 11,      /* not acknowledged: writing the log's head or the cursor failed */
     KORX_READER_CURSOR = 12,     /* acknowledged in the head, but the cursor could not be kept */
-    KORX_READER_UNSURE = 13,     /* done, but whether it lasts is not known */
+    KORX_READER_UNSURE = 13,     /* whether it is done, or lasts, cannot be known */
     KORX_READER_SOUND = 14,      /* not repaired: there is nothing to repair */
     KORX_READER_REFUSED = 15     /* not repaired: the caller did not keep the records */
 } korx_reader_code;
@@ -199,20 +199,33 @@ KORX_API void korx_reader_seek_newest(korx_reader* reader, size_t count);
 /* Acknowledges all that korx_reader_next_unread has handed out since the reader was opened or last
  * acknowledged; call it when that has been delivered. KORX_READER_OK when there is nothing.
  *
+ * What the code means for what was delivered:
+ *   - KORX_READER_OK, KORX_READER_CURSOR: acknowledged, and it lasts. Who takes the delivery back
+ *     now loses it.
+ *   - KORX_READER_UNSURE: a write or sync failed, and so did putting back what was there. The
+ *     records may be acknowledged or not, now or after a power failure. Leave them delivered: they
+ *     may be handed out again, so that they come twice rather than never.
+ *   - every other code: nothing was acknowledged, now and for good. The delivery may be taken back;
+ *     the records will be handed out again.
+ * A process that is killed in here leaves one or the other. After any code but the first open the
+ * log again before going on.
+ *
  * Rings: with the file locked, uiDumpLen moves to the end of what was handed out, never past it,
  * and no other byte changes. Where that end is the end of a finished lap, uiDumpLen becomes
- * uiTotalLen and not 0. Then the cursor is replaced. The other kinds have no such mark; there the
- * cursor alone says what has been taken.
+ * uiTotalLen and not 0. Before that the cursor is replaced; where it cannot be, the head is moved
+ * all the same (KORX_READER_CURSOR), because the writers wait for it. The other kinds have no such
+ * mark; there the cursor alone says what has been taken.
  *
  * Refused with KORX_READER_CHANGED, nothing acknowledged, when the file was replaced, somebody else
  * acknowledged meanwhile, or the last record handed out is no longer where it was; with
  * KORX_READER_ARGUMENT when the reader came from memory or was opened without lock. Open again
  * then: what is still there is handed out again.
  *
- * The cursor is a small text file beside the log, replaced atomically. It holds the last record's
- * place, stamp and hash, with which the next reader tells a full lap of unread records from none;
- * the head alone cannot. Without one (KORX_READER_CURSOR, or cursor_path "") that case shows as
- * nothing unread. */
+ * The cursor is a small text file beside the log, replaced atomically, with the owner and mode of
+ * the log where the process may give them. It holds place, stamp and hash of the last record, on
+ * either side of the acknowledgement, with which the next reader tells a full lap of unread records
+ * from none; the head alone cannot. Without one (KORX_READER_CURSOR, or cursor_path "") that case
+ * shows as nothing unread, and as KORX_DOUBT_LAP. */
 KORX_API korx_reader_code korx_reader_ack(korx_reader* reader, korx_reader_error* error);
 
 /* Keeps a record of a ring that is being repaired; 0 when that was done, else the repair stops. The
@@ -287,8 +300,8 @@ typedef struct korx_reader_info {
     /* Records that nobody had taken when the log went over them, as far as head and cursor tell.
      * gap: 1 when at least a lap passed since the last acknowledgement. gap_recovered: unread
      * records that the head would have hidden and that are handed out all the same. gap_bytes: what
-     * was written over, gap_lost: at least so many records; both 0 when nothing was, and lower
-     * bounds when more than one lap has passed. */
+     * was written over, gap_lost: at least so many records. Both are lower bounds, 0 too, wherever
+     * KORX_DOUBT_LOST says so: how many laps have passed nobody writes down. */
     uint32_t gap;
     uint64_t gap_recovered;
     uint64_t gap_bytes;
@@ -302,6 +315,25 @@ typedef struct korx_reader_info {
 } korx_reader_info;
 
 KORX_API void korx_reader_get_info(const korx_reader* reader, korx_reader_info* info);
+
+/* What a reader cannot know about unread records. None of it is damage. */
+enum {
+    /* The head of a ring looks the same when all was taken as when a whole lap is unread, and no
+     * cursor tells which. What it would hide does not count as unread. In the diagnostic ring that
+     * may be so at any position, as soon as it has wrapped. */
+    KORX_DOUBT_LAP = 1 << 0,
+    /* There is a gap, and how many records are lost is unknown: gap_lost and gap_bytes are what is
+     * missing at least. */
+    KORX_DOUBT_LOST = 1 << 1,
+    /* There is a cursor that does not belong to the head of this ring: somebody has acknowledged
+     * without it, or the log has begun anew. It is not followed. */
+    KORX_DOUBT_CURSOR = 1 << 2,
+    /* There is a cursor that this process may not read. It is as if there were none. */
+    KORX_DOUBT_CURSOR_FORBIDDEN = 1 << 3
+};
+
+/* The KORX_DOUBT_... of a reader, as it was opened or last acknowledged. */
+KORX_API uint32_t korx_reader_doubts(const korx_reader* reader);
 
 /* What can be wrong. */
 typedef enum korx_damage_rule {

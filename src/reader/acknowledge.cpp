@@ -2,6 +2,10 @@
 // and the cursor, which remembers the record itself. Either may have been moved by somebody else
 // since the copy was taken, and the log may have been written over; all of that is looked at again
 // under the log's lock, and if anything has changed nothing is acknowledged.
+//
+// A ring's cursor goes first. Were it behind the head, an end between the two would leave a head
+// that may hide a whole lap, and a cursor that knows nothing of it. Like this it holds both
+// positions, and is right before the head moves, after it, and when the head is put back.
 #include "reader/acknowledge.h"
 
 #include <errno.h>
@@ -10,6 +14,7 @@
 
 #include <algorithm>
 
+#include "base/system_result.h"
 #include "reader/mark.h"
 
 namespace korx {
@@ -68,86 +73,158 @@ bool StillStands(int fd, const LogImage& image, const Entry& entry) {
     return true;
 }
 
-// Moves the ring's uiDumpLen behind the last record. The cursor gets the head as it then is, and
-// the end of that record.
-korx_reader_code MoveDump(const korx_reader& reader, int fd, const Entry& last,
-                          const Refusal& error, Cursor* cursor) {
+// Whether the ring still is what was handed out. head: as it stands now.
+korx_reader_code CheckRing(const korx_reader& reader, const LogFile& file, const Entry& last,
+                           const Refusal& error, LOG_HEAD_S* head) {
     const LogImage& image = reader.image;
-    constexpr off_t kAt = offsetof(LOG_HEAD_S, uiDumpLen);
-    if (!image.head_sound)
-        return error.refuse(KORX_READER_DAMAGED, 0, "nothing acknowledged: the head is damaged");
-    LOG_HEAD_S head = {};
-    if (!ReadExactly(fd, &head, sizeof head, 0))
+    if (!ReadExactly(file.fd(), head, sizeof *head, 0))
         return error.refuse(KORX_READER_CHANGED, 0, "nothing acknowledged: the head can't be read");
-    if (head.uiDumpLen != image.head.uiDumpLen)
-        return error.at(kAt).refuse(KORX_READER_CHANGED, 0,
-                                    "nothing acknowledged: somebody else has acknowledged");
+    const HeadFault fault = FaultOf(*head, BoundsOf(*image.format.kind, file.size()));
+    const bool head_sound = fault == HeadFault::kNone || fault == HeadFault::kDumpLen;
+    if (!image.head_sound || !head_sound)
+        return error.refuse(KORX_READER_DAMAGED, 0, "nothing acknowledged: the head is damaged");
+    if (head->uiDumpLen != image.head.uiDumpLen)
+        return error.at(offsetof(LOG_HEAD_S, uiDumpLen))
+            .refuse(KORX_READER_CHANGED, 0, "nothing acknowledged: somebody else has acknowledged");
     const uint64_t position = last.end() - kRingHeadSize;
-    if (position > std::max(head.uiLogLen, head.uiTotalLen) || !StillStands(fd, image, last))
+    if (position > std::max(head->uiLogLen, head->uiTotalLen) ||
+        !StillStands(file.fd(), image, last))
         return error.at(last.offset)
             .refuse(KORX_READER_CHANGED, 0,
                     "nothing acknowledged: the log has written over what was handed out");
+    return KORX_READER_OK;
+}
 
-    // Where the last lap has just ended its end is uiTotalLen, and so it stays: 0 would tell the
-    // writers that a lap is unread.
-    head.uiDumpLen = static_cast<uint32_t>(position);
-    constexpr size_t kSize = sizeof head.uiDumpLen;
-    if (pwrite(fd, &head.uiDumpLen, kSize, kAt) != ssize_t{kSize} || fdatasync(fd) < 0)
-        return error.at(kAt).refuse(KORX_READER_WRITE, errno, "writing the head failed: %s",
-                                    strerror(errno));
-    cursor->log_len = head.uiLogLen;
-    cursor->dump_len = head.uiDumpLen;
-    cursor->total_len = head.uiTotalLen;
-    cursor->tail_length = std::min<uint32_t>(last.length, kTailSize);
-    memcpy(cursor->tail, image.bytes.data.get() + last.end() - cursor->tail_length,
-           cursor->tail_length);
+// Where the last lap has just ended its end is uiTotalLen, and so it stays: 0 would tell the
+// writers that a lap is unread.
+Taken TakenUpTo(const LogImage& image, const Entry& entry) {
+    korx_mark mark = {};
+    SetMark(image, entry, &mark);
+    Taken taken = {.dump_len = static_cast<uint32_t>(entry.end() - kRingHeadSize),
+                   .last = mark.last[0],
+                   .tail = {}};
+    taken.tail.length = std::min<uint32_t>(entry.length, kTailSize);
+    memcpy(taken.tail.bytes, image.bytes.data.get() + entry.end() - taken.tail.length,
+           taken.tail.length);
+    return taken;
+}
+
+// The position that the head still has. What the cursor knows of it stays; where it knows nothing
+// the record that ends there is taken at its word.
+Taken TakenBefore(const korx_reader& reader, uint32_t dump_len) {
+    if (reader.info.has_cursor != 0)
+        return *TakenAt(reader.cursor, dump_len);
+    for (const Entry& entry : reader.image.entries) {
+        if (entry.end() == uint64_t{kRingHeadSize} + dump_len)
+            return TakenUpTo(reader.image, entry);
+    }
+    Taken unknown;
+    unknown.dump_len = dump_len;
+    return unknown;
+}
+
+// Whether uiDumpLen is this from now on, durably.
+SystemResult WriteDump(int fd, uint32_t dump_len) {
+    constexpr off_t kAt = offsetof(LOG_HEAD_S, uiDumpLen);
+    constexpr size_t kSize = sizeof dump_len;
+    errno = 0;
+    const bool written = pwrite(fd, &dump_len, kSize, kAt) == ssize_t{kSize} && fdatasync(fd) == 0;
+    return written ? SystemResult{} : SystemResult::Failed();
+}
+
+// A sync that failed may have written the head all the same, now or later. So the old one is put
+// back, and only once that is durable it is sure that nothing was acknowledged.
+korx_reader_code MoveDump(int fd, uint32_t from, uint32_t to, const Refusal& error) {
+    const SystemResult moved = WriteDump(fd, to);
+    if (moved.ok())
+        return KORX_READER_OK;
+    const Refusal there = error.at(offsetof(LOG_HEAD_S, uiDumpLen));
+    if (WriteDump(fd, from).ok())
+        return there.refuse(KORX_READER_WRITE, moved.error, "writing the head failed: %s",
+                            strerror(moved.error));
+    return there.refuse(KORX_READER_UNSURE, moved.error,
+                        "whether the head was written is not known: %s", strerror(moved.error));
+}
+
+korx_reader_code RefuseCursor(const korx_reader& reader, const StoreResult& stored,
+                              const Refusal& error) {
+    const Refusal there = error.about(reader.names.cursor.get());
+    if (stored.stored == Stored::kNot)
+        return there.refuse(KORX_READER_WRITE, stored.error,
+                            "nothing acknowledged: writing the cursor failed: %s",
+                            strerror(stored.error));
+    return there.refuse(KORX_READER_UNSURE, stored.error,
+                        "acknowledged, but whether the cursor lasts is not known: %s",
+                        strerror(stored.error));
+}
+
+void KeepCursor(const Cursor& cursor, korx_reader* reader) {
+    reader->cursor = cursor;
+    reader->info.has_cursor = 1;
+    reader->doubts &= ~uint32_t{KORX_DOUBT_CURSOR | KORX_DOUBT_LAP | KORX_DOUBT_CURSOR_FORBIDDEN};
+}
+
+// Once the head is moved the records are taken, whether or not the cursor can be kept. Only where a
+// whole lap has ended just where the reader stands the head is the same before and after, and the
+// cursor alone tells.
+korx_reader_code RememberInRing(const HandedOut& handed, const LogFile& file, const Refusal& error,
+                                korx_reader* reader) {
+    const LogImage& image = reader->image;
+    const Entry& last = image.entries[handed.end - 1];
+    LOG_HEAD_S head = {};
+    korx_reader_code code = CheckRing(*reader, file, last, error, &head);
+    if (code != KORX_READER_OK)
+        return code;
+    const Cursor cursor = {.kind = image.format.kind->kind,
+                           .form = 2,
+                           .log_len = head.uiLogLen,
+                           .total_len = head.uiTotalLen,
+                           .mark = handed.mark,
+                           .after = TakenUpTo(image, last),
+                           .before = TakenBefore(*reader, head.uiDumpLen)};
+    const char* const path = reader->names.cursor.get();
+    const StoreResult stored =
+        reader->has_cursor() ? StoreCursor(path, file.fd(), cursor) : StoreResult{};
+    const bool moves = head.uiDumpLen != cursor.after.dump_len;
+    if (!moves && stored.stored != Stored::kKept)
+        return RefuseCursor(*reader, stored, error);
+    if (moves)
+        code = MoveDump(file.fd(), head.uiDumpLen, cursor.after.dump_len, error);
+    if (code != KORX_READER_OK)
+        return code;
+
+    MarkAcknowledged(handed, reader);
+    reader->image.head.uiDumpLen = cursor.after.dump_len;
+    reader->info.dump_len = cursor.after.dump_len;
+    reader->info.has_cursor = 0;
+    if (stored.stored != Stored::kKept)
+        return error.about(path).refuse(KORX_READER_CURSOR, stored.error,
+                                        "acknowledged, but writing the cursor failed: %s",
+                                        strerror(stored.error));
+    if (reader->has_cursor())
+        KeepCursor(cursor, reader);
     return KORX_READER_OK;
 }
 
 // The cursor alone says what was taken, so it must be the one that this reader began with.
-korx_reader_code CheckCursor(const korx_reader& reader, const Refusal& error) {
-    if (!reader.has_cursor())
+korx_reader_code RememberInCursor(const HandedOut& handed, const LogFile& file,
+                                  const Refusal& error, korx_reader* reader) {
+    if (!reader->has_cursor())
         return error.refuse(KORX_READER_WRITE, 0,
                             "nothing acknowledged: there is no cursor to keep it in");
     Cursor now;
-    (void) LoadCursor(reader.names.cursor.get(), &now);
-    if (!SameCursor(now, reader.cursor))
+    (void) LoadCursor(reader->names.cursor.get(), &now);
+    if (!SameCursor(now, reader->cursor))
         return error.refuse(KORX_READER_CHANGED, 0,
                             "nothing acknowledged: somebody else has acknowledged");
-    return KORX_READER_OK;
-}
-
-// Under the log's lock. For a ring the head counts: once it is moved the records are taken, whether
-// or not the cursor can be kept.
-korx_reader_code Remember(const HandedOut& handed, int fd, const Refusal& error,
-                          korx_reader* reader) {
-    const bool is_ring = reader->image.is_ring();
-    const Entry& last = reader->image.entries[handed.end - 1];
     Cursor cursor;
     cursor.kind = reader->image.format.kind->kind;
     cursor.mark = handed.mark;
-    const korx_reader_code code =
-        is_ring ? MoveDump(*reader, fd, last, error, &cursor) : CheckCursor(*reader, error);
-    if (code != KORX_READER_OK)
-        return code;
-
-    const char* const path = reader->names.cursor.get();
-    const SystemResult stored = reader->has_cursor() ? StoreCursor(path, cursor) : SystemResult{};
-    if (!stored.ok() && !is_ring)
-        return error.about(path).refuse(KORX_READER_WRITE, stored.error,
-                                        "nothing acknowledged: writing the cursor failed: %s",
-                                        strerror(stored.error));
+    const StoreResult stored = StoreCursor(reader->names.cursor.get(), file.fd(), cursor);
+    if (stored.stored != Stored::kKept)
+        return RefuseCursor(*reader, stored, error);
     MarkAcknowledged(handed, reader);
-    reader->image.head.uiDumpLen = cursor.dump_len;
-    reader->info.dump_len = cursor.dump_len;
-    if (!stored.ok())
-        return error.about(path).refuse(KORX_READER_CURSOR, stored.error,
-                                        "acknowledged, but writing the cursor failed: %s",
-                                        strerror(stored.error));
-    if (reader->has_cursor()) {
-        reader->cursor = cursor;
-        reader->info.has_cursor = 1;
-    }
+    KeepCursor(cursor, reader);
     return KORX_READER_OK;
 }
 
@@ -167,7 +244,12 @@ korx_reader_code Acknowledge(const Refusal& error, korx_reader* reader) {
         return error.refuse(KORX_READER_CHANGED, 0, "nothing acknowledged: the file was replaced");
     LogLock lock(reader->image.format.kind->lock, file.fd());
     code = lock.acquire(Access::kChange, source.timeout_ms, error);
-    return code == KORX_READER_OK ? Remember(handed, file.fd(), error, reader) : code;
+    if (code == KORX_READER_OK)
+        code = file.examine(error);
+    if (code != KORX_READER_OK)
+        return code;
+    return reader->image.is_ring() ? RememberInRing(handed, file, error, reader)
+                                   : RememberInCursor(handed, file, error, reader);
 }
 
 }  // namespace korx

@@ -208,6 +208,10 @@ void korx_reader_get_info(const korx_reader* reader, korx_reader_info* info) {
     *info = reader->info;
 }
 
+uint32_t korx_reader_doubts(const korx_reader* reader) {
+    return reader->doubts;
+}
+
 int korx_reader_get_damage(const korx_reader* reader, size_t index, korx_damage* damage) {
     const DamageList& list = reader->image.damage;
     const bool is_listed = index < list.listed();

@@ -99,10 +99,12 @@ korx_reader_code Finish(const Refusal& error, korx_reader* reader) {
         if (state == CursorState::kDamaged)
             image.damage.report_beside(KORX_DAMAGE_CURSOR, 0, 0,
                                        "the cursor is unreadable and was ignored");
+        if (state == CursorState::kForbidden)
+            reader->doubts = KORX_DOUBT_CURSOR_FORBIDDEN;
     }
     if (!image.analyse())
         return RefuseMemory(error);
-    MarkUnread(&image, cursor, &reader->info);
+    reader->doubts |= MarkUnread(&image, cursor, &reader->info);
     FillInfo(reader);
     return KORX_READER_OK;
 }

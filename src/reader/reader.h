@@ -28,6 +28,7 @@ struct LogNames {
 struct korx_reader {
     korx::LogImage image;
     korx_reader_info info = {};
+    uint32_t doubts = 0;  // KORX_DOUBT_...
 
     korx::LogNames names;
     korx::Source source;

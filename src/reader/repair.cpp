@@ -99,10 +99,9 @@ bool FindRecords(LogImage* image) {
     if (image->head_sound)
         return true;
     image->entries.truncate(0);
-    (void) ReadUnmarkedLaps({.begin = kRingHeadSize,
-                             .end = image->bytes.size,
-                             .usual_size = image->format.kind->limit},
-                            image);
+    (void) ReadUnmarkedLaps(
+        {.begin = kRingHeadSize, .end = image->bytes.size, .usual_size = image->format.kind->limit},
+        image);
     return !image->entries.out_of_memory() && !image->damage.out_of_memory();
 }
 
@@ -162,7 +161,7 @@ korx_reader_code Repair(const Keeper& keeper, const Refusal& error, korx_reader*
     if (!kept.ok())
         return error.refuse(KORX_READER_WRITE, kept.error, "not repaired: copying failed: %s",
                             strerror(kept.error));
-    MarkUnread(&image, nullptr, &reader->info);
+    reader->doubts = MarkUnread(&image, nullptr, &reader->info);
     code = HandOver(keeper, error, reader, repaired);
     if (code != KORX_READER_OK)
         return code;

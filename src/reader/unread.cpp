@@ -42,10 +42,12 @@ Position PositionByHead(const LogImage& image) {
     return {.everything = everything, .in_old_lap = in_old_lap, .offset = offset};
 }
 
-// Whether the last record acknowledged still stands before the reader's position. A writer below
-// the position may have overwritten its beginning without having passed.
-bool Stands(const LogImage& image, const Cursor& cursor) {
-    const auto& last = cursor.mark.last[0];
+// Whether the last record taken still stands before the reader's position. A writer below the
+// position may have overwritten its beginning without having passed.
+bool Stands(const LogImage& image, const Taken& taken) {
+    const Last& last = taken.last;
+    if (last.length == 0)
+        return true;
     if (last.end > image.bytes.size || last.length > last.end - kRingHeadSize)
         return false;
     const char* const bytes = image.bytes.data.get();
@@ -53,21 +55,32 @@ bool Stands(const LogImage& image, const Cursor& cursor) {
     const uint64_t written_end = uint64_t{kRingHeadSize} + image.head.uiLogLen;
     if (written_end <= begin || written_end >= last.end)
         return HashRecord(image.text(begin, last.end)) == last.hash;
-    const uint64_t length = std::min<uint64_t>(last.end - written_end, cursor.tail_length);
-    return memcmp(bytes + last.end - length, cursor.tail + cursor.tail_length - length, length) ==
-           0;
+    const Tail& tail = taken.tail;
+    const uint64_t length = std::min<uint64_t>(last.end - written_end, tail.length);
+    return memcmp(bytes + last.end - length, tail.bytes + tail.length - length, length) == 0;
 }
 
-// Somebody else may have acknowledged since, or the log may have begun anew: the cursor then says
-// nothing about the position that the head has.
-bool Fits(const LogImage& image, const Cursor& cursor) {
-    const auto& last = cursor.mark.last[0];
-    return cursor.kind == image.format.kind->kind && cursor.dump_len == image.head.uiDumpLen &&
-           last.length != 0 && last.end == uint64_t{kRingHeadSize} + cursor.dump_len;
+// The record behind which the head has the reader. Null: somebody else may have acknowledged since,
+// or the log may have begun anew, and the cursor says nothing about that position.
+const Taken* FindTaken(const LogImage& image, const Cursor* cursor) {
+    if (cursor == nullptr || cursor->kind != image.format.kind->kind || !image.head_sound)
+        return nullptr;
+    return TakenAt(*cursor, image.head.uiDumpLen);
+}
+
+// Whether the head looks the same when all was taken as when a whole lap was not. Writers that
+// don't wait for the reader may pass it anywhere.
+bool IsAmbiguous(const LogImage& image) {
+    const LOG_HEAD_S& head = image.head;
+    if (!image.head_sound || head.uiTotalLen == 0 || head.uiDumpLen == 0)
+        return false;
+    return image.format.kind->unread == Unread::kOverwritten || head.uiLogLen == head.uiDumpLen ||
+           (head.uiLogLen == 0 && head.uiDumpLen == head.uiTotalLen);
 }
 
 // What the log has written over since the whole lap behind the reader's position was unread, if it
-// has been that way once: from the position to the oldest record left.
+// has been that way once: from the position to the oldest record left. Of a lap that was written
+// over whole only so much is sure as every lap has.
 uint64_t OverwrittenBytes(const LogImage& image) {
     const LOG_HEAD_S& head = image.head;
     if (image.entries.empty())
@@ -75,9 +88,10 @@ uint64_t OverwrittenBytes(const LogImage& image) {
     const uint64_t oldest = image.entries[0].offset - kRingHeadSize;
     if (head.uiLogLen >= head.uiDumpLen)
         return oldest > head.uiDumpLen ? oldest - head.uiDumpLen : 0;
-    // The lap that was written over may have ended up to a record's length before this one.
-    const uint64_t sure = uint64_t{head.uiDumpLen} + image.format.kind->longest_record;
-    return oldest + (head.uiTotalLen > sure ? head.uiTotalLen - sure : 0);
+    const RingBounds bounds = BoundsOf(*image.format.kind, image.file_size);
+    const uint64_t room = bounds.room + 1;
+    const uint64_t sure = uint64_t{head.uiDumpLen} + bounds.longest;
+    return oldest + (room > sure ? room - sure : 0);
 }
 
 void Count(const LogImage& image, korx_reader_info* info) {
@@ -89,31 +103,34 @@ void Count(const LogImage& image, korx_reader_info* info) {
     }
 }
 
-void MarkRing(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
+uint32_t MarkRing(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
     Position position = PositionByHead(*image);
     const uint64_t by_head = static_cast<uint64_t>(
         std::count_if(image->entries.begin(), image->entries.end(),
                       [&](const Entry& entry) { return IsUnread(entry, position); }));
     const LOG_HEAD_S& head = image->head;
     const uint32_t lap_end = head.uiTotalLen != 0 ? head.uiTotalLen : head.uiLogLen;
+    const Taken* const taken = FindTaken(*image, cursor);
+    info->has_cursor = taken != nullptr ? 1 : 0;
     // Of the protected logs a position behind the lap is damage, here it is a lap that ended early.
-    bool passed = image->format.kind->unread == Unread::kOverwritten && image->head_sound &&
-                  head.uiDumpLen > lap_end;
-    info->has_cursor = cursor != nullptr && image->head_sound && Fits(*image, *cursor) ? 1 : 0;
-    if (info->has_cursor != 0 && !Stands(*image, *cursor))
-        passed = true;
+    const bool passed = (image->dump_sound && head.uiDumpLen > lap_end) ||
+                        (taken != nullptr && !Stands(*image, *taken));
     position.everything |= passed;
 
     for (Entry& entry : image->entries)
         entry.set(IsUnread(entry, position) ? KORX_RECORD_UNREAD : 0);
     Count(*image, info);
+    const bool misfits = cursor != nullptr && taken == nullptr;
+    const uint32_t doubts = (misfits ? KORX_DOUBT_CURSOR : 0) |
+                            (taken == nullptr && IsAmbiguous(*image) ? KORX_DOUBT_LAP : 0);
     if (!passed)
-        return;
+        return doubts;
     info->gap = 1;
     info->gap_recovered = info->unread_records - std::min(info->unread_records, by_head);
     info->gap_bytes = OverwrittenBytes(*image);
     const uint32_t longest = image->format.kind->longest_record;
     info->gap_lost = (info->gap_bytes + longest - 1) / longest;
+    return doubts;
 }
 
 void MarkByCursor(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
@@ -136,11 +153,15 @@ void MarkByCursor(LogImage* image, const Cursor* cursor, korx_reader_info* info)
 
 }  // namespace
 
-void MarkUnread(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
+// How often a log has gone past its reader nobody writes down, so what it took along is never known
+// in full.
+uint32_t MarkUnread(LogImage* image, const Cursor* cursor, korx_reader_info* info) {
+    uint32_t doubts = 0;
     if (image->is_ring())
-        MarkRing(image, cursor, info);
+        doubts = MarkRing(image, cursor, info);
     else
         MarkByCursor(image, cursor, info);
+    return doubts | (info->gap != 0 ? KORX_DOUBT_LOST : 0);
 }
 
 }  // namespace korx
