@@ -1,11 +1,14 @@
 // What an acknowledgement leaves behind: always a log from which every record is delivered.
 #include <errno.h>
-#include <string.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <functional>
+#include <utility>
 
+#include "base/unique.h"
 #include "reader/ring_file.h"
 #include "support/faults.h"
 #include "support/processes.h"
@@ -13,6 +16,7 @@
 namespace {
 
 using namespace korx::test;
+using korx::UniqueFd;
 
 constexpr char kProcessLine[] = "[2026-11-24 12:00:00.%06u][INFO][L:1 M:1][1]%03u\n";
 
@@ -117,8 +121,8 @@ TEST_F(Acknowledge, OfARingNeverLosesARecordWhateverFails) {
     try_all([] {});
     // The writers come round to the reader's position, wherever that is by now.
     try_all([&] { add(4 + head().uiDumpLen / kLength, kLap); });
-    for (const int code : {KORX_READER_READ, KORX_READER_WRITE, KORX_READER_CURSOR,
-                           KORX_READER_UNSURE})
+    for (const int code :
+         {KORX_READER_READ, KORX_READER_WRITE, KORX_READER_CURSOR, KORX_READER_UNSURE})
         EXPECT_TRUE(seen[code]) << code;
 }
 
@@ -149,6 +153,142 @@ TEST_F(Acknowledge, ByCursorNeverLosesARecordWhateverFails) {
     try_all([&] { write_lines(1); });
     for (const int code : {KORX_READER_WRITE, KORX_READER_UNSURE, KORX_READER_CHANGED})
         EXPECT_TRUE(seen[code]) << code;
+}
+
+TEST_F(Acknowledge, StopsAtWhatNobodyWasGiven) {
+    make_ring(4);
+    Ring log(0);
+    EXPECT_EQ(log.next() + log.next_unread(), 2);
+    ASSERT_EQ(log.ack(), KORX_READER_OK);
+    EXPECT_EQ(head().uiDumpLen, 0u) << "the first record is still to be delivered";
+    korx_reader_rewind(log.it);
+    EXPECT_EQ(log.next_unread() + log.next_unread(), 2);
+    ASSERT_EQ(log.ack(), KORX_READER_OK);
+    EXPECT_EQ(head().uiDumpLen, 2 * kLength);
+    korx_reader_get_info(log.it, &log.info);
+    EXPECT_EQ(log.info.unread_records, 2u);
+    EXPECT_EQ(log.info.unread_bytes, 2u * kLength);
+}
+
+// A lock that others may share keeps out who wants it alone.
+TEST_F(Acknowledge, WaitsForTheLock) {
+    options.lock_timeout_ms = 20;
+    make_ring(1);
+    path = "zelk.log";
+    write_lines(1);
+    const std::string line = "[261124-12:29:13.000042] [ProcID:-1|80100|ERR] : text\n";
+    WriteFile("text", BytesOf(static_cast<uint32_t>(line.size())) + line);
+    struct flock shared = {};
+    shared.l_type = F_RDLCK;
+    for (const auto& [name, what] : {std::pair{"ring", KORX_LOG_SECURITY},
+                                     {"zelk.log", KORX_LOG_PROCESS},
+                                     {"text", KORX_LOG_TEXT}}) {
+        SCOPED_TRACE(name);
+        LogReader log(name, what, &options);
+        ASSERT_EQ(log.next_unread(), 1);
+        {
+            const UniqueFd other(::open(name, O_RDWR | O_CLOEXEC));
+            ASSERT_EQ(what == KORX_LOG_TEXT ? flock(other.get(), LOCK_SH)
+                                            : fcntl(other.get(), F_OFD_SETLK, &shared),
+                      0);
+            EXPECT_EQ(log.ack(), KORX_READER_LOCKED);
+            EXPECT_FALSE(Exists(std::string(name) + ".cursor"));
+        }
+        EXPECT_EQ(log.ack(), KORX_READER_OK) << log.error.text;
+    }
+    EXPECT_EQ(head().uiDumpLen, kLength);
+}
+
+TEST_F(Acknowledge, NeverTouchesADamagedHead) {
+    make_ring(3);
+    Ring log(2);
+    const uint32_t outside = 5000;
+    ASSERT_EQ(pwrite(fd, &outside, sizeof outside, 0), ssize_t{sizeof outside});
+    const std::string before = ReadFile("ring");
+    Ring later(2);
+    EXPECT_EQ(log.ack(), KORX_READER_DAMAGED) << "it was sound when it was read";
+    EXPECT_EQ(later.ack(), KORX_READER_DAMAGED);
+    EXPECT_EQ(ReadFile("ring"), before);
+    EXPECT_FALSE(Exists("ring.cursor"));
+}
+
+// A hidden lap is unread for a cursor that is followed, and for no other.
+TEST_F(Acknowledge, FollowsOnlyACursorOfItsOwn) {
+    make_ring(0);
+    add(3, kLap);
+    Ring first(3);
+    ASSERT_EQ(first.ack(), KORX_READER_OK);
+    add(9, kLap);
+    const std::string own = ReadFile("ring.cursor");
+    const auto changed = [&](const std::string& from, const std::string& to) {
+        std::string text = own;
+        return text.replace(text.find(from), from.size(), to);
+    };
+    const std::string first_form = changed("cursor 2", "cursor 1").substr(0, own.find("before"));
+    const struct {
+        const char* what;
+        std::string text;
+        uint64_t unread;
+        uint32_t doubts;
+    } cases[] = {
+        {"own", own, 9, KORX_DOUBT_LOST},
+        {"the form before", first_form, 9, KORX_DOUBT_LOST},
+        {"other kind", changed("kind 3", "kind 4"), 0, KORX_DOUBT_LAP | KORX_DOUBT_CURSOR},
+        {"other place", changed("213 213", "213 214"), 0, KORX_DOUBT_LAP | KORX_DOUBT_CURSOR},
+        {"other form", changed("cursor 2", "cursor 3"), 0, KORX_DOUBT_LAP},
+        {"cut", own.substr(0, own.size() - 1), 0, KORX_DOUBT_LAP},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.what);
+        WriteFile("ring.cursor", row.text);
+        const Ring log(0);
+        EXPECT_EQ(log.info.unread_records, row.unread);
+        EXPECT_EQ(korx_reader_doubts(log.it), row.doubts);
+        EXPECT_EQ(log.info.has_cursor, row.unread != 0);
+    }
+    const Fault forbidden("open", 2, EACCES);
+    const Ring log(0);
+    EXPECT_EQ(korx_reader_doubts(log.it), KORX_DOUBT_LAP | KORX_DOUBT_CURSOR_FORBIDDEN);
+    EXPECT_EQ(log.info.damage, 0u);
+
+    path = "zelk.log";
+    write_lines(1);
+    WriteFile("zelk.log.cursor", changed("kind 3", "kind 1"));
+    EXPECT_EQ(LogReader(path, KORX_LOG_PROCESS).info.has_cursor, 0u);
+}
+
+TEST_F(Acknowledge, MakesItsCursorItselfAndMakesItLast) {
+    make_ring(0);
+    WriteFile("victim", "untouched");
+    ASSERT_EQ(chmod("ring", 0604), 0);
+    (void) !chown("ring", 12, 34);
+    const struct {
+        const char* call;
+        unsigned nth;
+        korx_reader_code code;
+    } cases[] = {
+        {"fchown", 1, KORX_READER_OK},     {"unlink", 1, KORX_READER_CURSOR},
+        {"rename", 1, KORX_READER_CURSOR}, {"fsync", 1, KORX_READER_CURSOR},
+        {"fsync", 2, KORX_READER_CURSOR},  {"fdatasync", 1, KORX_READER_WRITE},
+        {"fsync", 3, KORX_READER_OK},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.call + std::to_string(row.nth));
+        add(1);
+        ASSERT_EQ(symlink("victim", "ring.cursor.new"), 0);
+        Ring log(1);
+        const Fault fault(row.call, row.nth, EPERM);
+        EXPECT_EQ(log.ack(), row.code) << log.error.text;
+        EXPECT_EQ(fault.hits(), row.nth == 3 ? 0u : 1u) << "each sync is there, and no other";
+        EXPECT_EQ(ReadFile("victim"), "untouched");
+        struct stat victim;
+        EXPECT_EQ(lstat("ring.cursor.new", &victim), -1);
+    }
+    struct stat log, cursor;
+    ASSERT_EQ(stat("ring", &log) + stat("ring.cursor", &cursor), 0);
+    EXPECT_EQ(cursor.st_mode, log.st_mode);
+    EXPECT_EQ(cursor.st_uid, log.st_uid);
+    EXPECT_EQ(cursor.st_gid, log.st_gid);
 }
 
 }  // namespace

@@ -223,6 +223,8 @@ TEST(Ring, NamesDamageBetweenSoundRecords) {
         {400, 100, std::string(100, '\0'), {"zeros"}, 8},
         {0, 100, std::string(99, '?') + '\n', {"not-a-record"}, 8},
         {890, 10, "", {"unterminated"}, 8},
+        {499, 0, std::string(499, 'x'), {}, 9},
+        {499, 0, std::string(500, 'x'), {"too-long", "not-a-record"}, 8},
         {499, 0, std::string(600, 'x'), {"too-long", "not-a-record"}, 8},
         {500, 0, Event(9000), {"time-order"}, 10},
     };
@@ -230,7 +232,7 @@ TEST(Ring, NamesDamageBetweenSoundRecords) {
         const std::string text = Events(1, 9).replace(change.at, change.erased, change.inserted);
         const Opened log(Ring(text), KORX_LOG_DIAG);
         EXPECT_EQ(log.rules, change.rules);
-        EXPECT_EQ(log.texts.size(), change.left) << change.rules[0];
+        EXPECT_EQ(log.texts.size(), change.left) << change.at;
     }
 }
 

@@ -97,6 +97,11 @@ TEST_F(Repair, ChangesNothingUnlessTheRecordsAreKept) {
         EXPECT_EQ(kept.size(), refused);
         expect_untouched("ring.damaged.1");
     }
+    for (const unsigned nth : {1u, 2u}) {
+        const Fault unsynced("fsync", nth, EIO);
+        EXPECT_EQ(repair(), KORX_READER_WRITE) << "the copy, and its name, would not last";
+        expect_untouched("ring.damaged.1");
+    }
     options.lock_timeout_ms = 20;
     ASSERT_EQ(DBG_LockReg(fd, DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, 0, 0), 0u);
     EXPECT_EQ(RunChild([&] { return repair() == KORX_READER_LOCKED ? 0 : 1; }), 0);
