@@ -1,24 +1,52 @@
 // Resolution of names, and comparing and cutting them as texts. Those that build a new name leave
 // their output empty when they fail, so that no caller goes on with a cut or stale one; the
 // canonical ones, which work in place, leave the caller's path.
-#include "korx/fs.h"
+#include "fs/resolve.h"
 
 #include <errno.h>
+#include <fcntl.h>
+#include <linux/openat2.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <string_view>
 
 #include "base/codes.h"
 #include "base/report.h"
 #include "base/text.h"
-#include "base/unique.h"
+#include "korx/fs.h"
 #include "korx/str.h"
 
 namespace korx {
 namespace {
 
 constexpr size_t kNoSlash = SIZE_MAX;
+
+// Set once the kernel has turned out not to know openat2.
+constinit std::atomic<bool> lacks_openat2 = false;
+
+// Whether no component of an absolute name stands for another place, and the split into directory
+// and name takes place at a slash and fits.
+bool IsCleanName(std::string_view name) {
+    if (name.empty() || name[0] != '/' || name.find('\\') != name.npos)
+        return false;
+    const size_t last = name.rfind('/') + 1;
+    if (last >= kDirectorySize || name.size() - last >= kComponentSize)
+        return false;
+    for (size_t begin = 1; begin <= name.size();) {
+        const size_t end = std::min(name.find('/', begin), name.size());
+        const std::string_view component = name.substr(begin, end - begin);
+        if (component.empty() || component == "." || component == "..")
+            return false;
+        begin = end + 1;
+    }
+    return true;
+}
 
 uint32_t Refuse(char* out, size_t size, uint32_t code) {
     if (out != nullptr && size > 0)
@@ -95,6 +123,23 @@ uint32_t ResolveMissing(const char* path, FullPathText* resolved) {
 }
 
 }  // namespace
+}  // namespace korx
+
+namespace korx {
+
+UniqueFd OpenAsNamed(const char* name, int flags, mode_t mode) {
+    if (lacks_openat2.load(std::memory_order_relaxed) || !IsCleanName(name))
+        return UniqueFd();
+    struct open_how how = {};
+    how.flags = static_cast<unsigned>(flags);
+    how.mode = mode;
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    UniqueFd fd(static_cast<int>(syscall(SYS_openat2, AT_FDCWD, name, &how, sizeof how)));
+    if (!fd && errno == ENOSYS)
+        lacks_openat2.store(true, std::memory_order_relaxed);
+    return fd;
+}
+
 }  // namespace korx
 
 using namespace korx;

@@ -3,13 +3,13 @@
 
 #include <stddef.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <iterator>
 
-#include "base/alloc.h"
 #include "base/codes.h"
 #include "base/errno_saver.h"
 #include "base/local_time.h"
@@ -128,10 +128,10 @@ void LogV(uint32_t level, const char* format, va_list args) {
 
     // On the heap: the crash dump logs on an alternate stack of 64 KiB, threads of callers may have
     // little more, and below this the road still needs its own path and record buffers.
-    const MallocPtr<char> line(static_cast<char*>(AllocateZeroed(kLineSize)));
+    const MallocPtr<char> line(static_cast<char*>(malloc(kLineSize)));
     if (!line)
         return SysLog("Malloc Memory unsuccessfully.");
-    const MallocPtr<char> message(static_cast<char*>(AllocateZeroed(kMessageSize)));
+    const MallocPtr<char> message(static_cast<char*>(malloc(kMessageSize)));
     if (!message)
         return SysLog("Malloc Memory unsuccessfully.");
     if (vsnprintf_s(message.get(), kMessageSize, kMaxMessage, format, args) < 0)

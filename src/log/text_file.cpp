@@ -16,7 +16,7 @@
 #include "base/lock.h"
 #include "base/report.h"
 #include "base/text.h"
-#include "base/unique.h"
+#include "base/write_all.h"
 #include "format/record.h"
 #include "korx/fs.h"
 #include "korx/str.h"
@@ -29,14 +29,19 @@ constexpr mode_t kLogDirMode = 0750;
 constexpr int kOpenFlags = O_RDWR | O_CREAT | O_SYNC;
 constexpr int kMaxReopens = 16;
 
-// Moves the length at the start of a log file. Returns the bytes moved, or the full count where the
-// seek failed: that is silent.
+// Moves the length at the start of a log file, and the position with it. Returns the bytes moved,
+// or the full count where the seek failed: that is silent.
 ssize_t MoveLength(int fd, uint32_t operation, uint32_t* length) {
     static_assert(sizeof *length == kTextHeadSize);
     if (lseek(fd, 0, SEEK_SET) < 0)
         return sizeof *length;
     return operation == ORX_LOG_LENGTH_WRITE ? ORX_Write(fd, length, sizeof *length)
                                              : read(fd, length, sizeof *length);
+}
+
+// The same answer for a length that was read or written at its offset.
+ssize_t LengthMoved(int fd, ssize_t moved) {
+    return moved < 0 && CannotSeek(fd, 0) ? ssize_t{kTextHeadSize} : moved;
 }
 
 void ReportLength(ssize_t moved) {
@@ -65,7 +70,7 @@ Append AppendText(int fd, uint32_t limit, const char* text) {
     Append append;
     const auto text_length = static_cast<uint32_t>(strlen(text));
     uint32_t length = 0;
-    append.length_read = MoveLength(fd, ORX_LOG_LENGTH_READ, &length);
+    append.length_read = LengthMoved(fd, pread(fd, &length, sizeof length, 0));
     if (length > limit || uint64_t{length} + text_length > UINT32_MAX) {
         if (const int cut = ftruncate(fd, limit); cut < 0)
             return append.fail(Append::kTruncate, cut);
@@ -73,14 +78,12 @@ Append AppendText(int fd, uint32_t limit, const char* text) {
     }
 
     const off_t position = off_t{kTextHeadSize} + length;
-    if (const off_t moved = lseek(fd, position, SEEK_SET); moved < 0)
-        return append.fail(Append::kSeek, moved);
-    const int32_t written = ORX_Write(fd, text, text_length);
+    const ssize_t written = WriteAllAt(fd, text, text_length, position);
     if (written < 0)
-        return append.fail(Append::kWrite, written);
+        return append.fail(CannotSeek(fd, position) ? Append::kSeek : Append::kWrite, written);
 
     length += static_cast<uint32_t>(written);
-    append.length_written = MoveLength(fd, ORX_LOG_LENGTH_WRITE, &length);
+    append.length_written = LengthMoved(fd, WriteAllAt(fd, &length, sizeof length, 0));
     return append;
 }
 
@@ -113,6 +116,18 @@ uint32_t ResolveLogPath(const char* path, BuildText* absolute) {
     return kOk;
 }
 
+// Most paths are their own resolution, and are opened without being resolved. Where that fails the
+// path is resolved, and whatever is wrong with it is told from there.
+uint32_t OpenText(const char* path, BuildText* absolute, OpenedLog* log) {
+    if (absolute->empty() && log->open_as_named(path, kOpenFlags))
+        return kOk;
+    if (absolute->empty() && ResolveLogPath(path, absolute) != kOk)
+        return kFailed;
+    if (!log->open(absolute->c_str(), kOpenFlags))
+        return SysFail(kFailed, "Open [%s] unsuccessfully, errno=%d.", path, errno);
+    return kOk;
+}
+
 }  // namespace
 }  // namespace korx
 
@@ -135,17 +150,18 @@ uint32_t ORX_CreateLogfile(const char* directory, const char* name) {
     BuildText absolute;
     if (ResolveLogPath(path.c_str(), &absolute) != kOk)
         return kFailed;
-    const UniqueFd fd = OpenLogFile(absolute.c_str(), kOpenFlags);
-    if (!fd)
+    OpenedLog log;
+    if (!log.open(absolute.c_str(), kOpenFlags))
         return SysFail(kFailed, "Open %s unsuccessfully, errno=%d.", path.c_str(), errno);
 
     // Another process may have made the file, and written to it, since it was found missing.
-    FlockGuard lock(fd.get());
+    const int fd = log.fd.get();
+    FlockGuard lock(fd);
     struct stat st;
     ssize_t moved = kTextHeadSize;
-    if (lock.acquire() && fstat(fd.get(), &st) == 0 && st.st_size == 0) {
+    if (lock.acquire() && fstat(fd, &st) == 0 && st.st_size == 0) {
         uint32_t length = 0;
-        moved = MoveLength(fd.get(), ORX_LOG_LENGTH_WRITE, &length);
+        moved = MoveLength(fd, ORX_LOG_LENGTH_WRITE, &length);
     }
     lock.release();
     ReportLength(moved);
@@ -154,23 +170,22 @@ uint32_t ORX_CreateLogfile(const char* directory, const char* name) {
 
 uint32_t ORX_WriteLogfile(const char* path, uint32_t limit, const char* text) {
     const LogScope writing;
-    BuildText absolute;
-    if (ResolveLogPath(path, &absolute) != kOk)
-        return kFailed;
+    BuildText absolute;  // stays empty as long as the path is its own resolution
     for (int reopens = 0; reopens <= kMaxReopens; ++reopens) {
-        const UniqueFd fd = OpenLogFile(absolute.c_str(), kOpenFlags);
-        if (!fd)
-            return SysFail(kFailed, "Open [%s] unsuccessfully, errno=%d.", path, errno);
-        FlockGuard lock(fd.get());
+        OpenedLog log;
+        if (OpenText(path, &absolute, &log) != kOk)
+            return kFailed;
+        const int fd = log.fd.get();
+        FlockGuard lock(fd);
         if (!lock.acquire())
             return kFailed;
         // Whoever held the lock may have put another file there: a line in the old one would be
         // lost.
-        if (!FileId::OfOpen(fd.get()).is_same_as(FileId::At(absolute.c_str())))
+        if (!log.id.is_same_as(FileId::At(absolute.empty() ? path : absolute.c_str())))
             continue;
-        const Append append = AppendText(fd.get(), limit, text);
+        const Append append = AppendText(fd, limit, text);
         lock.release();
-        return ReportAppend(fd.get(), append);
+        return ReportAppend(fd, append);
     }
     return kFailed;
 }

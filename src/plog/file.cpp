@@ -14,6 +14,7 @@
 #include "base/report.h"
 #include "base/text.h"
 #include "base/unique.h"
+#include "fs/resolve.h"
 #include "korx/fs.h"
 #include "korx/plog.h"
 
@@ -24,6 +25,8 @@ namespace korx {
 namespace {
 
 constexpr mode_t kLogMode = 0640;
+// Without waiting, which only concerns what is no regular file.
+constexpr int kCarefulFlags = O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 constexpr int kLowestLogFd = STDERR_FILENO + 1;
 constexpr int kMaxReopens = 16;
 // A record is written in less time than it takes to fall asleep and to be woken. Few enough that
@@ -71,11 +74,9 @@ bool MoveAboveStandardStreams(UniqueFd* fd) {
     return moved >= 0;
 }
 
-// Opened without waiting, which only concerns what is no regular file: of those a FIFO is refused
-// and the others wait from here on as they always have.
-bool IsLogDevice(int fd) {
-    struct stat st;
-    if (fstat(fd, &st) < 0 || S_ISREG(st.st_mode))
+// Of what is no regular file a FIFO is refused; the others wait from here on as they always have.
+bool IsLogDevice(int fd, const struct stat& st) {
+    if (S_ISREG(st.st_mode))
         return true;
     if (S_ISFIFO(st.st_mode)) {
         errno = ENXIO;
@@ -97,11 +98,23 @@ void ReportLock(bool done) {
 
 }  // namespace
 
-UniqueFd OpenLogFile(const char* path, int flags) {
-    UniqueFd fd(open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kLogMode));
-    if (fd && (!IsLogDevice(fd.get()) || !MoveAboveStandardStreams(&fd)))
+bool OpenedLog::open(const char* path, int flags) {
+    return take(UniqueFd(::open(path, flags | kCarefulFlags, kLogMode)));
+}
+
+bool OpenedLog::open_as_named(const char* path, int flags) {
+    return take(OpenAsNamed(path, flags | kCarefulFlags, kLogMode));
+}
+
+// One that cannot be examined is let through: nothing will be the same file as that.
+bool OpenedLog::take(UniqueFd opened) {
+    fd = std::move(opened);
+    struct stat st;
+    const bool is_known = fd && fstat(fd.get(), &st) == 0;
+    id = is_known ? FileId::Of(st) : FileId{};
+    if (fd && ((is_known && !IsLogDevice(fd.get(), st)) || !MoveAboveStandardStreams(&fd)))
         fd.reset();
-    return fd;
+    return static_cast<bool>(fd);
 }
 
 SlotState ExamineSlot(int* slot, int cleared) {
@@ -252,14 +265,14 @@ uint32_t LOG_OpenFile(const char* path, int flags, int* fd) {
     if (code != kOk)
         return SysFail(kAllBits, "get absolutepath %s unsuccessfully, uiret=%u.", path, code);
 
-    UniqueFd opened = OpenLogFile(absolute.c_str(), flags);
+    OpenedLog opened;
     *fd = -1;
-    if (!opened)
+    if (!opened.open(absolute.c_str(), flags))
         return ORX_PLOG_ERR_OPEN;
     *fd = 0;
-    if (LOG_SetCloexecFlag(opened.get()) < 0)
+    if (LOG_SetCloexecFlag(opened.fd.get()) < 0)
         return kAllBits;
-    *fd = opened.release();
+    *fd = opened.fd.release();
     Remember(fd);
     return kOk;
 }

@@ -6,6 +6,7 @@
 #include <stdint.h>
 #include <sys/stat.h>
 
+#include "base/file_id.h"
 #include "base/lock.h"
 #include "base/report.h"
 #include "base/unique.h"
@@ -16,7 +17,19 @@ constexpr int kLogOpenFlags = O_RDWR | O_CREAT;
 
 // Opens a log's file, close-on-exec and above the standard streams: text meant for those would go
 // into the log. A FIFO is no log, and writing to it would hang once it is full: refused with ENXIO.
-UniqueFd OpenLogFile(const char* path, int flags);
+struct OpenedLog {
+    UniqueFd fd;
+    FileId id;
+
+    // By a resolved path. False with errno.
+    bool open(const char* path, int flags);
+    // By a path that is its own resolution, without resolving it. False for all others, and when
+    // anything fails.
+    bool open_as_named(const char* path, int flags);
+
+  private:
+    bool take(UniqueFd opened);
+};
 
 // A slot never opened holds 0, a failed open leaves -1.
 inline bool IsOpen(int slot) {

@@ -1,9 +1,11 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <regex>
 #include <set>
 
@@ -132,11 +134,13 @@ TEST_F(DiagLog, ReturnsAndReportsEachFailureOfAnAppend) {
     for (const Row& row :
          {Row{"open", 1, 0x0FFFFFFF, "Open [/"}, Row{"flock", 1, 0x0FFFFFFF, nullptr},
           Row{"ftruncate", 1, 0xFFFFFFFF, "Ftruncate unsuccessfully, iRet=-1,"},
-          Row{"lseek", 2, 0xFFFFFFFF, "Lseek unsuccessfully, iRet=-1,"},
-          Row{"write", 1, 0xFFFFFFFF, "Write file unsuccessfully, iRet=-1,"}}) {
+          Row{"lseek", 1, 0xFFFFFFFF, "Lseek unsuccessfully, iRet=-1,"},
+          Row{"pwrite", 1, 0xFFFFFFFF, "Write file unsuccessfully, iRet=-1,"}}) {
         const std::string before = ReadFile(log());
         syslog.clear();
         const uint32_t limit = strcmp(row.call, "ftruncate") == 0 ? 8 : 100;
+        const Fault unnamed("syscall", strcmp(row.call, "open") == 0 ? 1 : 99, EIO);
+        const Fault nowhere("pwrite", strcmp(row.call, "lseek") == 0 ? 1 : 99, ESPIPE);
         const Fault fault(row.call, row.nth, EIO);
         EXPECT_EQ(ORX_WriteLogfile(log().c_str(), limit, "text\n"), row.code) << row.call;
         EXPECT_EQ(fault.hits(), 1u) << row.call;
@@ -149,6 +153,81 @@ TEST_F(DiagLog, ReturnsAndReportsEachFailureOfAnAppend) {
     const Fault interrupted("flock", 1, EINTR);
     EXPECT_EQ(ORX_WriteLogfile(log().c_str(), 100, "text\n"), 0u);
     EXPECT_TRUE(CountedText(log()).ends_with("text\n"));
+}
+
+// What is there after two lines, which the tree then is rid of.
+std::string Harvest() {
+    std::string found;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(".")) {
+        if (entry.symlink_status().type() != std::filesystem::file_type::regular)
+            continue;
+        found += entry.path().string() + ":" + ReadFile(entry.path()) + "\n";
+        unlink(entry.path().c_str());
+    }
+    return found;
+}
+
+// The road that opens a name as it is, and the one that resolves, as where openat2 is missing.
+TEST_F(DiagLog, ComesToTheSameFileOnBothRoads) {
+    const std::string root = tree.root(), n127(127, 'n'), d120(120, 'd');
+    MakeDirs("a/b\\c");
+    MakeDirs("a/" + n127);
+    MakeDirs(d120 + "/" + d120);
+    EXPECT_EQ(mkfifo("a/fifo", 0600), 0);
+    for (const auto& [link, target] :
+         {std::pair{"a/l", "b\\c"}, std::pair{"a/lf", "../a/l/f"}, std::pair{"a/lost", "none/f"},
+          std::pair{"a/loop", "loop"}, std::pair{"a/magic", "/proc/self/cwd/a"}})
+        EXPECT_EQ(symlink(target, link), 0);
+    const auto outcome = [&](const std::string& path, int error) {
+        syslog.clear();
+        const int status = RunChild([&] {
+            const Fault fault("syscall", 1, error, error == 0 ? 0 : 1);
+            const bool failed = ORX_WriteLogfile(path.c_str(), 9, "text\n") != 0;
+            return ORX_WriteLogfile(path.c_str(), 9, "more\n") != 0 || failed ? 1 : 0;
+        });
+        std::string all = std::to_string(status);
+        for (const std::string& line : syslog.texts())
+            all += "\n" + line;
+        return all + "\n" + Harvest();
+    };
+    const std::string slashes = root + "/a" + std::string(250 - root.size(), '/');
+    for (const std::string& name : {root + "/a/f",
+                                    root + "/a/l/f",
+                                    root + "/a/lf",
+                                    root + "/a/lost",
+                                    root + "/a/loop",
+                                    root + "/a/loop/f",
+                                    root + "/a/fifo",
+                                    root + "/a/magic/f",
+                                    root + "/a",
+                                    root + "/a/",
+                                    root + "/a/f/",
+                                    root + "//a/f",
+                                    root + "/a/./f",
+                                    root + "/a/l/../f",
+                                    root + "/a/l/.",
+                                    root + "/a/l/..",
+                                    root + "/a/none/f",
+                                    root + "/a/b\\c",
+                                    root + "/a/b\\f",
+                                    root + "/a/b\\c/f",
+                                    root + "/a/" + n127,
+                                    root + "/a/" + n127 + "/" + n127,
+                                    root + "/a/" + n127 + "n",
+                                    slashes + "f",
+                                    slashes + "//////f",
+                                    root + "/" + d120 + "/" + d120 + "/f",
+                                    std::string("a/f"),
+                                    std::string("./f"),
+                                    std::string("f"),
+                                    std::string("/"),
+                                    std::string(),
+                                    root + "/a/..f",
+                                    root + "/a/.f"}) {
+        const std::string resolved = outcome(name, ENOSYS);
+        EXPECT_EQ(outcome(name, 0), resolved) << name;
+        EXPECT_EQ(outcome(name, EAGAIN), resolved) << name;
+    }
 }
 
 TEST_F(DiagLog, FailsWithoutRecursionWhereItsDirectoryIsMissing) {

@@ -68,6 +68,19 @@ TAP_VARIADIC(open, mode_t, flags, (const char* path, int flags, ...), (path, fla
 TAP_VARIADIC(openat, mode_t, flags, (int dir, const char* path, int flags, ...),
              (dir, path, flags, argument))
 TAP_RELEASE(close, -1, (int fd), (fd))
+/* openat2 has no function of its own. Six arguments are what the longest call takes. */
+long syscall(long number, ...) {
+    FIND_NEXT(long, syscall, (long number, ...));
+    va_list rest;
+    va_start(rest, number);
+    long arguments[6];
+    for (int i = 0; i < 6; ++i)
+        arguments[i] = va_arg(rest, long);
+    va_end(rest);
+    return FAILS(syscall, NULL) ? -1
+                                : next(number, arguments[0], arguments[1], arguments[2],
+                                       arguments[3], arguments[4], arguments[5]);
+}
 
 /* Descriptors */
 TAP_LIMIT(&count, ssize_t, read, -1, (int fd, void* data, size_t count), (fd, data, count))
