@@ -182,6 +182,25 @@ typedef struct korx_record {
     size_t message_length;
 } korx_record;
 
+/* Room for the id of a record whose process has a name that a file can have. */
+enum { KORX_RECORD_ID_SIZE = 384 };
+
+/* By what a record is known wherever it gets to, as one word:
+ *
+ *     <kind>[/<process>]:<stamp>:<hash>:<offset>
+ *     security:2026-11-24T12:00:00.000123:9c1f0a66b2f0e3d7:4123
+ *
+ * The stamp as it is written in the record ("-" in damaged text), the FNV-1a hash with 64 bits of
+ * the record's text, in hexadecimal, and the offset in the file, which tells equal records apart: a
+ * record never moves. So the id is the same whoever reads the record, live or from a copy, in
+ * whatever time zone, however often, and after any number of laps; a record that was cut or damaged
+ * since has another one. It is unique within a log; put the board's name before it where several
+ * boards meet.
+ *
+ * record: from this reader, unchanged. 1; or 0 where size is too small, and id is then empty. */
+KORX_API int korx_reader_record_id(const korx_reader* reader, const korx_record* record, char* id,
+                                   size_t size);
+
 /* The next record, oldest first; the start log's sections are merged by time. 1, or 0 at the end,
  * with *record cleared. */
 KORX_API int korx_reader_next(korx_reader* reader, korx_record* record);

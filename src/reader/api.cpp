@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "reader/acknowledge.h"
+#include "reader/identity.h"
 #include "reader/open.h"
 #include "reader/place.h"
 #include "reader/reader.h"
@@ -148,6 +149,11 @@ korx_reader_code korx_reader_open_memory(const void* data, size_t length, korx_l
 
 void korx_reader_close(korx_reader* reader) {
     UniqueReader owner(reader);
+}
+
+int korx_reader_record_id(const korx_reader* reader, const korx_record* record, char* id,
+                          size_t size) {
+    return FormatId(*reader, *record, id, size) ? 1 : 0;
 }
 
 int korx_reader_next(korx_reader* reader, korx_record* record) {
