@@ -39,6 +39,7 @@ void ReadAll(korx_reader* reader, const char* bytes, size_t size) {
     korx_mark mark = {};
     korx_reader_get_mark(reader, &mark);
     (void) korx_reader_seek_mark(reader, &mark);
+    Require(korx_reader_refresh(reader, nullptr, nullptr) == KORX_READER_ARGUMENT);
     korx_damage damage = {};
     for (size_t i = 0; korx_reader_get_damage(reader, i, &damage) == 1; ++i)
         Require(korx_damage_rule_name(damage.rule) != nullptr);

@@ -2,7 +2,7 @@
  *
  * Opening a log copies it: the file's lock is held for the copy alone, never while records are
  * looked at. A reader iterates over its copy, oldest record first, so it shows one moment; to see
- * what came later, open again (korx_mark carries the place over).
+ * what came later, refresh it, or open again (korx_mark carries the place over).
  *
  *     korx_reader* reader;
  *     korx_reader_error error;
@@ -128,6 +128,29 @@ KORX_API korx_reader_code korx_reader_open_memory(const void* data, size_t lengt
                                                   const korx_reader_options* options,
                                                   korx_reader** reader, korx_reader_error* error);
 
+/* What korx_reader_refresh has found. */
+typedef enum korx_refreshed {
+    KORX_REFRESHED_SAME = 0, /* nothing has changed */
+    KORX_REFRESHED_MORE = 1, /* something has; the reader stands where it stood */
+    /* None of the records that the reader had passed is there any more: the log was replaced, or
+     * went over them. The reader stands at the oldest record, and there may be a gap before it. */
+    KORX_REFRESHED_GAP = 2
+} korx_refreshed;
+
+/* Brings a reader up to its log as it is now, as if it were opened again, but keeps its place: the
+ * next record is the first one that was written since, or that had not been passed yet. Records are
+ * the same when they stand where they stood with the bytes that they had; a record that the text
+ * log cut meanwhile is the same, too. Records handed out for korx_reader_ack stay so. Info, damage
+ * and what is unread become those of a reader opened now, after an acknowledgement, by whomever, as
+ * well. *how, which may be null, tells what was found.
+ *
+ * The log is opened by its path, so a replaced file is met here. Fails like korx_reader_open, and
+ * the reader then is as it was and may be refreshed again: a file that is gone is KORX_READER_OPEN
+ * with ENOENT. A reader from memory is KORX_READER_ARGUMENT. What records handed out before point
+ * to is gone when it succeeds. */
+KORX_API korx_reader_code korx_reader_refresh(korx_reader* reader, korx_refreshed* how,
+                                              korx_reader_error* error);
+
 /* Frees a reader and everything its records point to; null is allowed. */
 KORX_API void korx_reader_close(korx_reader* reader);
 
@@ -155,9 +178,9 @@ enum {
     KORX_RECORD_DAMAGED = 1 << 2
 };
 
-/* One record. Its pointers lead into the reader and live as long as it; the texts are not
- * terminated and may hold any byte but, in sound records, NUL. Numbers without their bit in fields
- * are 0, texts null. */
+/* One record. Its pointers lead into the reader and live until it is refreshed or closed; the texts
+ * are not terminated and may hold any byte but, in sound records, NUL. Numbers without their bit in
+ * fields are 0, texts null. */
 typedef struct korx_record {
     korx_log_kind kind;
     uint32_t flags;         /* KORX_RECORD_... */

@@ -13,6 +13,7 @@
 #include "reader/place.h"
 #include "reader/reader.h"
 #include "reader/record.h"
+#include "reader/refresh.h"
 #include "reader/repair.h"
 
 namespace korx {
@@ -145,6 +146,17 @@ korx_reader_code korx_reader_open_memory(const void* data, size_t length, korx_l
     const korx_reader_code code =
         OpenMemory(bytes, kind, OrDefault(options), Refusal(error, "memory"), &opened);
     return HandOver(code, std::move(opened), reader);
+}
+
+korx_reader_code korx_reader_refresh(korx_reader* reader, korx_refreshed* how,
+                                     korx_reader_error* error) {
+    korx_refreshed unused;
+    if (reader == nullptr)
+        return BadArgument(error, "no reader");
+    if (reader->names.path == nullptr)
+        return BadArgument(error, "a copy from memory has no log to go along with");
+    return Refresh(Refusal(error, reader->names.path.get()), reader,
+                   how == nullptr ? &unused : how);
 }
 
 void korx_reader_close(korx_reader* reader) {
