@@ -27,6 +27,8 @@ void ReadAll(korx_reader* reader, const char* bytes, size_t size) {
         Require(record.message_length <= record.length && record.level <= 4);
         const bool sound = (record.flags & KORX_RECORD_DAMAGED) == 0;
         Require(!sound || (record.fields & KORX_FIELD_TIME) != 0);
+        char id[KORX_RECORD_ID_SIZE];
+        Require(korx_reader_record_id(reader, &record, id, sizeof id) == 1);
     }
     Require(records == info.records);
     uint64_t unread = 0;
@@ -37,6 +39,7 @@ void ReadAll(korx_reader* reader, const char* bytes, size_t size) {
     korx_mark mark = {};
     korx_reader_get_mark(reader, &mark);
     (void) korx_reader_seek_mark(reader, &mark);
+    Require(korx_reader_refresh(reader, nullptr, nullptr) == KORX_READER_ARGUMENT);
     korx_damage damage = {};
     for (size_t i = 0; korx_reader_get_damage(reader, i, &damage) == 1; ++i)
         Require(korx_damage_rule_name(damage.rule) != nullptr);

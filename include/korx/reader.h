@@ -2,7 +2,7 @@
  *
  * Opening a log copies it: the file's lock is held for the copy alone, never while records are
  * looked at. A reader iterates over its copy, oldest record first, so it shows one moment; to see
- * what came later, open again (korx_mark carries the place over).
+ * what came later, refresh it, or open again (korx_mark carries the place over).
  *
  *     korx_reader* reader;
  *     korx_reader_error error;
@@ -128,6 +128,29 @@ KORX_API korx_reader_code korx_reader_open_memory(const void* data, size_t lengt
                                                   const korx_reader_options* options,
                                                   korx_reader** reader, korx_reader_error* error);
 
+/* What korx_reader_refresh has found. */
+typedef enum korx_refreshed {
+    KORX_REFRESHED_SAME = 0, /* nothing has changed */
+    KORX_REFRESHED_MORE = 1, /* something has; the reader stands where it stood */
+    /* None of the records that the reader had passed is there any more: the log was replaced, or
+     * went over them. The reader stands at the oldest record, and there may be a gap before it. */
+    KORX_REFRESHED_GAP = 2
+} korx_refreshed;
+
+/* Brings a reader up to its log as it is now, as if it were opened again, but keeps its place: the
+ * next record is the first one that was written since, or that had not been passed yet. Records are
+ * the same when they stand where they stood with the bytes that they had; a record that the text
+ * log cut meanwhile is the same, too. Records handed out for korx_reader_ack stay so. Info, damage
+ * and what is unread become those of a reader opened now, after an acknowledgement, by whomever, as
+ * well. *how, which may be null, tells what was found.
+ *
+ * The log is opened by its path, so a replaced file is met here. Fails like korx_reader_open, and
+ * the reader then is as it was and may be refreshed again: a file that is gone is KORX_READER_OPEN
+ * with ENOENT. A reader from memory is KORX_READER_ARGUMENT. What records handed out before point
+ * to is gone when it succeeds. */
+KORX_API korx_reader_code korx_reader_refresh(korx_reader* reader, korx_refreshed* how,
+                                              korx_reader_error* error);
+
 /* Frees a reader and everything its records point to; null is allowed. */
 KORX_API void korx_reader_close(korx_reader* reader);
 
@@ -155,9 +178,9 @@ enum {
     KORX_RECORD_DAMAGED = 1 << 2
 };
 
-/* One record. Its pointers lead into the reader and live as long as it; the texts are not
- * terminated and may hold any byte but, in sound records, NUL. Numbers without their bit in fields
- * are 0, texts null. */
+/* One record. Its pointers lead into the reader and live until it is refreshed or closed; the texts
+ * are not terminated and may hold any byte but, in sound records, NUL. Numbers without their bit in
+ * fields are 0, texts null. */
 typedef struct korx_record {
     korx_log_kind kind;
     uint32_t flags;         /* KORX_RECORD_... */
@@ -181,6 +204,25 @@ typedef struct korx_record {
     const char* message;
     size_t message_length;
 } korx_record;
+
+/* Room for the id of a record whose process has a name that a file can have. */
+enum { KORX_RECORD_ID_SIZE = 384 };
+
+/* By what a record is known wherever it gets to, as one word:
+ *
+ *     <kind>[/<process>]:<stamp>:<hash>:<offset>
+ *     security:2026-11-24T12:00:00.000123:9c1f0a66b2f0e3d7:4123
+ *
+ * The stamp as it is written in the record ("-" in damaged text), the FNV-1a hash with 64 bits of
+ * the record's text, in hexadecimal, and the offset in the file, which tells equal records apart: a
+ * record never moves. So the id is the same whoever reads the record, live or from a copy, in
+ * whatever time zone, however often, and after any number of laps; a record that was cut or damaged
+ * since has another one. It is unique within a log; put the board's name before it where several
+ * boards meet.
+ *
+ * record: from this reader, unchanged. 1; or 0 where size is too small, and id is then empty. */
+KORX_API int korx_reader_record_id(const korx_reader* reader, const korx_record* record, char* id,
+                                   size_t size);
 
 /* The next record, oldest first; the start log's sections are merged by time. 1, or 0 at the end,
  * with *record cleared. */

@@ -8,10 +8,12 @@
 #include <utility>
 
 #include "reader/acknowledge.h"
+#include "reader/identity.h"
 #include "reader/open.h"
 #include "reader/place.h"
 #include "reader/reader.h"
 #include "reader/record.h"
+#include "reader/refresh.h"
 #include "reader/repair.h"
 
 namespace korx {
@@ -146,8 +148,24 @@ korx_reader_code korx_reader_open_memory(const void* data, size_t length, korx_l
     return HandOver(code, std::move(opened), reader);
 }
 
+korx_reader_code korx_reader_refresh(korx_reader* reader, korx_refreshed* how,
+                                     korx_reader_error* error) {
+    korx_refreshed unused;
+    if (reader == nullptr)
+        return BadArgument(error, "no reader");
+    if (reader->names.path == nullptr)
+        return BadArgument(error, "a copy from memory has no log to go along with");
+    return Refresh(Refusal(error, reader->names.path.get()), reader,
+                   how == nullptr ? &unused : how);
+}
+
 void korx_reader_close(korx_reader* reader) {
     UniqueReader owner(reader);
+}
+
+int korx_reader_record_id(const korx_reader* reader, const korx_record* record, char* id,
+                          size_t size) {
+    return FormatId(*reader, *record, id, size) ? 1 : 0;
 }
 
 int korx_reader_next(korx_reader* reader, korx_record* record) {

@@ -88,28 +88,16 @@ void FillInfo(korx_reader* reader) {
     std::copy(std::begin(image.sections), std::end(image.sections), info.sections);
 }
 
-// Makes the copied bytes a reader.
-korx_reader_code Finish(const Refusal& error, korx_reader* reader) {
-    LogImage& image = reader->image;
-    const Cursor* cursor = nullptr;
-    if (reader->has_cursor()) {
-        const CursorState state = LoadCursor(reader->names.cursor.get(), &reader->cursor);
-        if (state == CursorState::kFound)
-            cursor = &reader->cursor;
-        if (state == CursorState::kDamaged)
-            image.damage.report_beside(KORX_DAMAGE_CURSOR, 0, 0,
-                                       "the cursor is unreadable and was ignored");
-        if (state == CursorState::kForbidden)
-            reader->doubts = KORX_DOUBT_CURSOR_FORBIDDEN;
-    }
-    if (!image.analyse())
-        return RefuseMemory(error);
-    reader->doubts |= MarkUnread(&image, cursor, &reader->info);
-    FillInfo(reader);
-    return KORX_READER_OK;
-}
-
 }  // namespace
+
+void Judge(const Cursor* cursor, korx_reader* reader) {
+    reader->info = {};
+    for (Entry& entry : reader->image.entries)
+        entry.clear(KORX_RECORD_UNREAD);
+    reader->doubts &= KORX_DOUBT_CURSOR_FORBIDDEN;
+    reader->doubts |= MarkUnread(&reader->image, cursor, &reader->info);
+    FillInfo(reader);
+}
 
 korx_reader_code Prepare(int fd, const char* path, korx_log_kind kind,
                          const korx_reader_options& options, const Refusal& error,
@@ -127,6 +115,24 @@ korx_reader_code Prepare(int fd, const char* path, korx_log_kind kind,
         code = PeekKind(prepared.source, error, &kind);
     prepared.image.format = FormatOf(kind);
     return code;
+}
+
+korx_reader_code Finish(const Refusal& error, korx_reader* reader) {
+    LogImage& image = reader->image;
+    const Cursor* cursor = nullptr;
+    if (reader->has_cursor()) {
+        const CursorState state = LoadCursor(reader->names.cursor.get(), &reader->cursor);
+        if (state == CursorState::kFound)
+            cursor = &reader->cursor;
+        if (state == CursorState::kDamaged)
+            image.damage.report_beside(KORX_DAMAGE_CURSOR, 0, 0,
+                                       "the cursor is unreadable and was ignored");
+        reader->doubts = state == CursorState::kForbidden ? KORX_DOUBT_CURSOR_FORBIDDEN : 0;
+    }
+    if (!image.analyse())
+        return RefuseMemory(error);
+    Judge(cursor, reader);
+    return KORX_READER_OK;
 }
 
 korx_reader_code OpenFile(int fd, const char* path, korx_log_kind kind,

@@ -13,6 +13,13 @@ namespace korx {
                                        const korx_reader_options& options, const Refusal& error,
                                        UniqueReader* reader);
 
+// Makes the bytes that were copied into a reader's image records, unread or not, and damage.
+[[nodiscard]] korx_reader_code Finish(const Refusal& error, korx_reader* reader);
+
+// Tells anew what of a reader's records is unread, and fills its info. cursor: null when there is
+// none.
+void Judge(const Cursor* cursor, korx_reader* reader);
+
 // fd: the caller's descriptor; negative: the log is opened by its path.
 [[nodiscard]] korx_reader_code OpenFile(int fd, const char* path, korx_log_kind kind,
                                         const korx_reader_options& options, const Refusal& error,
