@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <functional>
 #include <optional>
 #include <random>
 #include <set>
@@ -19,6 +20,8 @@ namespace {
 using tool::CheckProfile;
 using tool::EditProfileText;
 using tool::IniLine;
+using tool::NewSection;
+using tool::PlainProfileText;
 using tool::SplitLines;
 
 struct IniCheck : RoomTest {};
@@ -132,7 +135,7 @@ TEST_F(IniCheck, ReadsEveryTextAsTheLoaderDoesAndEditsOneValueOfIt) {
             std::any_of(lines.begin(), lines.end(), is_lossy))
             continue;  // what is cut does not come back
         const auto before = loaded.value_or(std::vector<Pair>());
-        const std::string edited = EditProfileText(text, "[B]", "key", "new");
+        const std::string edited = EditProfileText(text, {"[B]", "key", "new"}).value_or("");
         auto after = Loaded(edited).value_or(std::vector<Pair>());
         const auto changed = std::find(after.begin(), after.end(), Pair{"[B]", "key", "new"});
         ASSERT_TRUE(changed != after.end()) << text << "\n---\n" << edited;
@@ -143,10 +146,54 @@ TEST_F(IniCheck, ReadsEveryTextAsTheLoaderDoesAndEditsOneValueOfIt) {
             after.erase(after.size() == before.size() + 2 ? changed - 1 : changed, changed + 1);
         ASSERT_TRUE(after == before) << text << "\n---\n" << edited;
     }
-    EXPECT_EQ(EditProfileText("; head\n[S]\r\n key\t=  old ; no comment\r\nz=1", "[S]", "key", "n"),
-              "; head\n[S]\r\n key\t=  n\r\nz=1");
-    EXPECT_EQ(EditProfileText("[S]", "[S]", "a", "1"), "[S]\na=1\n");
-    EXPECT_EQ(EditProfileText("", "[S]", "a", "1"), "[S]\na=1\n");
+}
+
+TEST_F(IniCheck, WritesWithoutCommentsWhatTheLibraryWrites) {
+    std::mt19937 random(6);
+    int refused = 0;
+    for (int i = 0; i < 250; ++i) {
+        const std::string text = RandomProfile(random);
+        WriteFile("set.ini", text);
+        const bool is_set = KORX_IniSetOrAddValue("./set.ini", "[B]", "key", "new") == 0;
+        const auto lines = SplitLines(text);
+        const bool loads = std::none_of(lines.begin(), lines.end(),
+                                        [](const IniLine& line) { return line.is_refused; });
+        std::optional<std::string> edited = loads ? PlainProfileText(text) : std::nullopt;
+        if (edited)
+            edited = EditProfileText(*edited, {"[B]", "key", "new"}, NewSection::kAtTop);
+        ASSERT_TRUE(!edited || (is_set && ReadFile("set.ini") == *edited))
+            << testing::PrintToString(text);
+        refused += is_set && !edited;
+    }
+    EXPECT_LT(refused, 10);
+}
+
+TEST_F(IniCheck, EditsOddTextsWithoutTouchingTheirOtherLines) {
+    const std::string pieces = "[A]\nx=1" + std::string(396, ' ') + "y=2\n";
+    const struct {
+        std::string text;
+        tool::IniChange change;
+        std::optional<std::string> edited;
+    } kCases[] = {
+        {"; head\n[S]\r\n key\t=  old ; no comment\r\nz=1",
+         {"[S]", "key", "n"},
+         "; head\n[S]\r\n key\t=  n\r\nz=1"},
+        {"[S]", {"[S]", "a", "1"}, "[S]\na=1\n"},
+        {"", {"[S]", "a", "1"}, "[S]\na=1\n"},
+        {"[A]\r\nx=1\r\n", {"[A]", "y", "2"}, "[A]\r\ny=2\r\nx=1\r\n"},
+        {";c\r\n[A]", {"[A]", "y", "2"}, ";c\r\n[A]\r\ny=2\r\n"},
+        {"[A]\r\nx=1", {"[B]", "y", ""}, "[A]\r\nx=1\r\n\r\n[B]\r\ny=\r\n"},
+        {"[A]\nx=1\nx=2\n[A]\nx=3\n", {"[A]", "x", "4"}, "[A]\nx=4\nx=2\n[A]\nx=3\n"},
+        {"[A]\nx=1\n;\nx=2\n[A]\nx=3", {"[A]", "x", {}}, "[A]\n;\n[A]\nx=3"},
+        {"[A]\nalone\nx=1", {"[A]", "x", {}}, "[A]\nalone\n"},
+        {"x=1\n", {"[A]", "x", "2"}, "x=1\n\n[A]\nx=2\n"},
+        {"\xef\xbb\xbf[A]\nx=1\n", {"[A]", "x", "2"}, "\xef\xbb\xbf[A]\nx=1\n\n[A]\nx=2\n"},
+        {pieces, {"[A]", "y", "3"}, pieces.substr(0, pieces.size() - 2) + "3\n"},
+        {pieces, {"[A]", "x", ""}, std::nullopt},  // y would be read with it
+    };
+    for (const auto& row : kCases)
+        EXPECT_EQ(EditProfileText(row.text, row.change), row.edited)
+            << testing::PrintToString(row.text);
 }
 
 TEST_F(IniCommand, GetsAndListsWhatTheLoaderSees) {
@@ -171,7 +218,193 @@ TEST_F(IniCommand, GetsAndListsWhatTheLoaderSees) {
     }
     Expect("ini get none.ini A x", 3, "none.ini");
     Expect("ini get long.ini A x", 3, "long.ini:2");
+    Expect("ini get long.ini A x --default 5", 3, "long.ini:2");
 }
+
+TEST_F(IniCommand, ChangesAllOrNothingAndBack) {
+    const std::string text = "; why\n[A]\nx=1\ny=2\ny=3\n";
+    WriteFile("p.ini", text);
+    const struct {
+        int status;
+        std::string out, command;
+    } kSteps[] = {{0, "8\n", "get p.ini A none --default 8"},
+                  {0, "8\n", "get none.ini A none --default 8"},
+                  {0, "1\n", "get p.ini A x --default 8"},
+                  {0, "", "set p.ini A x=5 z=a [B] v= w=0 --keep-comments"},
+                  {1, "-[A] x=1\n+[A] x=5\n+[A] z=a\n+[B] w=0\n+[B] v=\n", "diff p.ini"},
+                  {1, "-[A] z=a\n-[A] x=5\n+[A] x=1\n-[B] w=0\n-[B] v=\n", "diff p.ini p.ini-"},
+                  {0, "", "diff p.ini p.ini"},
+                  {0, "", "revert p.ini"},
+                  {0, "1\n", "get p.ini A x"},
+                  {1,
+                   R"({"section":"[A]","key":"z","old":"a"}
+{"section":"[A]","key":"x","old":"5","new":"1"}
+{"section":"[B]","key":"w","old":"0"}
+{"section":"[B]","key":"v","old":""}
+)",
+                   "diff p.ini --json"},
+                  {0, "", "revert p.ini"},
+                  {1, "", "unset p.ini A x none"},
+                  {1, "", "set p.ini A x=6 none=6 --existing"},
+                  {2, "", "set p.ini A x=6 C v=1 D"},
+                  {2, "", "set p.ini A x"},
+                  {2, "", "set p.ini A x=6 y==6 z=6"},
+                  {0, "5\n", "get p.ini A x"},
+                  {0, "", "unset p.ini A y z"},
+                  {0, "[A]\nx=5\n[B]\nw=0\nv=\n", "list p.ini"},
+                  {0, "", "revert p.ini"},
+                  {0, "", "set p.ini A x [z]"},
+                  {0, "[z]\n", "get p.ini A x"},
+                  {3, "", "diff none.ini"},
+                  {3, "", "revert none.ini"}};
+    for (const auto& row : kSteps) {
+        const Result result = Korx("ini " + row.command);
+        EXPECT_EQ(result.status, row.status) << row.command << "\n" << result.err;
+        EXPECT_EQ(result.out, row.out) << row.command;
+    }
+    EXPECT_EQ(ReadFile("p.ini-"), "; why\n[A]\nz=a\nx=5\ny=2\ny=3\n\n[B]\nw=0\nv=\n");
+    unlink("p.ini-");
+    ASSERT_EQ(link("p.ini", "p.ini-"), 0);  // left by a save that was killed
+    Expect("ini revert p.ini", 1);
+}
+
+TEST_F(IniCommand, ChangesTheFileThatLinksLeadTo) {
+    MakeDirs("real");
+    WriteFile("real/p.ini", "[A]\nx=1\n");
+    ASSERT_EQ(chown("real/p.ini", 12, 34), 0);
+    ASSERT_EQ(symlink("real", "folder"), 0);
+    ASSERT_EQ(symlink("folder/p.ini", "link.ini"), 0);
+    ASSERT_EQ(symlink("none.ini", "dangling.ini"), 0);
+    for (const char* name : {"link.ini", "folder/p.ini"})
+        for (const char* how : {" --keep-comments", ""}) {
+            const std::string value = std::string("by-") + name[0] + (how[0] == ' ' ? "k" : "");
+            Expect(std::string("ini set ") + name + " A x " + value + how, 0);
+            EXPECT_EQ(ReadFile("real/p.ini"), "[A]\nx=" + value + "\n");
+        }
+    Expect("ini diff link.ini", 1, "by-fk");
+    Expect("ini revert link.ini", 0);
+    struct stat st;
+    ASSERT_EQ(lstat("link.ini", &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+    ASSERT_EQ(stat("link.ini", &st), 0);
+    EXPECT_EQ(st.st_uid * 100 + st.st_gid, 1234u);
+    EXPECT_TRUE(Exists("real/p.ini.lock") && Exists("real/p.ini-") && !Exists("link.ini.lock"));
+    for (const char* command : {"set dangling.ini A x 1", "unset dangling.ini A x"})
+        Expect(std::string("ini ") + command, 3, "a link that leads nowhere");
+    EXPECT_FALSE(Exists("none.ini") || Exists("dangling.ini.lock"));
+    WriteFile("none.ini", "");
+    chmod("none.ini", 0444);
+    Expect(Korx("ini set none.ini A x 1", -1, 12), 3, "none.ini: Permission denied");
+    EXPECT_FALSE(Exists("none.ini.lock"));
+}
+
+#ifdef KORX_TAPPED
+// What the command does while it lasts is tapped.
+class Tapped {
+  public:
+    explicit Tapped(const std::string& fault) {
+        unlink("calls");
+        setenv("LD_PRELOAD", KORX_TAPPED, 1);
+        setenv("KORX_FAULT", fault.c_str(), 1);
+        setenv("KORX_CALLS", "calls", 1);
+    }
+    ~Tapped() {
+        for (const char* name : {"LD_PRELOAD", "KORX_FAULT", "KORX_CALLS"})
+            unsetenv(name);
+    }
+    // Those of the names that were called, in their order.
+    static std::string calls(const std::set<std::string>& names) {
+        std::string found;
+        for (const std::string& call : Args(ReadFile("calls")))
+            found += names.contains(call) ? call + " " : "";
+        return found;
+    }
+};
+
+// Each change, and the profile and its backup before and after it.
+const struct {
+    std::string command, before, backup, after, synced;
+} kCommands[] = {
+    {"set p.ini A x 2 --keep-comments", "[A]\nx=1\n", "b", "[A]\nx=2\n",
+     "write fsync rename fsync "},
+    {"unset p.ini A x", "[A]\nx=1\n", "b", "[A]\n", "write fsync rename fsync "},
+    {"revert p.ini", "[A]\nx=1\n", "[A]\nx=0\n", "[A]\nx=0\n", "fsync renameat2 fsync "}};
+
+TEST_F(IniCommand, LeavesAWholeProfileWhateverCallFailsOrIsItsLast) {
+    for (const auto& row : kCommands) {
+        const auto lay_out = [&] {
+            for (const char* name : {"p.ini", "p.ini-", "p.ini+"})
+                unlink(name);  // they may be one file
+            WriteFile("p.ini", row.before);
+            WriteFile("p.ini-", row.backup);
+        };
+        lay_out();
+        {
+            const Tapped tapped("");
+            EXPECT_EQ(Korx("ini " + row.command).status, 0);
+            EXPECT_EQ(tapped.calls({"write", "fsync", "rename", "renameat2"}), row.synced);
+        }
+        const size_t calls = Args(ReadFile("calls")).size();
+        for (size_t i = 0; i < 2 * calls; ++i) {
+            const bool is_killed = i >= calls;
+            lay_out();
+            const std::string fault =
+                "* " + std::to_string(i % calls + 1) + (is_killed ? " 0" : " 28");
+            const Tapped tapped(fault);
+            const Result result = Korx("ini " + row.command);
+            const std::string text = ReadFile("p.ini");
+            SCOPED_TRACE(row.command + " with " + fault + ": " + result.err);
+            EXPECT_TRUE(text == row.before || text == row.after) << text;
+            if (row.backup != "b") {
+                EXPECT_EQ(ReadFile("p.ini-"), text == row.before ? row.backup : row.before);
+            }
+            if (is_killed)
+                continue;
+            EXPECT_EQ(result.status == 0, text == row.after);
+            EXPECT_TRUE(result.status == 0 || result.status == 3 || result.status == 5)
+                << result.status;
+            EXPECT_TRUE(result.status == 0 || Has(result.err, "No space left")) << result.err;
+            EXPECT_FALSE(Exists("p.ini+"));
+        }
+    }
+}
+
+TEST_F(IniCommand, StartsOverWhenAFileIsReplacedInTheMiddle) {
+    const auto replace = [](const char* name, const char* text) {
+        WriteFile("new", text);
+        rename("new", name);
+    };
+    const struct {
+        const char* stop;  // before which call
+        std::function<void()> meanwhile;
+        const char* text;
+    } kCases[] = {
+        {"fsync 1", [&] { replace("real.ini", "[A]\ny=3\n"); }, "[A]\nx=2\ny=3\n"},
+        {"fsync 1", [&] { replace("real.ini+", "other"); }, "[A]\nx=2\n"},
+        {"rename 1", [&] { replace("real.ini+", "[A]\nz=4\n"); }, "[A]\nx=2\nz=4\n"},
+        {"rename 1", [&] { unlink("real.ini+"); }, "[A]\nx=2\n"},
+        {"fsync 1",
+         [&] {
+             unlink("p.ini");
+             WriteFile("p.ini", "[A]\nw=5\n");
+         },
+         "[A]\nx=2\nw=5\n"},
+    };
+    for (const auto& row : kCases) {
+        WriteFile("real.ini", "[A]\nx=1\n");
+        unlink("p.ini");
+        ASSERT_EQ(symlink("real.ini", "p.ini"), 0);
+        const Tapped tapped(std::string(row.stop) + " -1");
+        Command command("ini set p.ini A x 2 --keep-comments");
+        ASSERT_EQ(waitpid(command.pid(), nullptr, WUNTRACED), command.pid());
+        row.meanwhile();
+        kill(command.pid(), SIGCONT);
+        EXPECT_EQ(command.wait(), 0) << row.stop << ReadFile("cmd.err");
+        EXPECT_EQ(ReadFile("p.ini"), row.text) << row.stop;
+    }
+    EXPECT_EQ(ReadFile("real.ini"), "[A]\nx=1\n");  // the name led elsewhere in the end
+}
+#endif
 
 TEST_F(IniCommand, SetsDurablyAndSaysWhatIsLost) {
     const std::string text = "; why\n[A]\nx=1 \n";
