@@ -369,6 +369,33 @@ TEST_F(IniCommand, LeavesAWholeProfileWhateverCallFailsOrIsItsLast) {
     }
 }
 
+TEST_F(IniCommand, SaysWhatDidNotWorkOutAndGoesAnotherWay) {
+    const struct {
+        const char *fault, *command;
+        int status;
+        const char *said, *text, *backup;
+    } kCases[] = {
+        {"fsync 2 5", "set p.ini A x 2", 0, "may not be on disk yet", "[A]\nx=2\n", "[A]\nx=1\n"},
+        {"link 1 1", "set p.ini A x 2", 0, "no backup: ", "[A]\nx=2\n", ""},
+        {"write 1 28", "set p.ini A x 2", 5, "p.ini+: No space", "[A]\nx=1\n", "[A]\nx=0\n"},
+        {"fsync 1 5", "unset p.ini A x", 5, "p.ini+: Input/output", "[A]\nx=1\n", "[A]\nx=0\n"},
+        {"fsync 2 5", "revert p.ini", 0, "may not be on disk yet", "[A]\nx=0\n", "[A]\nx=1\n"},
+        {"renameat2 1 22", "revert p.ini", 0, "", "[A]\nx=0\n", "[A]\nx=1\n"}};
+    for (const auto& row : kCases) {
+        for (const char* name : {"p.ini", "p.ini-"})
+            unlink(name);
+        WriteFile("p.ini", "[A]\nx=1\n");
+        WriteFile("p.ini-", "[A]\nx=0\n");
+        const Tapped tapped(row.fault);
+        const Result result = Korx(std::string("ini ") + row.command);
+        SCOPED_TRACE(std::string(row.command) + " with " + row.fault + ": " + result.err);
+        EXPECT_EQ(result.status, row.status);
+        EXPECT_TRUE(Has(result.err, row.said) && result.err.empty() == !*row.said);
+        EXPECT_EQ(ReadFile("p.ini"), row.text);
+        EXPECT_EQ(ReadFile("p.ini-"), row.backup);
+    }
+}
+
 TEST_F(IniCommand, StartsOverWhenAFileIsReplacedInTheMiddle) {
     const auto replace = [](const char* name, const char* text) {
         WriteFile("new", text);

@@ -1,9 +1,9 @@
 /* Preloaded into the command: the taps of tests/support, told what to do by the environment.
  *
- * KORX_FAULT "NAME NTH ERROR": the nth call of that name fails with the errno value. If that is 0 it
- * never happens: the process ends there. If it is -1 the process stops before it, until SIGCONT. The
- * name * is any call but malloc.
- * KORX_CALLS FILE: gets the name of every tapped call but malloc, one a line. */
+ * KORX_FAULT "NAME NTH ERROR": the nth call of that name fails with the errno value. If that is 0
+ * it never happens: the process ends there. If it is -1 the process stops before it, until SIGCONT.
+ * The name * is any call but malloc. KORX_CALLS FILE: gets the name of every tapped call but
+ * malloc, one a line. */
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>

@@ -176,7 +176,8 @@ bool TryToRewrite(const std::string& name, const std::string& file, const Edit& 
 bool TryToRevert(const std::string& name, const std::string& file) {
     const std::string path = file + "-";
     const UniqueFd backup = OpenRegular(path);
-    RefuseUnloadable(path, OpenProfileText(backup, path));
+    const std::string text = OpenProfileText(backup, path);
+    RefuseUnloadable(path, text);
     const OldVersion old(name, file);
     if (FileId::OfOpen(old.fd().get()).is_same_as(FileId::OfOpen(backup.get())))
         throw Failure{kFinding, path + ": the profile as it is; there is nothing to bring back"};
@@ -185,8 +186,13 @@ bool TryToRevert(const std::string& name, const std::string& file) {
         return false;
     if (fsync(backup.get()) < 0)
         Fail("syncing", path);
-    if (renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, file.c_str(), RENAME_EXCHANGE) < 0)
-        Fail("exchanging", path);
+    if (renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, file.c_str(), RENAME_EXCHANGE) < 0) {
+        if (errno != EINVAL)
+            Fail("exchanging", path);
+        // Not every flash file system can. Then it is a change like others, whose text a kill
+        // between the backup and the rename would leave in F+ alone.
+        return TryToRewrite(name, file, [&](const std::string&) { return text; });
+    }
     SyncNames(file);
     return true;
 }

@@ -236,7 +236,7 @@ void AddIni(CLI::App& app, Commands& c) {
     CLI::App* const ini = Add(app, "ini", "Read, change and check profiles",
                               "  korx ini get /etc/base.d/base.conf PATH LOG_PATH\n"
                               "  korx ini set ./device.ini NET PORT 8080 --keep-comments\n"
-                              "  korx ini diff ./device.ini || korx ini revert ./device.ini\n"
+                              "  korx ini diff ./device.ini\n"
                               "  korx ini check ./device.ini");
     ini->require_subcommand(1);
     AddIniGet(*ini, c);
