@@ -1,4 +1,6 @@
 // korx ini, against the library's own loader and setters.
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -296,6 +298,13 @@ TEST_F(IniCommand, ChangesTheFileThatLinksLeadTo) {
     chmod("none.ini", 0444);
     Expect(Korx("ini set none.ini A x 1", -1, 12), 3, "none.ini: Permission denied");
     EXPECT_FALSE(Exists("none.ini.lock"));
+    const UniqueFd fd(open("none.ini", O_RDONLY | O_CLOEXEC));
+    int flags = FS_IMMUTABLE_FL;
+    if (ioctl(fd.get(), FS_IOC_SETFLAGS, &flags) == 0) {  // not every file system has them
+        Expect("ini set none.ini A x 1", 3, "none.ini: Operation not permitted (it is protected");
+        flags = 0;
+        EXPECT_EQ(ioctl(fd.get(), FS_IOC_SETFLAGS, &flags), 0);
+    }
 }
 
 #ifdef KORX_TAPPED

@@ -205,8 +205,11 @@ void UnderChangeLock(const std::string& name,
     for (int tries = 0; tries < kMaxTries; ++tries) {
         const std::string file = ResolvedProfile(name);
         (void) OpenRegular(file);
-        if (access(file.c_str(), R_OK | W_OK) < 0)
-            throw Failure{kInput, SystemError(name, errno)};
+        if (access(file.c_str(), R_OK | W_OK) < 0) {
+            const int error = errno;
+            throw Failure{kInput, SystemError(name, error) +
+                                      (error == EPERM ? " (it is protected: immutable)" : "")};
+        }
         const ChangeLock lock(file);
         if (lock.is_current() && change(file))
             return;
