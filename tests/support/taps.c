@@ -104,6 +104,9 @@ TAP_VARIADIC(ioctl, void*, request, (int fd, unsigned long request, ...), (fd, r
 TAP(int, stat, -1, (const char* path, struct stat* st), (path, st))
 TAP(int, access, -1, (const char* path, int mode), (path, mode))
 TAP(int, rename, -1, (const char* from, const char* to), (from, to))
+TAP(int, renameat2, -1,
+    (int from_dir, const char* from, int to_dir, const char* to, unsigned flags),
+    (from_dir, from, to_dir, to, flags))
 TAP(int, link, -1, (const char* from, const char* to), (from, to))
 TAP(int, symlink, -1, (const char* target, const char* path), (target, path))
 TAP(ssize_t, readlink, -1, (const char* path, char* data, size_t count), (path, data, count))

@@ -1,17 +1,12 @@
-// korx ini, against the library's own loader and setters.
-#include <sys/stat.h>
-
+// How korx ini reads and edits texts, against the library's own loader and setters.
 #include <algorithm>
 #include <optional>
 #include <random>
 #include <set>
-#include <thread>
 
-#include "base/unique.h"
 #include "ini_edit.h"
 #include "ini_lines.h"
 #include "run.h"
-#include "support/processes.h"
 
 namespace korx::test {
 namespace {
@@ -19,10 +14,11 @@ namespace {
 using tool::CheckProfile;
 using tool::EditProfileText;
 using tool::IniLine;
+using tool::NewSection;
+using tool::PlainProfileText;
 using tool::SplitLines;
 
 struct IniCheck : RoomTest {};
-struct IniCommand : RoomTest {};
 
 // Sections, as pairs without a key, and keys with their sections; nothing of a refused text.
 struct Pair {
@@ -132,7 +128,7 @@ TEST_F(IniCheck, ReadsEveryTextAsTheLoaderDoesAndEditsOneValueOfIt) {
             std::any_of(lines.begin(), lines.end(), is_lossy))
             continue;  // what is cut does not come back
         const auto before = loaded.value_or(std::vector<Pair>());
-        const std::string edited = EditProfileText(text, "[B]", "key", "new");
+        const std::string edited = EditProfileText(text, {"[B]", "key", "new"}).value_or("");
         auto after = Loaded(edited).value_or(std::vector<Pair>());
         const auto changed = std::find(after.begin(), after.end(), Pair{"[B]", "key", "new"});
         ASSERT_TRUE(changed != after.end()) << text << "\n---\n" << edited;
@@ -143,99 +139,54 @@ TEST_F(IniCheck, ReadsEveryTextAsTheLoaderDoesAndEditsOneValueOfIt) {
             after.erase(after.size() == before.size() + 2 ? changed - 1 : changed, changed + 1);
         ASSERT_TRUE(after == before) << text << "\n---\n" << edited;
     }
-    EXPECT_EQ(EditProfileText("; head\n[S]\r\n key\t=  old ; no comment\r\nz=1", "[S]", "key", "n"),
-              "; head\n[S]\r\n key\t=  n\r\nz=1");
-    EXPECT_EQ(EditProfileText("[S]", "[S]", "a", "1"), "[S]\na=1\n");
-    EXPECT_EQ(EditProfileText("", "[S]", "a", "1"), "[S]\na=1\n");
 }
 
-TEST_F(IniCommand, GetsAndListsWhatTheLoaderSees) {
-    WriteFile("p.ini", "[A]\nx = \"a b\" \ny=\nq=\"open\n[A]\nx=2\n[B]\n");
-    WriteFile("long.ini", "[A]\nx=" + std::string(257, 'v') + "\n");
-    const struct {
-        int status;
-        std::string out, command;
-    } kCases[] = {{0, "a b\n", "get p.ini A x"},
-                  {0, "\"a b\"\n", "get p.ini [A] x --raw"},
-                  {0, "\n", "get p.ini A y"},
-                  {1, "", "get p.ini A none"},
-                  {1, "", "get p.ini A q"},
-                  {1, "", "get p.ini a x"},
-                  {0, "[A]\nx=\"a b\"\ny=\nq=\"open\n[A]\nx=2\n[B]\n", "list p.ini"},
-                  {0, "[B]\n", "list p.ini B"},
-                  {1, "", "list p.ini C"}};
-    for (const auto& row : kCases) {
-        const Result result = Korx("ini " + row.command);
-        EXPECT_EQ(result.status, row.status) << row.command;
-        EXPECT_EQ(result.out, row.out) << row.command;
+TEST_F(IniCheck, WritesWithoutCommentsWhatTheLibraryWrites) {
+    std::mt19937 random(6);
+    int refused = 0;
+    for (int i = 0; i < 250; ++i) {
+        const std::string text = RandomProfile(random);
+        WriteFile("set.ini", text);
+        const bool is_set = KORX_IniSetOrAddValue("./set.ini", "[B]", "key", "new") == 0;
+        const auto lines = SplitLines(text);
+        const bool loads = std::none_of(lines.begin(), lines.end(),
+                                        [](const IniLine& line) { return line.is_refused; });
+        std::optional<std::string> edited = loads ? PlainProfileText(text) : std::nullopt;
+        if (edited)
+            edited = EditProfileText(*edited, {"[B]", "key", "new"}, NewSection::kAtTop);
+        ASSERT_TRUE(!edited || (is_set && ReadFile("set.ini") == *edited))
+            << testing::PrintToString(text);
+        refused += is_set && !edited;
     }
-    Expect("ini get none.ini A x", 3, "none.ini");
-    Expect("ini get long.ini A x", 3, "long.ini:2");
+    EXPECT_LT(refused, 10);
 }
 
-TEST_F(IniCommand, SetsDurablyAndSaysWhatIsLost) {
-    const std::string text = "; why\n[A]\nx=1 \n";
-    WriteFile("p.ini", text);
-    chmod("p.ini", 0664);
-    WriteFile("p.ini+", "left over");
-    Expect("ini set p.ini A x 2 --keep-comments", 0);
-    EXPECT_EQ(ReadFile("cmd.err"), "");
-    EXPECT_EQ(ReadFile("p.ini"), "; why\n[A]\nx=2 \n");
-    EXPECT_EQ(ReadFile("p.ini-"), text);
-    EXPECT_EQ(Mode("p.ini"), 0640u);
-    EXPECT_FALSE(Exists("p.ini+"));
-
-    Expect("ini set p.ini A y 3", 0);
-    EXPECT_TRUE(Has(ReadFile("cmd.err"), "1 comments"));
-    Expect("ini set p.ini A z 1 --existing", 1);
-    Expect("ini set none.ini A z 1", 3);
-    for (const std::string& value :
-         Args{"a=b", " a", "a\nb", "\"a", "\"a\" b", std::string(256, 'v')})
-        for (const char* how : {"--json", "--keep-comments"})
-            EXPECT_EQ(Korx({"ini", "set", "p.ini", "A", "x", value, how}).status, 2) << value;
-    Expect("ini set p.ini A #x 1", 2);
-    EXPECT_EQ(ReadFile("p.ini"), "[A]\ny=3\nx=2\n");
-    WriteFile("long.ini", "[A]\nx=" + std::string(257, 'v') + "\n");
-    EXPECT_NE(Korx("ini set long.ini A y 1 --keep-comments").status, 0);
-}
-
-TEST_F(IniCommand, LosesNoChangeBesideTheComponentsProcesses) {
-    constexpr int kChanges = 40;
-    WriteFile("p.ini", "; kept\n[A]\n");
-    const auto change = [](int child) {
-        for (int i = 0; i < kChanges; ++i) {
-            const std::string key = "k" + std::to_string(child * kChanges + i);
-            const std::string set = KORX_TOOL " ini set --keep-comments p.ini A " + key + " 1";
-            if (child == 0 ? KORX_IniSetOrAddValue("./p.ini", "[A]", key.c_str(), "1") != 0
-                           : system(set.c_str()) != 0)
-                return 1;
-        }
-        return 0;
+TEST_F(IniCheck, EditsOddTextsWithoutTouchingTheirOtherLines) {
+    const std::string pieces = "[A]\nx=1" + std::string(396, ' ') + "y=2\n";
+    const struct {
+        std::string text;
+        tool::IniChange change;
+        std::optional<std::string> edited;
+    } kCases[] = {
+        {"; head\n[S]\r\n key\t=  old ; no comment\r\nz=1",
+         {"[S]", "key", "n"},
+         "; head\n[S]\r\n key\t=  n\r\nz=1"},
+        {"[S]", {"[S]", "a", "1"}, "[S]\na=1\n"},
+        {"", {"[S]", "a", "1"}, "[S]\na=1\n"},
+        {"[A]\r\nx=1\r\n", {"[A]", "y", "2"}, "[A]\r\ny=2\r\nx=1\r\n"},
+        {";c\r\n[A]", {"[A]", "y", "2"}, ";c\r\n[A]\r\ny=2\r\n"},
+        {"[A]\r\nx=1", {"[B]", "y", ""}, "[A]\r\nx=1\r\n\r\n[B]\r\ny=\r\n"},
+        {"[A]\nx=1\nx=2\n[A]\nx=3\n", {"[A]", "x", "4"}, "[A]\nx=4\nx=2\n[A]\nx=3\n"},
+        {"[A]\nx=1\n;\nx=2\n[A]\nx=3", {"[A]", "x", {}}, "[A]\n;\n[A]\nx=3"},
+        {"[A]\nalone\nx=1", {"[A]", "x", {}}, "[A]\nalone\n"},
+        {"x=1\n", {"[A]", "x", "2"}, "x=1\n\n[A]\nx=2\n"},
+        {"\xef\xbb\xbf[A]\nx=1\n", {"[A]", "x", "2"}, "\xef\xbb\xbf[A]\nx=1\n\n[A]\nx=2\n"},
+        {pieces, {"[A]", "y", "3"}, pieces.substr(0, pieces.size() - 2) + "3\n"},
+        {pieces, {"[A]", "x", ""}, std::nullopt},  // y would be read with it
     };
-    EXPECT_EQ(RunChildren(3, change), 0);
-    const std::string text = ReadFile("p.ini");
-    EXPECT_EQ(std::count(text.begin(), text.end(), '='), 3 * kChanges);
-}
-
-TEST_F(IniCommand, WaitsForTheLockFileThatIsThereNow) {
-    (void) alarm(60);  // instead of a hang
-    WriteFile("p.ini", "[A]\nx=1\n");
-    const auto lock = [](const UniqueFd& fd) {
-        EXPECT_EQ(DBG_LockReg(fd.get(), DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, SEEK_SET, 0), 0u);
-    };
-    UniqueFd old(open("p.ini.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0640));
-    lock(old);
-    std::thread editor([&] { Expect("ini set p.ini A x 2 --keep-comments", 0); });
-    AwaitLockWaiter("p.ini.lock");
-    unlink("p.ini.lock");
-    UniqueFd now(open("p.ini.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0640));
-    lock(now);
-    old.reset();
-    AwaitLockWaiter("p.ini.lock");
-    WriteFile("p.ini", "[A]\nx=1\ny=3\n");
-    now.reset();
-    editor.join();
-    EXPECT_EQ(ReadFile("p.ini"), "[A]\nx=2\ny=3\n");
+    for (const auto& row : kCases)
+        EXPECT_EQ(EditProfileText(row.text, row.change), row.edited)
+            << testing::PrintToString(row.text);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ _korx() {
         word=${COMP_WORDS[i]}
         case $word in
             -n | --lines | --since | --until | --level | --grep | --section | --process | --dir | \
-                -o | --output) ((++i)) ;;
+                -o | --output | --default) ((++i)) ;;
             -*) ;;
             *) words+=("$word") ;;
         esac
@@ -27,13 +27,13 @@ _korx() {
             ;;
         --dir) mapfile -t COMPREPLY < <(compgen -d -- "$cur") ;;
         -o | --output) mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
-        -n | --lines | --grep) ;;
+        -n | --lines | --grep | --default) ;;
         *)
             local command="${words[0]-} ${words[1]-}" choices=
             case $command in
                 " ") choices="log ini paths space doctor --help --version" ;;
                 "log ") choices="list show take verify --help" ;;
-                "ini ") choices="get set list check --help" ;;
+                "ini ") choices="get set unset list check diff revert --help" ;;
                 "log list") choices="--json --dir --help" ;;
                 "log show")
                     choices="--json --dir --lines --follow --since --until --level --grep \
@@ -45,9 +45,10 @@ _korx() {
                     [[ ${#words[@]} -gt 2 ]] || choices+=" $kinds"
                     ;;
                 "log verify") choices="--json --dir --help $kinds" ;;
-                "ini get") choices="--json --raw --help" ;;
+                "ini get") choices="--json --raw --default --help" ;;
                 "ini set") choices="--keep-comments --existing --help" ;;
-                "ini list" | "ini check") choices="--json --help" ;;
+                "ini list" | "ini check" | "ini diff") choices="--json --help" ;;
+                "ini unset" | "ini revert") choices="--help" ;;
                 "space ") choices="--json --no-record --help" ;;
                 "paths ") choices="--json --help" ;;
                 "doctor ") choices="--json --dir --help" ;;

@@ -14,13 +14,14 @@ UniqueFd OpenRegular(const std::string& file) {
     if (!fd)
         throw Failure{kInput, SystemError(file, errno)};
     struct stat st;
-    if (fstat(fd.get(), &st) < 0 || !S_ISREG(st.st_mode))
+    if (fstat(fd.get(), &st) < 0)
+        throw Failure{kInput, SystemError(file, errno)};
+    if (!S_ISREG(st.st_mode))
         throw Failure{kInput, file + ": not a regular file"};
     return fd;
 }
 
-std::string ReadWholeFile(const std::string& file, size_t limit) {
-    const UniqueFd fd = OpenRegular(file);
+std::string ReadWholeFile(const UniqueFd& fd, const std::string& file, size_t limit) {
     std::string content;
     char piece[16384];
     ssize_t count = 0;

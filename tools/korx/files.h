@@ -12,8 +12,8 @@ namespace korx::tool {
 // A regular file opened for reading, whatever else may stand there. Throws Failure.
 UniqueFd OpenRegular(const std::string& file);
 
-// A whole file, at most limit bytes. Throws Failure.
-std::string ReadWholeFile(const std::string& file, size_t limit);
+// A whole file from where the descriptor stands, at most limit bytes; the Failure names it file.
+std::string ReadWholeFile(const UniqueFd& fd, const std::string& file, size_t limit);
 
 // Both return whether they succeeded; errno says why they did not.
 bool WriteAll(int fd, std::string_view text);

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <pthread.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -64,34 +65,78 @@ class ChangeLock {
     const UniqueFd fd_;
 };
 
-UniqueFd CreateTemporary(const std::string& path) {
-    (void) unlink(path.c_str());  // left by a save that failed
-    UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (!fd)
-        Fail("creating", path);
-    return fd;
-}
+// F as it was opened. Record locks end with any close of the file in this process, so nothing else
+// opens it until the change is done.
+class OldVersion {
+  public:
+    // name is the caller's, path what it led to.
+    OldVersion(const std::string& name, const std::string& path)
+        : name_(name), path_(path), fd_(Open(path, O_RDWR)) {}
 
-// The owner and the mode bits that the library keeps, too.
-void TakeOver(const UniqueFd& from, const UniqueFd& to) {
-    struct stat st;
-    if (fstat(from.get(), &st) < 0)
-        return;
-    (void) fchmod(to.get(), st.st_mode & 0740);
-    (void) !fchown(to.get(), st.st_uid, st.st_gid);
-}
-
-void Store(const UniqueFd& fd, const std::string& path, const std::string& text) {
-    try {
-        if (!WriteAll(fd.get(), text))
-            Fail("writing", path);
-        if (fsync(fd.get()) < 0)
-            Fail("syncing", path);
-    } catch (...) {
-        (void) unlink(path.c_str());
-        throw;
+    const UniqueFd& fd() const { return fd_; }
+    void lock() const { Lock(fd_, path_); }
+    // Others may have put another version there, or have pointed a link on the way elsewhere.
+    bool is_current() const {
+        return IsCurrent(fd_, path_) &&
+               FileId::OfOpen(fd_.get()).is_same_as(FileId::At(name_.c_str()));
     }
-}
+
+  private:
+    const std::string& name_;
+    const std::string& path_;
+    const UniqueFd fd_;
+};
+
+// F+, which is taken away again unless it has become F.
+class NewVersion {
+  public:
+    explicit NewVersion(const std::string& file) : path_(file + "+") {
+        (void) unlink(path_.c_str());  // left by a save that failed
+        fd_.reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        if (!fd_)
+            Fail("creating", path_);
+        id_ = FileId::OfOpen(fd_.get());
+    }
+    ~NewVersion() {
+        if (is_current())
+            (void) unlink(path_.c_str());
+    }
+    NewVersion(const NewVersion&) = delete;
+    NewVersion& operator=(const NewVersion&) = delete;
+
+    void lock() const { Lock(fd_, path_); }
+    // A saver who knows nothing of F.lock may have put its own there.
+    bool is_current() const { return id_.is_same_as(FileId::OfEntry(path_.c_str())); }
+    // The owner and the mode bits that the library keeps, too.
+    void take_over(const UniqueFd& from) const {
+        struct stat st;
+        if (fstat(from.get(), &st) < 0)
+            return;
+        (void) fchmod(fd_.get(), st.st_mode & 0740);
+        (void) !fchown(fd_.get(), st.st_uid, st.st_gid);
+    }
+    void store(const std::string& text) const {
+        if (!WriteAll(fd_.get(), text))
+            Fail("writing", path_);
+        if (fsync(fd_.get()) < 0)
+            Fail("syncing", path_);
+    }
+    // False when F+ was taken away meanwhile, or what has moved was another one.
+    bool replace(const std::string& file) const {
+        if (rename(path_.c_str(), file.c_str()) < 0) {
+            if (errno != ENOENT)
+                Fail("replacing", file);
+            return false;
+        }
+        const FileId moved = FileId::OfEntry(file.c_str());
+        return !moved.is_known() || id_.is_same_as(moved);
+    }
+
+  private:
+    const std::string path_;
+    UniqueFd fd_;
+    FileId id_;
+};
 
 void KeepBackup(const std::string& file) {
     const std::string backup = file + "-";
@@ -100,55 +145,96 @@ void KeepBackup(const std::string& file) {
         Complain("no backup: " + SystemError(backup, errno));
 }
 
-// The file in the directory that its name leads to now: a link on the way may lead elsewhere before
-// the change is done, and what is loaded there must not be saved here.
-std::string Resolved(const std::string& file) {
-    const std::string directory(DirectoryOf(file));
-    char real[PATH_MAX];
-    if (realpath(directory.c_str(), real) == nullptr)
-        Fail("opening", directory);
-    return std::string(real) + "/" + NameOf(file.c_str());
-}
-
-// False when one of the files was replaced meanwhile: nothing has been changed then.
-bool TryToRewrite(const std::string& file, const Edit& edit) {
-    const ChangeLock change(file);
-    if (!change.is_current())
-        return false;
-    // Read first: closing another descriptor of the file would drop the lock on it.
-    const std::string text = edit(ProfileText(file));
-    const UniqueFd old = Open(file, O_RDWR);
-    const std::string temporary = file + "+";
-    const UniqueFd fd = CreateTemporary(temporary);
-    Lock(fd, temporary);
-    TakeOver(old, fd);
-    Lock(old, file);
-    const bool is_own = IsCurrent(fd, temporary);
-    if (!is_own || !FileId::OfOpen(old.get()).is_same_as(FileId::At(file.c_str()))) {
-        if (is_own)
-            (void) unlink(temporary.c_str());
-        return false;
-    }
-    Store(fd, temporary, text);
-    KeepBackup(file);
-    if (rename(temporary.c_str(), file.c_str()) < 0)
-        Fail("replacing", file);
+void SyncNames(const std::string& file) {
     if (!SyncDirectoryOf(file))
         Complain("the change may not be on disk yet: " +
                  SystemError(std::string(DirectoryOf(file)), errno));
+}
+
+// Like everything that is tried below: false when one of the files was replaced meanwhile, and then
+// nothing has been changed.
+bool TryToRewrite(const std::string& name, const std::string& file, const Edit& edit) {
+    const OldVersion old(name, file);
+    const std::string text = edit(OpenProfileText(old.fd(), file));
+    const NewVersion changed(file);
+    changed.lock();
+    changed.take_over(old.fd());
+    old.lock();
+    const auto is_undisturbed = [&] { return old.is_current() && changed.is_current(); };
+    if (!is_undisturbed())
+        return false;
+    changed.store(text);
+    if (!is_undisturbed())
+        return false;
+    KeepBackup(file);
+    if (!changed.replace(file))
+        return false;
+    SyncNames(file);
     return true;
+}
+
+bool TryToRevert(const std::string& name, const std::string& file) {
+    const std::string path = file + "-";
+    const UniqueFd backup = OpenRegular(path);
+    const std::string text = OpenProfileText(backup, path);
+    RefuseUnloadable(path, text);
+    const OldVersion old(name, file);
+    if (FileId::OfOpen(old.fd().get()).is_same_as(FileId::OfOpen(backup.get())))
+        throw Failure{kFinding, path + ": the profile as it is; there is nothing to bring back"};
+    old.lock();
+    if (!old.is_current() || !IsCurrent(backup, path))
+        return false;
+    if (fsync(backup.get()) < 0)
+        Fail("syncing", path);
+    if (renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, file.c_str(), RENAME_EXCHANGE) < 0) {
+        if (errno != EINVAL)
+            Fail("exchanging", path);
+        // Not every flash file system can. Then it is a change like others, whose text a kill
+        // between the backup and the rename would leave in F+ alone.
+        return TryToRewrite(name, file, [&](const std::string&) { return text; });
+    }
+    SyncNames(file);
+    return true;
+}
+
+// Tries while nobody else changes the profile, as often as it takes. What the name leads to is
+// found out each time: what is loaded in one place must not be saved in another.
+void UnderChangeLock(const std::string& name,
+                     const std::function<bool(const std::string& file)>& change) {
+    constexpr int kMaxTries = 16;
+    for (int tries = 0; tries < kMaxTries; ++tries) {
+        const std::string file = ResolvedProfile(name);
+        (void) OpenRegular(file);
+        if (access(file.c_str(), R_OK | W_OK) < 0) {
+            const int error = errno;
+            throw Failure{kInput, SystemError(name, error) +
+                                      (error == EPERM ? " (it is protected: immutable)" : "")};
+        }
+        const ChangeLock lock(file);
+        if (lock.is_current() && change(file))
+            return;
+    }
+    throw Failure{kUnchanged, name + ": it is replaced again and again"};
 }
 
 }  // namespace
 
+std::string ResolvedProfile(const std::string& file) {
+    char real[PATH_MAX];
+    if (realpath(file.c_str(), real) != nullptr)
+        return real;
+    const int error = errno;
+    if (error == ENOENT && FileId::OfEntry(file.c_str()).is_known())
+        throw Failure{kInput, file + ": a link that leads nowhere"};
+    throw Failure{kInput, SystemError(file, error)};
+}
+
 void RewriteProfile(const std::string& file, const Edit& edit) {
-    constexpr int kMaxTries = 16;
-    const std::string resolved = Resolved(file);
-    for (int tries = 0; tries < kMaxTries; ++tries) {
-        if (TryToRewrite(resolved, edit))
-            return;
-    }
-    throw Failure{kUnchanged, file + ": it is replaced again and again"};
+    UnderChangeLock(file, [&](const std::string& path) { return TryToRewrite(file, path, edit); });
+}
+
+void RevertProfile(const std::string& file) {
+    UnderChangeLock(file, [&](const std::string& path) { return TryToRevert(file, path); });
 }
 
 }  // namespace korx::tool

@@ -152,64 +152,111 @@ void AddLog(CLI::App& app, Commands& c) {
     AddVerify(*log, c);
 }
 
-// How far a command on profiles narrows down what it means, behind the file that all name.
-enum class Scope { kFile, kFileOrSection, kKey, kKeyAndValue };
-
 using IniCommand = int (*)(const Globals& globals, const IniOptions& options);
 
-CLI::App* AddIniCommand(CLI::App* command, Commands& c, Scope scope, IniCommand run) {
-    const auto argument = [&](const char* name, std::string& value, const char* what,
-                              const char* type) {
-        return command->add_option(name, value, what)->type_name(type)->required();
-    };
+// Every command on profiles names its file first; what follows is added by its own lines.
+CLI::App* AddIniCommand(CLI::App* command, Commands& c, IniCommand run) {
     AddGlobals(command, c, Reads::kNoLogs);
-    argument("file", c.ini.file, "The profile", "FILE");
-    if (scope >= Scope::kFileOrSection)
-        argument("section", c.ini.section, "The section, with or without its brackets", "SECTION")
-            ->required(scope != Scope::kFileOrSection);
-    if (scope >= Scope::kKey)
-        argument("key", c.ini.key, "The key", "KEY");
-    if (scope >= Scope::kKeyAndValue)
-        argument("value", c.ini.value, "The value", "VALUE");
+    command->add_option("file", c.ini.file, "The profile")->type_name("FILE")->required();
     command->callback([&c, run] { c.run = [&c, run] { return run(c.globals, c.ini); }; });
     return command;
+}
+
+CLI::Option* AddSection(CLI::App* command, Commands& c) {
+    return command
+        ->add_option("section", c.ini.section, "The section, with or without its brackets")
+        ->type_name("SECTION");
+}
+
+CLI::Option* AddKey(CLI::App* command, Commands& c) {
+    return command->add_option("key", c.ini.key, "The key")->type_name("KEY")->required();
 }
 
 void AddIniSet(CLI::App& ini, Commands& c) {
     CLI::App* const set =
         Add(ini, "set",
-            "Change a value, or add it, under the locks of the component's processes. The file is "
-            "replaced as a whole and the old one kept as FILE-. Comments do not survive unless "
-            "--keep-comments is given.",
+            "Change values, or add them, all or none, under the locks of the component's "
+            "processes. The file is replaced as a whole and the old one kept as FILE-. Comments do "
+            "not survive unless --keep-comments is given.",
             "  korx ini set ./device.ini NET PORT 8080\n"
-            "  korx ini set ./device.ini NET PORT 8080 --keep-comments --existing");
-    AddIniCommand(set, c, Scope::kKeyAndValue, RunIniSet);
+            "  korx ini set ./device.ini NET PORT=8080 HOST=a LOG LEVEL=3 --keep-comments\n"
+            "  korx ini set ./device.ini NET PORT 8080 --existing");
+    AddIniCommand(set, c, RunIniSet);
+    AddSection(set, c)->required();
+    AddKey(set, c)->type_name("KEY|KEY=VALUE")->description("The key, or the first pair");
+    set->add_option("value", c.ini.value, "The value, or another pair")
+        ->type_name("VALUE|KEY=VALUE");
+    set->add_option("more", c.ini.more,
+                    "More pairs; a word without '=' is the section of those behind")
+        ->type_name("KEY=VALUE|SECTION");
     set->add_flag("--keep-comments", c.ini.keep_comments,
                   "Change the text in place: comments, blanks and order stay");
-    set->add_flag("--existing", c.ini.existing, "Status 1 if there is no such key, nothing added");
+    set->add_flag("--existing", c.ini.existing,
+                  "Status 1 if there is no such key, nothing changed");
+}
+
+void AddIniUnset(CLI::App& ini, Commands& c) {
+    CLI::App* const unset =
+        Add(ini, "unset",
+            "Take keys out, all or none, as set changes them; the rest of the text stays. Status 1 "
+            "if one is not there",
+            "  korx ini unset ./device.ini NET PORT HOST");
+    AddIniCommand(unset, c, RunIniUnset);
+    AddSection(unset, c)->required();
+    AddKey(unset, c);
+    unset->add_option("more", c.ini.more, "More keys of the section")->type_name("KEY");
+}
+
+void AddIniGet(CLI::App& ini, Commands& c) {
+    CLI::App* const get =
+        Add(ini, "get", "Print a value, without the quotes around it; status 1 where there is none",
+            "  korx ini get /etc/base.d/base.conf PATH LOG_PATH\n"
+            "  korx ini get ./device.ini NET PORT --default 8080");
+    AddIniCommand(get, c, RunIniGet);
+    AddSection(get, c)->required();
+    AddKey(get, c);
+    get->add_flag("--raw", c.ini.raw, "As it stands in the file, with its quotes");
+    get->add_option("--default", c.ini.fallback, "Printed if there is no such key, section or file")
+        ->type_name("VALUE");
+}
+
+void AddIniDiff(CLI::App& ini, Commands& c) {
+    CLI::App* const diff =
+        Add(ini, "diff",
+            "What lookups find otherwise in a profile than in its backup FILE-, or in OTHER than "
+            "in FILE; status 1 if anything",
+            "  korx ini diff ./device.ini                    what the last change did\n"
+            "  korx ini diff ./device.ini ./other.ini --json");
+    AddIniCommand(diff, c, RunIniDiff)
+        ->add_option("other", c.ini.other, "The newer profile, instead of FILE with its backup")
+        ->type_name("OTHER");
 }
 
 void AddIni(CLI::App& app, Commands& c) {
     CLI::App* const ini = Add(app, "ini", "Read, change and check profiles",
                               "  korx ini get /etc/base.d/base.conf PATH LOG_PATH\n"
                               "  korx ini set ./device.ini NET PORT 8080 --keep-comments\n"
+                              "  korx ini diff ./device.ini\n"
                               "  korx ini check ./device.ini");
     ini->require_subcommand(1);
-    CLI::App* const get = Add(
-        *ini, "get", "Print a value, without the quotes around it; status 1 where there is none",
-        "  korx ini get /etc/base.d/base.conf PATH LOG_PATH");
-    AddIniCommand(get, c, Scope::kKey, RunIniGet)
-        ->add_flag("--raw", c.ini.raw, "As it stands in the file, with its quotes");
+    AddIniGet(*ini, c);
     AddIniSet(*ini, c);
+    AddIniUnset(*ini, c);
     CLI::App* const list =
         Add(*ini, "list", "Print a profile, or one section, as the loader reads it",
             "  korx ini list ./device.ini\n"
             "  korx ini list ./device.ini NET --json");
-    AddIniCommand(list, c, Scope::kFileOrSection, RunIniList);
+    AddSection(AddIniCommand(list, c, RunIniList), c);
     CLI::App* const check = Add(
         *ini, "check", "Name every line that is refused, cut, ignored or read as something else",
         "  korx ini check ./device.ini && echo fine");
-    AddIniCommand(check, c, Scope::kFile, RunIniCheck);
+    AddIniCommand(check, c, RunIniCheck);
+    AddIniDiff(*ini, c);
+    CLI::App* const revert = Add(*ini, "revert",
+                                 "Bring the backup FILE- back, in exchange for the profile; done "
+                                 "twice, nothing has changed",
+                                 "  korx ini revert ./device.ini");
+    AddIniCommand(revert, c, RunIniRevert);
 }
 
 void AddBoard(CLI::App& app, Commands& c) {

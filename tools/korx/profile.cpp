@@ -5,13 +5,24 @@
 #include <string.h>
 
 #include "common.h"
-#include "files.h"
+#include "ini_lines.h"
 
 namespace korx::tool {
 
-std::string ProfileText(const std::string& file) {
+std::string OpenProfileText(const UniqueFd& fd, const std::string& file) {
     constexpr size_t kMost = 16 << 20;
-    return ReadWholeFile(file, kMost);
+    return ReadWholeFile(fd, file, kMost);
+}
+
+std::string ProfileText(const std::string& file) {
+    return OpenProfileText(OpenRegular(file), file);
+}
+
+void RefuseUnloadable(const std::string& file, std::string_view text) {
+    for (const IniLine& line : SplitLines(text))
+        if (line.is_refused)
+            throw Failure{kInput, file + ":" + std::to_string(line.number) +
+                                      ": key or value is too long: the whole file is refused"};
 }
 
 Profile LoadProfile(const std::string& file) {
@@ -21,6 +32,13 @@ Profile LoadProfile(const std::string& file) {
         throw Failure{kInput, SystemError(file, errno)};
     (void) fd.release();  // it is the stream's now, and the loader closes that
     return Profile(KORX_IniLoadProfile(stream));
+}
+
+Profile LoadWholeProfile(const std::string& file) {
+    Profile profile = LoadProfile(file);
+    if (!profile)
+        RefuseUnloadable(file, ProfileText(file));
+    return profile;
 }
 
 const KORX_IniKey* FindKey(const KORX_IniSection* profile, const std::string& section,
@@ -48,10 +66,6 @@ std::string Bracketed(const std::string& section) {
     const bool has_brackets =
         section.size() >= 2 && section.front() == '[' && section.back() == ']';
     return has_brackets ? section : "[" + section + "]";
-}
-
-std::string WithDirectory(const std::string& file) {
-    return file.find('/') == std::string::npos ? "./" + file : file;
 }
 
 }  // namespace korx::tool
