@@ -23,6 +23,19 @@ inline void WriteSecurity(int first, int count) {
         ASSERT_EQ(KORX_SecurityEventLog(1, 2, 1, 3, 4, "event %d", i), 0u);
 }
 
+inline void WriteText(const std::string& directory, int first, int count) {
+    ORX_LogInfo info = {};
+    info.uiLogMode = 3;
+    info.uiModuleId = 80101;
+    info.uiMaxLogLen = 0x80000;
+    strcpy(info.acLogDir, directory.c_str());
+    strcpy(info.acLogFileName, "orx_app.log");
+    KORX_LogInit(&info);
+    unlink((directory + "/orx_app.log").c_str());  // setting it up is a line of its own
+    for (int i = first; i < first + count; ++i)
+        ORX_Log2File(2, "event %d", i);
+}
+
 inline std::vector<std::string> Events(int first, int count) {
     std::vector<std::string> events;
     for (int i = first; i < first + count; ++i)

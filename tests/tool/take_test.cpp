@@ -1,13 +1,20 @@
 // korx log take: what was acknowledged has arrived.
 #include <stdlib.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 
 #include <chrono>
+#include <map>
 #include <random>
 #include <set>
 #include <thread>
 
+#include "base/unique.h"
+#include "common.h"
+#include "log_commands.h"
 #include "logs.h"
+#include "support/faults.h"
+#include "support/processes.h"
 
 namespace korx::test {
 namespace {
@@ -41,12 +48,28 @@ TEST_F(LogTake, AcknowledgesNothingThatWasNotDelivered) {
     }
     fails({system(KORX_TOOL " log take security >&- 2>&-") / 256, "", ""}, 4, "");
     fails(Korx("log take security --output ../log/korx_safe.log"), 2, "");
-    if (disk_is_small) {
-        fails(Korx("log take security --output disk/taken"), 4, "No space left");
-        // What a failed delivery left in the file would be there twice after the next one.
-        EXPECT_EQ(ReadFile("disk/taken"), "before\n");
-        umount("disk");
+    // What a failed delivery left would be there twice after the next one, and a second writer's
+    // records would be cut off with it.
+    const char* const ways[][3] = {
+        {" --output disk/taken; }", "torn", "torn"},
+        {"; } >>disk/taken", "torn", "torn"},
+        {"; status=$?; printf after; exit $status; } 1<>disk/taken", "", "after"}};
+    for (const auto& [way, before, after] : ways) {
+        for (const bool is_locked : {true, false}) {
+            SCOPED_TRACE(way);
+            WriteFile("disk/taken", before);
+            const UniqueFd other(is_locked ? open("disk/taken", O_RDONLY) : -1);
+            (void) flock(other.get(), LOCK_EX);
+            const std::string take = "{ " KORX_TOOL " log take security 2>cmd.err";
+            const int status = is_locked || disk_is_small ? system((take + way).c_str()) / 256 : 4;
+            fails({status, "", ReadFile("cmd.err")}, 4,
+                  is_locked       ? "another korx"
+                  : disk_is_small ? "No space left"
+                                  : "");
+            EXPECT_EQ(ReadFile("disk/taken"), disk_is_small || is_locked ? after : before);
+        }
     }
+    umount("disk");
     // A head that cannot be acknowledged.
     WriteFile(log("korx_safe.log"), ReadFile(log("korx_safe.log")).replace(3, 1, "\x7f"));
     Expect("log take security --json", 5, "offset 0");
@@ -55,6 +78,89 @@ TEST_F(LogTake, AcknowledgesNothingThatWasNotDelivered) {
     if (!disk_is_small)
         GTEST_SKIP() << "all but the full disk passed: cannot mount here";
 }
+
+// The command's work in a child, where its calls can be made to fail: the nth one, all from there
+// on, or it never happens because the process is killed.
+enum class Way { kFails, kAllFail, kKilled };
+constexpr int kUnharmed = 50;
+
+int TakeHarmed(const std::string& file, unsigned nth, Way way, const char* call = "*") {
+    return RunChild([&] {
+        dup2(creat("cmd.err", 0600), STDERR_FILENO);
+        const auto fault = way == Way::kKilled
+                               ? Fault::Kill(call, nth)
+                               : Fault(call, nth, EIO, way == Way::kFails ? 1 : Fault::kAll);
+        tool::Globals globals;
+        globals.json = true;
+        tool::TakeOptions options;
+        options.what = file;
+        options.output = "taken";
+        int status = 0;
+        try {
+            status = tool::RunLogTake(globals, options);
+        } catch (const tool::Failure& failure) {
+            status = failure.status;
+        }
+        return fault.hits() == 0 ? kUnharmed : status;
+    });
+}
+
+struct HarmedTake : BoardTest, testing::WithParamInterface<const char*> {
+    static constexpr int kRecords = 20;
+
+    // How often each record is in the output, behind what somebody else left there.
+    std::map<std::string, int> taken() const {
+        std::map<std::string, int> counts;
+        std::istringstream lines(ReadFile("taken"));
+        std::string line;
+        std::getline(lines, line);
+        EXPECT_EQ(line, "torn");
+        while (std::getline(lines, line))
+            ++counts[nlohmann::json::parse(line, nullptr, false).value("message", line)];
+        return counts;
+    }
+};
+
+TEST_P(HarmedTake, LosesAndTearsNothingWhateverCallFails) {
+    const std::string kind = GetParam();
+    const std::string file = log(kind == "text" ? "orx_app.log" : "korx_safe.log");
+    if (kind == "security")
+        WriteSecurity(0, kRecords);
+    else
+        WriteText(tree.path("log"), 0, kRecords);
+    const std::string bytes = ReadFile(file);
+    for (const Way way : {Way::kFails, Way::kAllFail, Way::kKilled}) {
+        int status = 0;
+        for (unsigned nth = 1; status != kUnharmed; ++nth) {
+            SCOPED_TRACE(kind + " call " + std::to_string(nth) + " way " +
+                         std::to_string(int(way)));
+            WriteFile(file, bytes);
+            WriteFile("taken", "torn");
+            unlink((file + ".cursor").c_str());
+            status = TakeHarmed(file, nth, way);
+            EXPECT_EQ(TakeHarmed(file, 0, Way::kFails), kUnharmed) << ReadFile("cmd.err");
+            const auto counts = taken();
+            EXPECT_EQ(counts.size(), size_t{kRecords});
+            for (const std::string& event : Events(0, kRecords)) {
+                const auto found = counts.find(event);
+                ASSERT_NE(found, counts.end()) << event << " is lost";
+                const bool once = way == Way::kFails && status != tool::kUnchanged;
+                ASSERT_LE(found->second, once ? 1 : 2) << event << " status " << status;
+            }
+            ASSERT_LT(nth, 500u);
+        }
+    }
+}
+
+TEST_F(LogTake, AcknowledgesOnlyWhatIsOnDisk) {
+    WriteSecurity(0, 1);
+    for (const unsigned nth : {1u, 2u})  // the file and its name
+        EXPECT_EQ(TakeHarmed("security", nth, Way::kFails, "fsync"), tool::kOutput) << nth;
+    EXPECT_EQ(ReadFile("taken"), "");
+    EXPECT_EQ(Unread("security"), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, HarmedTake, testing::Values("security", "text"));
 
 TEST_F(LogTake, TellsOfRecordsThatNobodyTookInTime) {
     KORX_DLog(1, 2, 1, 0, 0, "first");

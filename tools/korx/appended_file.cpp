@@ -15,9 +15,10 @@ namespace {
 
 }  // namespace
 
-// Standard output may be open for writing only, and is shared with whoever has started us: a lock on
-// it would exclude none of them, and would outlive us. So the file is opened once more, if it can
-// be, to be locked and read. It is not written to through this: the others would not move along.
+// Standard output may be open for writing only, and is shared with whoever has started us: a lock
+// on it would exclude none of them, and would outlive us. So the file is opened once more, if it
+// can be, to be locked and read. It is not written to through this: the others would not move
+// along.
 AppendedFile::AppendedFile(int fd, std::string name)
     : fd_(fd),
       name_(std::move(name)),
@@ -57,8 +58,8 @@ void AppendedFile::begin(Output* out) {
 // output, too.
 bool AppendedFile::take_back(uint64_t written) {
     struct stat st;
-    const bool is_ours = is_at_end_ && fstat(fd_, &st) == 0 &&
-                         st.st_size == start_ + static_cast<off_t>(written);
+    const bool is_ours =
+        is_at_end_ && fstat(fd_, &st) == 0 && st.st_size == start_ + static_cast<off_t>(written);
     return is_ours && ftruncate(fd_, start_) == 0 && lseek(fd_, start_, SEEK_SET) == start_;
 }
 

@@ -52,9 +52,9 @@ void Confirmation::await(int out_fd) const {
             answer += byte;
     }
     answer.pop_back();
-    const bool is_number =
-        !answer.empty() && std::all_of(answer.begin(), answer.end(),
-                                       [](char c) { return '0' <= c && c <= '9'; });
+    const bool is_number = !answer.empty() && std::all_of(answer.begin(), answer.end(), [](char c) {
+        return '0' <= c && c <= '9';
+    });
     if (is_number && answer != std::to_string(batch_))
         refuse("batch " + answer + " was confirmed instead of " + std::to_string(batch_));
 }

@@ -82,8 +82,7 @@ std::vector<std::string> SplitWords(const std::string& line) {
     return words;
 }
 
-Consumer::Consumer(Waits waits, const std::string& line)
-    : waits_(waits), words_(SplitWords(line)) {
+Consumer::Consumer(Waits waits, const std::string& line) : waits_(waits), words_(SplitWords(line)) {
     // Whoever has started us may ignore it, and then no exit status would be left to wait for.
     signal(SIGCHLD, SIG_DFL);
 }
@@ -109,8 +108,7 @@ void Consumer::commit(uint64_t) {
     if (WIFSIGNALED(status))
         throw Failure{kOutput, words_[0] + ": ended by signal " + std::to_string(WTERMSIG(status))};
     if (status != 0)
-        throw Failure{kOutput,
-                      words_[0] + ": exit status " + std::to_string(WEXITSTATUS(status))};
+        throw Failure{kOutput, words_[0] + ": exit status " + std::to_string(WEXITSTATUS(status))};
 }
 
 // Asked to stop, the command has its batch already: it is asked, too, and its answer counts.
