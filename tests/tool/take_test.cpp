@@ -59,14 +59,12 @@ TEST_F(LogTake, AcknowledgesNothingThatWasNotDelivered) {
             SCOPED_TRACE(way);
             WriteFile("disk/taken", before);
             const UniqueFd other(is_locked ? open("disk/taken", O_RDONLY) : -1);
-            (void) flock(other.get(), LOCK_EX);
+            if (flock(other.get(), LOCK_EX) < 0 && !disk_is_small)
+                continue;
             const std::string take = "{ " KORX_TOOL " log take security 2>cmd.err";
-            const int status = is_locked || disk_is_small ? system((take + way).c_str()) / 256 : 4;
-            fails({status, "", ReadFile("cmd.err")}, 4,
-                  is_locked       ? "another korx"
-                  : disk_is_small ? "No space left"
-                                  : "");
-            EXPECT_EQ(ReadFile("disk/taken"), disk_is_small || is_locked ? after : before);
+            fails({system((take + way).c_str()) / 256, "", ReadFile("cmd.err")}, 4,
+                  is_locked ? "another korx" : "No space left");
+            EXPECT_EQ(ReadFile("disk/taken"), after);
         }
     }
     umount("disk");
