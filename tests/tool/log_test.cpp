@@ -1,48 +1,16 @@
 // korx log, on logs that the library has written.
-#include <poll.h>
 #include <stdlib.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 
-#include <chrono>
 #include <random>
 #include <set>
-#include <thread>
 
-#include "run.h"
+#include "logs.h"
 
 namespace korx::test {
 namespace {
 
-std::vector<std::string> Messages(const Result& result) {
-    std::vector<std::string> messages;
-    for (const auto& record : result.json())
-        messages.push_back(record.value("message", ""));
-    return messages;
-}
-
-void WriteSecurity(int first, int count) {
-    for (int i = first; i < first + count; ++i)
-        ASSERT_EQ(KORX_SecurityEventLog(1, 2, 1, 3, 4, "event %d", i), 0u);
-}
-
-std::vector<std::string> Events(int first, int count) {
-    std::vector<std::string> events;
-    for (int i = first; i < first + count; ++i)
-        events.push_back("event " + std::to_string(i));
-    return events;
-}
-
-uint64_t Unread(const std::string& kind) {
-    uint64_t unread = 0;
-    for (const auto& log : Korx("log list --json").json())
-        if (log["kind"] == kind && log["present"])
-            unread += log["unread"].get<uint64_t>();
-    return unread;
-}
-
 struct LogShow : BoardTest {};
-struct LogTake : BoardTest {};
 struct LogVerify : BoardTest {};
 
 // One record of every kind that has fields of its own.
@@ -154,142 +122,6 @@ TEST_F(LogShow, ShowsOthersLogsToAUserWhoMayOnlyRead) {
     EXPECT_EQ(Unread("security"), 3u);
     chmod(log("korx_safe.log").c_str(), 0600);
     Expect(Korx("log show security", -1, kNobody), 3, log("korx_safe.log"));
-}
-
-TEST_F(LogTake, TakesEveryRecordOnce) {
-    WriteSecurity(0, 5);
-    EXPECT_EQ(Messages(Korx("log take security --json")), Events(0, 5));
-    WriteSecurity(5, 2);
-    for (int i = 0; i < 2; ++i)
-        EXPECT_EQ(Korx("log take all --json --output taken").status, 0);
-    EXPECT_EQ(Messages({0, ReadFile("taken"), ""}), Events(5, 2));
-    EXPECT_EQ(Messages(Korx("log show security --json")), Events(0, 7));
-}
-
-TEST_F(LogTake, AcknowledgesNothingThatWasNotDelivered) {
-    MakeDirs("disk");
-    const bool disk_is_small = mount("small", "disk", "tmpfs", 0, "size=64k") == 0;
-    WriteFile("disk/taken", "before\n");
-    uint64_t written = 0;
-    const auto fails = [&](const Result& result, int status, const char* text) {
-        Expect(result, status, text);
-        EXPECT_EQ(Unread("security"), written) << text;
-    };
-    for (const int count : {3, 897}) {  // few fail at their end, many in the middle
-        WriteSecurity(int(written), count);
-        written += unsigned(count);
-        fails(Korx("log take security --output /dev/full"), 4, "/dev/full");
-        fails(KorxUnheard("log take security"), 4, "nothing acknowledged");
-    }
-    fails({system(KORX_TOOL " log take security >&- 2>&-") / 256, "", ""}, 4, "");
-    fails(Korx("log take security --output ../log/korx_safe.log"), 2, "");
-    if (disk_is_small) {
-        fails(Korx("log take security --output disk/taken"), 4, "No space left");
-        // What a failed delivery left in the file would be there twice after the next one.
-        EXPECT_EQ(ReadFile("disk/taken"), "before\n");
-        umount("disk");
-    }
-    // A head that cannot be acknowledged.
-    WriteFile(log("korx_safe.log"), ReadFile(log("korx_safe.log")).replace(3, 1, "\x7f"));
-    Expect("log take security --json", 5, "offset 0");
-    EXPECT_EQ(ReadFile("cmd.out"), "");
-    EXPECT_EQ(Messages(Korx("log show security --json -n 900")), Events(0, 900));
-    if (!disk_is_small)
-        GTEST_SKIP() << "all but the full disk passed: cannot mount here";
-}
-
-TEST_F(LogTake, TellsOfRecordsThatNobodyTookInTime) {
-    KORX_DLog(1, 2, 1, 0, 0, "first");
-    Expect("log take diag", 0, "first");
-    for (int i = 0; i < 9000; ++i)
-        KORX_DLog(1, 2, 1, 0, 0, "filling the ring more than twice with lines of this size %d", i);
-    const Result result = Korx("log take diag --json");
-    const auto records = result.json();
-    EXPECT_TRUE(records.at(0).value("gap", false));
-    EXPECT_GT(records.at(0).value("lost", 0), 0);
-    EXPECT_TRUE(Has(result.err, "gap"));
-    EXPECT_EQ(Korx("log take diag --json").out, "");
-}
-
-class Follow : Pipe, public Command {
-  public:
-    explicit Follow(const Args& args) : Command(args, ends[1]) {
-        close(ends[1]);
-        setbuf(lines_, nullptr);  // or poll would not see what the stream has read ahead
-    }
-    ~Follow() { close_output(); }
-
-    // The next line's message; "" when none comes in time.
-    std::string next() {
-        pollfd waiting{ends[0], POLLIN, 0};
-        char line[4096];
-        if (poll(&waiting, 1, 5000) <= 0 || fgets(line, sizeof line, lines_) == nullptr)
-            return "";
-        return nlohmann::json::parse(line).value("message", "");
-    }
-    void close_output() {
-        if (FILE* const lines = std::exchange(lines_, nullptr))
-            fclose(lines);
-    }
-    std::string switches() const {
-        const auto status = ReadFile("/proc/" + std::to_string(pid()) + "/status");
-        return status.substr(status.find("voluntary_ctxt_switches"));
-    }
-
-  private:
-    FILE* lines_ = fdopen(ends[0], "r");
-};
-
-TEST_F(LogTake, FollowsWithoutWakingUpForNothingUntilItsReaderGoes) {
-    WriteSecurity(0, 2);
-    Follow follow("log take all -f --json");
-    EXPECT_EQ(follow.next(), "event 0");
-    EXPECT_EQ(follow.next(), "event 1");
-    WriteSecurity(2, 1);
-    EXPECT_EQ(follow.next(), "event 2");
-    KORX_DLog(1, 2, 1, 0, 0, "a log that was not there");
-    EXPECT_EQ(follow.next(), "a log that was not there");
-    WriteFile(log("other"), "not a log of ours");
-    usleep(300000);
-    const std::string before = follow.switches();
-    WriteFile(log("other"), "but written to");
-    usleep(500000);
-    EXPECT_EQ(follow.switches(), before);
-    EXPECT_EQ(Unread("security") + Unread("diag"), 0u);
-    follow.close_output();
-    EXPECT_EQ(follow.wait(), 0);
-    WriteSecurity(3, 1);
-    EXPECT_EQ(Unread("security"), 1u);
-}
-
-TEST_F(LogTake, LosesNothingWhenKilledAgainAndAgain) {
-    constexpr int kRecords = 3000;
-    const pid_t writer = fork();
-    if (writer == 0) {
-        for (int i = 0; i < kRecords; ++i)
-            while (usleep(100), KORX_SecurityEventLog(1, 2, 1, 3, 4, "event %d", i) != 0)
-                continue;
-        _exit(0);
-    }
-    // Some are killed before they have taken anything, some in the middle, some later.
-    const std::string take = "log take security --json --output taken";
-    const auto before = std::chrono::steady_clock::now();
-    EXPECT_EQ(Korx(take).status, 0);
-    const auto one = std::chrono::steady_clock::now() - before;
-    std::mt19937 random(1);
-    int status = 0;
-    while (waitpid(writer, &status, WNOHANG) == 0) {
-        Command taker(take + " -f");
-        std::this_thread::sleep_for(one * (random() % 4096) / 1024);
-    }
-    EXPECT_EQ(Korx(take).status, 0);
-    std::set<std::string> taken;
-    std::istringstream lines(ReadFile("taken"));
-    for (std::string line; std::getline(lines, line);)
-        if (const auto record = nlohmann::json::parse(line, nullptr, false); record.is_object())
-            taken.insert(record.value("message", ""));
-    for (const std::string& event : Events(0, kRecords))
-        EXPECT_EQ(taken.count(event), 1u) << event;
 }
 
 TEST_F(LogShow, FollowsAcrossLapsAndEndsQuietly) {

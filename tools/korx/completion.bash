@@ -10,7 +10,7 @@ _korx() {
         word=${COMP_WORDS[i]}
         case $word in
             -n | --lines | --since | --until | --level | --grep | --section | --process | --dir | \
-                -o | --output | --default) ((++i)) ;;
+                -o | --output | --exec | --ack-fd | --default) ((++i)) ;;
             -*) ;;
             *) words+=("$word") ;;
         esac
@@ -27,7 +27,8 @@ _korx() {
             ;;
         --dir) mapfile -t COMPREPLY < <(compgen -d -- "$cur") ;;
         -o | --output) mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
-        -n | --lines | --grep | --default) ;;
+        -n | --lines | --grep | --ack-fd | --default) ;;
+        --exec) mapfile -t COMPREPLY < <(compgen -c -- "$cur") ;;
         *)
             local command="${words[0]-} ${words[1]-}" choices=
             case $command in
@@ -41,7 +42,7 @@ _korx() {
                     [[ ${#words[@]} -gt 2 ]] || choices+=" $kinds"
                     ;;
                 "log take")
-                    choices="--json --dir --follow --output --help"
+                    choices="--json --dir --follow --output --exec --ack-fd --help"
                     [[ ${#words[@]} -gt 2 ]] || choices+=" $kinds"
                     ;;
                 "log verify") choices="--json --dir --help $kinds" ;;

@@ -20,7 +20,9 @@ int RunLogShow(const Globals& globals, const ShowOptions& options);
 
 struct TakeOptions {
     std::string what;
-    std::string output;  // empty: standard output
+    std::string output;          // empty or "-": standard output
+    std::string command;         // gets the batches instead
+    std::optional<int> answers;  // where the reader of standard output says what it has kept
     bool follow = false;
 };
 int RunLogTake(const Globals& globals, const TakeOptions& options);

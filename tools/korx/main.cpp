@@ -117,11 +117,21 @@ void AddTake(CLI::App& log, Commands& c) {
         "file). The logs may then write over them.",
         "  korx log take security                     to standard output\n"
         "  korx log take all --json --output F        appended to F, synced, then acknowledged\n"
-        "  korx log take all --follow --json | logger as they come");
+        "  korx log take all --follow --json | logger as they come\n"
+        "  korx log take all -f --json --exec 'my-shipper --batch'");
     AddGlobals(take, c, Reads::kLogs);
     AddWhat(take, c.take.what);
     take->add_flag("-f,--follow", c.take.follow, "Go on with what is written from now on");
     take->add_option("-o,--output", c.take.output, "Append to this file")->type_name("FILE");
+    take->add_option("--exec", c.take.command,
+                     "Run this command, without a shell, for each batch of records, which it gets "
+                     "on its standard input; exit status 0 says that it has kept them")
+        ->type_name("COMMAND");
+    take->add_option("--ack-fd", c.take.answers,
+                     "Acknowledge a batch once the reader of standard output has written a line to "
+                     "this descriptor; an empty line (JSON: a line with \"batch\") ends each batch")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("N");
     take->callback([&c] { c.run = [&c] { return RunLogTake(c.globals, c.take); }; });
 }
 

@@ -1,6 +1,7 @@
 // Buffered output that reports every failure and can be made durable.
 #pragma once
 
+#include <stdint.h>
 #include <unistd.h>
 
 #include <string>
@@ -33,6 +34,8 @@ class Output {
     void flush();
     // Flushes, and syncs a regular file.
     void sync();
+    // Bytes that the descriptor has taken so far.
+    uint64_t written() const { return written_; }
     // Drops what is not flushed.
     void discard() { buffer_.clear(); }
     // Writes wait for room in a way that SIGINT and SIGTERM end.
@@ -47,7 +50,7 @@ class Output {
     int fd_;
     std::string name_;
     std::string buffer_;
-    unsigned long long written_ = 0;
+    uint64_t written_ = 0;
     bool interruptible_ = false;
 };
 

@@ -1,0 +1,229 @@
+// korx log take: what was acknowledged has arrived.
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/mount.h>
+
+#include <chrono>
+#include <map>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "base/unique.h"
+#include "common.h"
+#include "log_commands.h"
+#include "logs.h"
+#include "support/faults.h"
+#include "support/processes.h"
+
+namespace korx::test {
+namespace {
+
+struct LogTake : BoardTest {};
+
+TEST_F(LogTake, TakesEveryRecordOnce) {
+    WriteSecurity(0, 5);
+    EXPECT_EQ(Messages(Korx("log take security --json")), Events(0, 5));
+    WriteSecurity(5, 2);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(Korx("log take all --json --output taken").status, 0);
+    EXPECT_EQ(Messages({0, ReadFile("taken"), ""}), Events(5, 2));
+    EXPECT_EQ(Messages(Korx("log show security --json")), Events(0, 7));
+}
+
+TEST_F(LogTake, AcknowledgesNothingThatWasNotDelivered) {
+    MakeDirs("disk");
+    const bool disk_is_small = mount("small", "disk", "tmpfs", 0, "size=64k") == 0;
+    WriteFile("disk/taken", "before\n");
+    uint64_t written = 0;
+    const auto fails = [&](const Result& result, int status, const char* text) {
+        Expect(result, status, text);
+        EXPECT_EQ(Unread("security"), written) << text;
+    };
+    for (const int count : {3, 897}) {  // few fail at their end, many in the middle
+        WriteSecurity(int(written), count);
+        written += unsigned(count);
+        fails(Korx("log take security --output /dev/full"), 4, "/dev/full");
+        fails(KorxUnheard("log take security"), 4, "nothing acknowledged");
+    }
+    fails({system(KORX_TOOL " log take security >&- 2>&-") / 256, "", ""}, 4, "");
+    fails(Korx("log take security --output ../log/korx_safe.log"), 2, "");
+    // What a failed delivery left would be there twice after the next one, and a second writer's
+    // records would be cut off with it.
+    const char* const ways[][3] = {
+        {" --output disk/taken; }", "torn", "torn"},
+        {"; } >>disk/taken", "torn", "torn"},
+        {"; status=$?; printf after; exit $status; } 1<>disk/taken", "", "after"}};
+    for (const auto& [way, before, after] : ways) {
+        for (const bool is_locked : {true, false}) {
+            SCOPED_TRACE(way);
+            WriteFile("disk/taken", before);
+            const UniqueFd other(is_locked ? open("disk/taken", O_RDONLY) : -1);
+            if (flock(other.get(), LOCK_EX) < 0 && !disk_is_small)
+                continue;
+            const std::string take = "{ " KORX_TOOL " log take security 2>cmd.err";
+            fails({system((take + way).c_str()) / 256, "", ReadFile("cmd.err")}, 4,
+                  is_locked ? "another korx" : "No space left");
+            EXPECT_EQ(ReadFile("disk/taken"), after);
+        }
+    }
+    umount("disk");
+    // A head that cannot be acknowledged.
+    WriteFile(log("korx_safe.log"), ReadFile(log("korx_safe.log")).replace(3, 1, "\x7f"));
+    Expect("log take security --json", 5, "offset 0");
+    EXPECT_EQ(ReadFile("cmd.out"), "");
+    EXPECT_EQ(Messages(Korx("log show security --json -n 900")), Events(0, 900));
+    if (!disk_is_small)
+        GTEST_SKIP() << "all but the full disk passed: cannot mount here";
+}
+
+// The command's work in a child, where its calls can be made to fail: the nth one, all from there
+// on, or it never happens because the process is killed.
+enum class Way { kFails, kAllFail, kKilled };
+constexpr int kUnharmed = 50;
+
+int TakeHarmed(const std::string& file, unsigned nth, Way way, const char* call = "*") {
+    return RunChild([&] {
+        dup2(creat("cmd.err", 0600), STDERR_FILENO);
+        const auto fault = way == Way::kKilled
+                               ? Fault::Kill(call, nth)
+                               : Fault(call, nth, EIO, way == Way::kFails ? 1 : Fault::kAll);
+        tool::Globals globals;
+        globals.json = true;
+        tool::TakeOptions options;
+        options.what = file;
+        options.output = "taken";
+        int status = 0;
+        try {
+            status = tool::RunLogTake(globals, options);
+        } catch (const tool::Failure& failure) {
+            status = failure.status;
+        }
+        return fault.hits() == 0 ? kUnharmed : status;
+    });
+}
+
+struct HarmedTake : BoardTest, testing::WithParamInterface<const char*> {
+    static constexpr int kRecords = 20;
+
+    // How often each record is in the output, behind what somebody else left there.
+    std::map<std::string, int> taken() const {
+        std::map<std::string, int> counts;
+        std::istringstream lines(ReadFile("taken"));
+        std::string line;
+        std::getline(lines, line);
+        EXPECT_EQ(line, "torn");
+        while (std::getline(lines, line))
+            ++counts[nlohmann::json::parse(line, nullptr, false).value("message", line)];
+        return counts;
+    }
+};
+
+TEST_P(HarmedTake, LosesAndTearsNothingWhateverCallFails) {
+    const std::string kind = GetParam();
+    const std::string file = log(kind == "text" ? "orx_app.log" : "korx_safe.log");
+    if (kind == "security")
+        WriteSecurity(0, kRecords);
+    else
+        WriteText(tree.path("log"), 0, kRecords);
+    const std::string bytes = ReadFile(file);
+    for (const Way way : {Way::kFails, Way::kAllFail, Way::kKilled}) {
+        int status = 0;
+        for (unsigned nth = 1; status != kUnharmed; ++nth) {
+            SCOPED_TRACE(kind + " call " + std::to_string(nth) + " way " +
+                         std::to_string(int(way)));
+            WriteFile(file, bytes);
+            WriteFile("taken", "torn");
+            unlink((file + ".cursor").c_str());
+            status = TakeHarmed(file, nth, way);
+            EXPECT_EQ(TakeHarmed(file, 0, Way::kFails), kUnharmed) << ReadFile("cmd.err");
+            const auto counts = taken();
+            EXPECT_EQ(counts.size(), size_t{kRecords});
+            for (const std::string& event : Events(0, kRecords)) {
+                const auto found = counts.find(event);
+                ASSERT_NE(found, counts.end()) << event << " is lost";
+                const bool once = way == Way::kFails && status != tool::kUnchanged;
+                ASSERT_LE(found->second, once ? 1 : 2) << event << " status " << status;
+            }
+            ASSERT_LT(nth, 500u);
+        }
+    }
+}
+
+TEST_F(LogTake, AcknowledgesOnlyWhatIsOnDisk) {
+    WriteSecurity(0, 1);
+    for (const unsigned nth : {1u, 2u})  // the file and its name
+        EXPECT_EQ(TakeHarmed("security", nth, Way::kFails, "fsync"), tool::kOutput) << nth;
+    EXPECT_EQ(ReadFile("taken"), "");
+    EXPECT_EQ(Unread("security"), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, HarmedTake, testing::Values("security", "text"));
+
+TEST_F(LogTake, TellsOfRecordsThatNobodyTookInTime) {
+    KORX_DLog(1, 2, 1, 0, 0, "first");
+    Expect("log take diag", 0, "first");
+    for (int i = 0; i < 9000; ++i)
+        KORX_DLog(1, 2, 1, 0, 0, "filling the ring more than twice with lines of this size %d", i);
+    const Result result = Korx("log take diag --json");
+    const auto records = result.json();
+    EXPECT_TRUE(records.at(0).value("gap", false));
+    EXPECT_GT(records.at(0).value("lost", 0), 0);
+    EXPECT_TRUE(Has(result.err, "gap"));
+    EXPECT_EQ(Korx("log take diag --json").out, "");
+}
+
+TEST_F(LogTake, FollowsWithoutWakingUpForNothingUntilItsReaderGoes) {
+    WriteSecurity(0, 2);
+    Follow follow("log take all -f --json");
+    EXPECT_EQ(follow.next(), "event 0");
+    EXPECT_EQ(follow.next(), "event 1");
+    WriteSecurity(2, 1);
+    EXPECT_EQ(follow.next(), "event 2");
+    KORX_DLog(1, 2, 1, 0, 0, "a log that was not there");
+    EXPECT_EQ(follow.next(), "a log that was not there");
+    WriteFile(log("other"), "not a log of ours");
+    usleep(300000);
+    const std::string before = follow.switches();
+    WriteFile(log("other"), "but written to");
+    usleep(500000);
+    EXPECT_EQ(follow.switches(), before);
+    EXPECT_EQ(Unread("security") + Unread("diag"), 0u);
+    follow.close_output();
+    EXPECT_EQ(follow.wait(), 0);
+    WriteSecurity(3, 1);
+    EXPECT_EQ(Unread("security"), 1u);
+}
+
+TEST_F(LogTake, LosesNothingWhenKilledAgainAndAgain) {
+    constexpr int kRecords = 3000;
+    const pid_t writer = fork();
+    if (writer == 0) {
+        for (int i = 0; i < kRecords; ++i)
+            while (usleep(100), KORX_SecurityEventLog(1, 2, 1, 3, 4, "event %d", i) != 0)
+                continue;
+        _exit(0);
+    }
+    // Some are killed before they have taken anything, some in the middle, some later.
+    const std::string take = "log take security --json --output taken";
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(Korx(take).status, 0);
+    const auto one = std::chrono::steady_clock::now() - before;
+    std::mt19937 random(1);
+    int status = 0;
+    while (waitpid(writer, &status, WNOHANG) == 0) {
+        Command taker(take + " -f");
+        std::this_thread::sleep_for(one * (random() % 4096) / 1024);
+    }
+    EXPECT_EQ(Korx(take).status, 0);
+    std::set<std::string> taken;
+    std::istringstream lines(ReadFile("taken"));
+    for (std::string line; std::getline(lines, line);)
+        if (const auto record = nlohmann::json::parse(line, nullptr, false); record.is_object())
+            taken.insert(record.value("message", ""));
+    for (const std::string& event : Events(0, kRecords))
+        EXPECT_EQ(taken.count(event), 1u) << event;
+}
+
+}  // namespace
+}  // namespace korx::test
