@@ -65,8 +65,8 @@ class Printer {
         if (conversion.type == 'd')
             return put_signed(conversion, conversion.is_long ? va_arg(args->list, long)
                                                              : va_arg(args->list, int));
-        const uint64_t value = conversion.is_long ? va_arg(args->list, unsigned long)
-                                                  : va_arg(args->list, unsigned);
+        const uint64_t value =
+            conversion.is_long ? va_arg(args->list, unsigned long) : va_arg(args->list, unsigned);
         if (conversion.has_prefix && value != 0)
             put("0x");
         put_digits(value, conversion.type == 'x' ? 16 : 10, conversion.width);
