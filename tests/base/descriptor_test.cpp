@@ -71,6 +71,7 @@ TEST_F(Lock, OnlyWhatIsHeldIsReleased) {
 TEST_F(Lock, FlockIsGivenBackWhileAChildStillHoldsTheFile) {
     int hold[2];
     ASSERT_EQ(pipe(hold), 0);
+    const UniqueFd end(hold[0]);
     const UniqueFd fd = open_file();
     FlockGuard lock(fd.get());
     ASSERT_TRUE(lock.acquire());

@@ -6,6 +6,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include "base/unique.h"
 #include "support/faults.h"
 #include "support/fixture.h"
 #include "support/processes.h"
@@ -17,15 +18,15 @@ using Support = RoomTest;
 
 TEST_F(Support, FailsTheNthCallOnly) {
     const Fault open_fault{"open", 2, ENOSPC};
-    const int fd = open("x", O_CREAT | O_RDWR, 0640);
-    EXPECT_GE(fd, 0);
+    const UniqueFd fd(open("x", O_CREAT | O_RDWR, 0640));
+    EXPECT_TRUE(fd);
     EXPECT_EQ(open("x", O_RDWR), -1);
     EXPECT_EQ(errno, ENOSPC);
     EXPECT_EQ(Mode("x"), 0640u);
 
     const Fault short_write = Fault::Short("write", 1, 2);
-    EXPECT_EQ(write(fd, "abc", 3), 2);
-    EXPECT_EQ(write(fd, "abc", 3), 3);
+    EXPECT_EQ(write(fd.get(), "abc", 3), 2);
+    EXPECT_EQ(write(fd.get(), "abc", 3), 3);
     EXPECT_EQ(ReadFile("x"), "ababc");
     EXPECT_EQ(open_fault.hits(), 1u);
 }

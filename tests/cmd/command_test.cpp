@@ -1,3 +1,4 @@
+#include "base/unique.h"
 #include "korx/cmd.h"
 
 #include <errno.h>
@@ -160,8 +161,9 @@ TEST_F(Command, GivesTheChildACleanStart) {
     pthread_sigmask(SIG_BLOCK, &mask, nullptr);
     for (const int number : {SIGINT, SIGQUIT, SIGCHLD, SIGPIPE})
         signal(number, SIG_IGN);
+    std::vector<UniqueFd> open;
     for (const int fd : {10, 500, 1023})
-        ASSERT_EQ(dup2(STDOUT_FILENO, fd), fd);
+        open.emplace_back(dup2(STDOUT_FILENO, fd));
 
     EXPECT_EQ(KORX_Execvp("cp /proc/self/status status", " "), 0u);
     const std::string status = ReadFile("status");  // the program's own view

@@ -108,6 +108,7 @@ TEST_F(LogFile, ReopensAVanishedOrReplacedFileAtItsEnd) {
     EXPECT_EQ(LOG_CheckAndCreateFile(file.c_str(), &fd), 0u);
     EXPECT_EQ(lseek(fd, 0, SEEK_CUR), 7);
     EXPECT_EQ(LOG_CheckAndCreateFile(nullptr, &fd), 1u);
+    EXPECT_EQ(close(fd), 0);
 }
 
 TEST_F(LogFile, WaitsForALockThroughSignalsAndFalseDeadlocks) {
@@ -146,11 +147,11 @@ TEST_F(LogFile, AssemblesOnlyRecordsThatFit) {
 
 TEST_F(LogFile, CutsAndRestartsPlainLogs) {
     WriteFile("big", std::string(3000, 'b'));
-    const int fd = open("big", O_RDWR | O_CLOEXEC);
-    lseek(fd, 0, SEEK_END);
-    EXPECT_EQ(LOG_Buff2File(fd, "new", 3, 2000), 0u);
+    const UniqueFd fd(open("big", O_RDWR | O_CLOEXEC));
+    lseek(fd.get(), 0, SEEK_END);
+    EXPECT_EQ(LOG_Buff2File(fd.get(), "new", 3, 2000), 0u);
     EXPECT_EQ(ReadFile("big"), "new" + std::string(1997, 'b'));
-    EXPECT_EQ(LOG_Buff2File(fd, "er", 2, 2000), 0u);
+    EXPECT_EQ(LOG_Buff2File(fd.get(), "er", 2, 2000), 0u);
     EXPECT_EQ(ReadFile("big").substr(0, 6), "newerb");
 }
 

@@ -249,6 +249,7 @@ TEST_F(LockedLogs, ReportsWaitUntilTheLocksAreFree) {
     (void) alarm(20);
     EXPECT_EQ(DBG_LockReg(g_iDLogFileFd, DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, SEEK_SET, 0), 0u);
     (void) alarm(0);
+    EXPECT_EQ(DBG_LockReg(g_iDLogFileFd, DBG_LOCK_SET, DBG_LOCK_RELEASE, 0, SEEK_SET, 0), 0u);
     EXPECT_EQ(waitpid(child, nullptr, WNOHANG), 0) << "the system log was not deaf";
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);

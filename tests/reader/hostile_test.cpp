@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/unique.h"
 #include "korx/log.h"
 #include "korx/plog.h"
 #include "reader/ring_file.h"
@@ -181,6 +182,7 @@ TEST_F(Files, HeldByAWriterAreWaitedForAndThenGivenUp) {
     make_ring(3);
     int ready[2];
     ASSERT_EQ(pipe(ready), 0);
+    const korx::UniqueFd ends[] = {korx::UniqueFd(ready[0]), korx::UniqueFd(ready[1])};
     const pid_t child = fork();
     if (child == 0) {
         (void) DBG_LockReg(fd, DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, 0, 0);

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/unique.h"
 #include "korx/fs.h"
 #include "korx/log.h"
 #include "korx/plog.h"
@@ -349,6 +350,7 @@ TEST_F(Laps, OfTheProcessLogAreToldApartByTime) {
     const std::string path = tree.path("zelk.log");
     int fd = 0;
     ASSERT_EQ(LOG_CheckAndCreateFile(path.c_str(), &fd), 0u);
+    const korx::UniqueFd file(fd);
     Texts written;
     for (unsigned i = 0; i < 3000 && !HasFailure(); ++i) {
         const std::string text = line(Stamp(i) + "[INFO][L:1 M:2][3]", &written);

@@ -21,6 +21,7 @@ struct Ring {
 class TakeOnce : public ::testing::TestWithParam<Ring> {
   protected:
     void SetUp() override { ASSERT_EQ(DLOG_CheckAndCreateFile(kPath, &fd_), 0u); }
+    void TearDown() override { close(fd_); }
 
     // A record of any length up to the longest, some with line ends in their message.
     std::string make_record() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <stdio.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -16,6 +17,10 @@ struct Files : RoomTest {
         const LogReader log(path, kind, &options);
         error = log.error;
         return log.code;
+    }
+    void TearDown() override {
+        if (fd > 0)
+            close(fd);
     }
     // A ring that is open for writing in fd, with nine records in a lap if the limit is kLap.
     void make_ring(unsigned count) {

@@ -7,6 +7,7 @@
 #include <array>
 #include <set>
 
+#include "base/unique.h"
 #include "format/ring.h"
 #include "korx/plog.h"
 #include "reader/log_reader.h"
@@ -74,7 +75,8 @@ class Heads : public ::testing::TestWithParam<Unread> {
         }
     }
 
-    int fd_ = open("/dev/shm/heads", O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const UniqueFd file_{open("/dev/shm/heads", O_RDWR | O_CREAT | O_CLOEXEC, 0600)};
+    const int fd_ = file_.get();
     std::set<State> reached_;
     std::vector<State> found_;
 };

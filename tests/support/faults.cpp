@@ -108,6 +108,15 @@ Untapped::~Untapped() {
     --untapped_depth;
 }
 
+extern "C" void KorxExpectCloseOnExec(const char* name, const char* what, int closes,
+                                      const void* caller) {
+    const char* const module = ModuleOf(caller);
+    if (closes || module == nullptr || IsProgram(module) || !IsCounted(module))
+        return;
+    fprintf(stderr, "%s of \"%s\" is not close-on-exec\n", name, what);
+    abort();
+}
+
 }  // namespace korx::test
 
 extern "C" int KorxTap(const char* name, const void* caller, size_t* bytes) {

@@ -9,6 +9,7 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
@@ -19,6 +20,9 @@
 
 /* True when the call is to fail, with errno set; may lower *bytes. Else errno is kept. */
 int KorxTap(const char* name, const void* caller, size_t* bytes);
+
+/* Ends the test when one of the libraries opens something that a child's program would inherit. */
+void KorxExpectCloseOnExec(const char* name, const char* what, int closes, const void* caller);
 
 static void* Next(const char* symbol) {
     const int saved = errno;
@@ -63,10 +67,23 @@ static void* Next(const char* symbol) {
         return fails ? failure : result;                  \
     }
 
-/* Opening */
-TAP_VARIADIC(open, mode_t, flags, (const char* path, int flags, ...), (path, flags, argument))
-TAP_VARIADIC(openat, mode_t, flags, (int dir, const char* path, int flags, ...),
-             (dir, path, flags, argument))
+/* Opening. Whatever the libraries open must not reach a child's program, whoever starts it. */
+#define TAP_OPEN(name, closes, what, type, last, parameters, arguments)          \
+    int name parameters {                                                        \
+        va_list rest;                                                            \
+        va_start(rest, last);                                                    \
+        type argument = va_arg(rest, type);                                      \
+        va_end(rest);                                                            \
+        FIND_NEXT(int, name, parameters);                                        \
+        KorxExpectCloseOnExec(#name, what, closes, __builtin_return_address(0)); \
+        return FAILS(name, NULL) ? -1 : next arguments;                          \
+    }
+TAP_OPEN(open, flags& O_CLOEXEC, path, mode_t, flags, (const char* path, int flags, ...),
+         (path, flags, argument))
+TAP_OPEN(openat, flags& O_CLOEXEC, path, mode_t, flags, (int dir, const char* path, int flags, ...),
+         (dir, path, flags, argument))
+TAP_OPEN(fcntl, command != F_DUPFD, "a copy", void*, command, (int fd, int command, ...),
+         (fd, command, argument))
 TAP_RELEASE(close, -1, (int fd), (fd))
 /* openat2 has no function of its own. Six arguments are what the longest call takes. */
 long syscall(long number, ...) {
@@ -97,7 +114,6 @@ TAP(int, flock, -1, (int fd, int operation), (fd, operation))
 TAP(int, fchmod, -1, (int fd, mode_t mode), (fd, mode))
 TAP(int, fchown, -1, (int fd, uid_t owner, gid_t group), (fd, owner, group))
 TAP(int, fstat, -1, (int fd, struct stat* st), (fd, st))
-TAP_VARIADIC(fcntl, void*, command, (int fd, int command, ...), (fd, command, argument))
 TAP_VARIADIC(ioctl, void*, request, (int fd, unsigned long request, ...), (fd, request, argument))
 
 /* Names */
@@ -121,7 +137,11 @@ TAP(DIR*, fdopendir, NULL, (int fd), (fd))
 TAP(struct dirent*, readdir, NULL, (DIR * dir), (dir))
 
 /* Streams */
-TAP(FILE*, fopen, NULL, (const char* path, const char* mode), (path, mode))
+FILE* fopen(const char* path, const char* mode) {
+    FIND_NEXT(FILE*, fopen, (const char*, const char*) );
+    KorxExpectCloseOnExec("fopen", path, strchr(mode, 'e') != NULL, __builtin_return_address(0));
+    return FAILS(fopen, NULL) ? NULL : next(path, mode);
+}
 TAP(FILE*, fdopen, NULL, (int fd, const char* mode), (fd, mode))
 TAP_RELEASE(fclose, EOF, (FILE * file), (file))
 TAP(int, fflush, EOF, (FILE * file), (file))
