@@ -75,7 +75,7 @@ class Heads : public ::testing::TestWithParam<Unread> {
         }
     }
 
-    const UniqueFd file_{open("/dev/shm/heads", O_RDWR | O_CREAT | O_CLOEXEC, 0600)};
+    const UniqueFd file_{open("/dev/shm/ring", O_RDWR | O_CREAT | O_CLOEXEC, 0600)};
     const int fd_ = file_.get();
     std::set<State> reached_;
     std::vector<State> found_;
