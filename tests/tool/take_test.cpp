@@ -195,6 +195,72 @@ TEST_F(LogTake, FollowsWithoutWakingUpForNothingUntilItsReaderGoes) {
     EXPECT_EQ(Unread("security"), 1u);
 }
 
+TEST_F(LogTake, AcknowledgesWhatACommandHasKept) {
+    const struct {
+        const char* command;
+        int status;
+        const char* complaint;
+    } kRows[] = {
+        {"cat 'kept", 2, "quote"},
+        {"./missing 'a b'", 4, "./missing: No such file"},
+        {"sh -c 'cat >rest; exit 3'", 4, "exit status 3"},
+        {"sh -c 'cat >rest; kill -9 $$'", 4, "signal 9"},
+        {"sh -c 'cat >rest; kill -PIPE $$'", 4, "signal 13"},
+        {"head -c 1", 4, "before it had read all"},
+        {"sh -c \"cat >kept; echo \\$# \\$* $(ls /proc/self/fd) >kept.env\" '' a\\ b", 0, ""}};
+    WriteSecurity(0, 900);
+    for (const int fd : OpenFiles())  // only those of the command shall be found there
+        (void) (fd > STDERR_FILENO && fcntl(fd, F_SETFD, FD_CLOEXEC));
+    for (const auto& [command, status, complaint] : kRows) {
+        EXPECT_EQ(Unread("security"), 900u) << command;
+        const Result result = Korx({"log", "take", "security", "--json", "--exec", command});
+        EXPECT_EQ(result.status, status) << command;
+        EXPECT_TRUE(Has(result.err, complaint)) << result.err;
+    }
+    EXPECT_EQ(Messages({0, ReadFile("kept"), ""}), Events(0, 900));
+    EXPECT_EQ(ReadFile("kept.env"), "1 a b 0 1 2 3\n");  // the last one is that of ls
+    EXPECT_EQ(Unread("security"), 0u);
+    WriteFile("first", "");
+    Command follow(
+        {"log", "take", "all", "-f", "--exec", "sh -c 'cat >first.new; mv first.new first'"});
+    WriteSecurity(900, 1);
+    for (int i = 0; i < 1000 && (ReadFile("first").empty() || Unread("security") > 0); ++i)
+        usleep(10000);
+    EXPECT_TRUE(Has(ReadFile("first"), "event 900"));
+    const std::string pid = std::to_string(follow.pid());
+    EXPECT_EQ(ReadFile("/proc/" + pid + "/task/" + pid + "/children"), "");
+    EXPECT_EQ(follow.stop(SIGTERM), 0);
+}
+
+TEST_F(LogTake, AcknowledgesWhatItsReaderConfirms) {
+    // The first batch is confirmed, the second is not: by the wrong number, half a line, too early.
+    const std::string kAnswers[][2] = {{"1\n", "1\n"}, {"kept\n", "2"}, {"\n\n", ""}};
+    for (const auto& [first, second] : kAnswers) {
+        SCOPED_TRACE(first + second);
+        const Pipe pipe;
+        const int inherited = dup(pipe.ends[0]);
+        WriteSecurity(0, 1);
+        Follow follow("log take security -f --json --ack-fd " + std::to_string(inherited));
+        close(inherited);
+        close(pipe.ends[0]);
+        EXPECT_EQ(follow.next(), "event 0");
+        EXPECT_EQ(follow.next(), "") << "the end of the batch";
+        EXPECT_EQ(Unread("security"), 1u);
+        EXPECT_EQ(write(pipe.ends[1], first.data(), first.size()), ssize_t(first.size()));
+        for (int i = 0; i < 1000 && Unread("security") > 0; ++i)
+            usleep(10000);
+        WriteSecurity(1, 1);
+        EXPECT_EQ(follow.next(), second.empty() ? "" : "event 1");
+        EXPECT_EQ(write(pipe.ends[1], second.data(), second.size()), ssize_t(second.size()));
+        close(pipe.ends[1]);
+        EXPECT_EQ(follow.wait(), 4);
+        EXPECT_EQ(Unread("security"), 1u);
+        Expect("log take security", 0);
+    }
+    Expect("log take security --ack-fd 77", 2, "77");
+    Expect("log take security --ack-fd 0 --exec cat", 2, "exclude");
+}
+
 TEST_F(LogTake, LosesNothingWhenKilledAgainAndAgain) {
     constexpr int kRecords = 3000;
     const pid_t writer = fork();
