@@ -23,9 +23,12 @@ function(korx_library target)
     target_compile_options(${target} PRIVATE
         -fno-exceptions -fno-rtti -fno-threadsafe-statics -fstack-protector-strong
         -fno-builtin-malloc $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op -Wduplicated-cond>)
-    # Or libgcc would bring a static constructor that asks the processor for its atomics.
+    # Or libgcc would bring a static constructor that asks the processor for its atomics. Elsewhere a
+    # call through the table of addresses is shorter than one with a stub: everything is bound early.
     if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
         target_compile_options(${target} PRIVATE -mno-outline-atomics)
+    else()
+        target_compile_options(${target} PRIVATE -fno-plt)
     endif()
     target_link_options(${target} PRIVATE
         -Wl,--version-script=${exports} -Wl,--as-needed -static-libgcc -Wl,-z,relro,-z,now
