@@ -115,7 +115,14 @@ TAP(int, rmdir, -1, (const char* path), (path))
 TAP(char*, realpath, NULL, (const char* path, char* resolved), (path, resolved))
 TAP(DIR*, opendir, NULL, (const char* path), (path))
 TAP(DIR*, fdopendir, NULL, (int fd), (fd))
-TAP(struct dirent*, readdir, NULL, (DIR * dir), (dir))
+struct dirent* readdir(DIR* dir) {
+    FIND_NEXT(struct dirent*, readdir, (DIR*) );
+    size_t type = DT_WHT; /* a fault may leave it untold */
+    struct dirent* const entry = FAILS(readdir, &type) ? NULL : next(dir);
+    if (entry && type == DT_UNKNOWN)
+        entry->d_type = DT_UNKNOWN;
+    return entry;
+}
 
 /* Streams */
 TAP(FILE*, fopen, NULL, (const char* path, const char* mode), (path, mode))
