@@ -13,6 +13,7 @@
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/sem.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -89,6 +90,8 @@ TAP_LIMIT(&count, ssize_t, pread, -1, (int fd, void* data, size_t count, off_t o
           (fd, data, count, offset))
 TAP_LIMIT(&count, ssize_t, pwrite, -1, (int fd, const void* data, size_t count, off_t offset),
           (fd, data, count, offset))
+TAP_LIMIT(&count, ssize_t, sendfile, -1, (int out, int in, off_t* offset, size_t count),
+          (out, in, offset, count))
 TAP(off_t, lseek, -1, (int fd, off_t offset, int whence), (fd, offset, whence))
 TAP(int, ftruncate, -1, (int fd, off_t length), (fd, length))
 TAP(int, fsync, -1, (int fd), (fd))
