@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,18 +25,39 @@
 #include "base/write_all.h"
 #include "fs/entry.h"
 #include "fs/mode.h"
+#include "fs/protect.h"
+#include "fs/resolve.h"
 
 namespace korx {
 namespace {
 
 constexpr size_t kStepSize = 4096;
 constexpr size_t kLargeStepSize = 65536;  // for files that are larger than it
+constexpr size_t kKernelStepSize = 16 << 20;
 constexpr mode_t kDirectoryMode = 0750;
+
+constexpr int kOpenSource = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+// For reading too, because the opening of a FIFO that has just appeared would wait for a reader.
+constexpr int kOpenDestination = O_RDWR | O_CREAT | O_NOCTTY | O_CLOEXEC;
+constexpr int kOpenTemporary = O_EXCL | O_NOFOLLOW;  // besides
 
 constexpr char kTemporarySuffix[] = ".orxtmp";
 
 constexpr unsigned kReadRetries = 30000;
 constexpr useconds_t kReadPauseUs = 10000;
+
+// Moves what the kernel moves by itself of a regular file's size, without a detour through our
+// memory. What ends that is not looked at. Both positions stand behind what has arrived, so reading
+// and writing go on from there: they find the end, also of files that have grown or whose size is
+// told as 0, or meet the same failure and tell which of the two it was.
+void MoveInKernel(int from, int to, off_t size) {
+    for (off_t left = size; left > 0;) {
+        const ssize_t moved = sendfile(to, from, nullptr, kKernelStepSize);
+        if (moved <= 0)
+            return;
+        left -= moved;
+    }
+}
 
 // Moves everything from one descriptor to the other through buffer. source and destination are the
 // names for the messages.
@@ -67,7 +89,7 @@ uint32_t OpenSource(Source* source) {
         ORX_GetAbsolutePathAndFileName(source->name, resolved.data(), resolved.capacity());
     if (code != kOk)
         return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", source->name, code);
-    source->fd.reset(open(resolved.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    source->fd.reset(open(resolved.c_str(), kOpenSource));
     if (!source->fd)
         return Warn(kFailed, "CopyFile:open file source path %s errno:%d!", source->name, errno);
     if (fstat(source->fd.get(), &source->st) < 0)
@@ -89,23 +111,10 @@ bool IsRefused(const struct stat& st, const Source& source, const char* destinat
     return false;
 }
 
-// Copies to the resolved name of the destination, through buffer, of kStepSize, or a larger one.
-Copied CopyInto(const Source& source, const char* destination, const char* resolved, int flags,
-                char* buffer) {
-    struct stat st;
-    if (stat(resolved, &st) == 0 && IsRefused(st, source, destination))
-        return Copied::kRefused;
-    // Truncated only when it is known what has been opened: the name may lead elsewhere by now. For
-    // reading too, because the opening of a FIFO that has just appeared would wait for a reader.
-    const UniqueFd to(open(resolved, O_RDWR | O_CREAT | O_NOCTTY | O_CLOEXEC | flags,
-                           source.st.st_mode & kPermissionBits));
-    const bool opened = to && fstat(to.get(), &st) == 0;
-    if (opened && IsRefused(st, source, destination))
-        return Copied::kRefused;
-    if (!opened || (S_ISREG(st.st_mode) && ftruncate(to.get(), 0) < 0))
-        return Fail(Copied::kFailed, "CopyFile:open file destination path %s errno:%d!",
-                    destination, errno);
-
+// buffer is of kStepSize.
+Copied FillOpened(const Source& source, const UniqueFd& to, const char* destination, char* buffer) {
+    if (S_ISREG(source.st.st_mode))
+        MoveInKernel(source.fd.get(), to.get(), source.st.st_size);
     // A large buffer is only faster: where there is no memory for it, small steps do.
     const bool is_large = source.st.st_size > off_t{kLargeStepSize};
     const MallocPtr<char> large(is_large ? static_cast<char*>(malloc(kLargeStepSize)) : nullptr);
@@ -116,34 +125,58 @@ Copied CopyInto(const Source& source, const char* destination, const char* resol
     return code == kOk ? Copied::kDone : Copied::kFailed;
 }
 
-// Whether the source has come to stand at the destination's name meanwhile.
-bool IsSource(const char* resolved, const Source& source) {
+// Copies to the resolved name of the destination.
+Copied CopyInto(const Source& source, const char* destination, const char* resolved, int flags,
+                char* buffer) {
     struct stat st;
-    return stat(resolved, &st) == 0 && IsSameFile(st, source.st);
+    if (stat(resolved, &st) == 0 && IsRefused(st, source, destination))
+        return Copied::kRefused;
+    // Truncated only when it is known what has been opened: the name may lead elsewhere by now.
+    const UniqueFd to(
+        open(resolved, kOpenDestination | flags, source.st.st_mode & kPermissionBits));
+    const bool opened = to && fstat(to.get(), &st) == 0;
+    if (opened && IsRefused(st, source, destination))
+        return Copied::kRefused;
+    if (!opened || (S_ISREG(st.st_mode) && ftruncate(to.get(), 0) < 0))
+        return Fail(Copied::kFailed, "CopyFile:open file destination path %s errno:%d!",
+                    destination, errno);
+    return FillOpened(source, to, destination, buffer);
 }
 
-// The raw copy; flags are added to the destination's open.
-uint32_t CopyFile(const char* source_name, const char* destination, int flags) {
-    const MallocPtr<char> buffer(static_cast<char*>(AllocateZeroed(kStepSize)));
+// Removes what a failed copy has left, unless the source has come to stand there meanwhile.
+uint32_t Conclude(Copied copied, const DirectoryText& resolved, const Source& source) {
+    if (copied == Copied::kDone)
+        return kOk;
+    struct stat st;
+    const bool is_source = stat(resolved.c_str(), &st) == 0 && IsSameFile(st, source.st);
+    if (copied == Copied::kFailed && !is_source)
+        (void) KORX_DelFile(resolved.c_str(), resolved.capacity());
+    return kFailed;
+}
+
+MallocPtr<char> MakeBuffer() {
+    return MallocPtr<char>(static_cast<char*>(AllocateZeroed(kStepSize)));
+}
+
+// The raw copy; flags are added to the destination's open. The source may be open already.
+uint32_t CopyFile(Source* source, const char* destination, int flags) {
+    const MallocPtr<char> buffer = MakeBuffer();
     if (!buffer)
         return Fail(kFailed, "Malloc unsuccessfully.");
-    Source source = {source_name, UniqueFd(), {}};
-    const uint32_t opened = OpenSource(&source);
+    const uint32_t opened = source->fd ? kOk : OpenSource(source);
     if (opened != kOk)
         return opened;
 
     DirectoryText resolved;
     Copied copied;
     if (ORX_GetAbsolutePathAndFileName(destination, resolved.data(), resolved.capacity()) == kOk)
-        copied = CopyInto(source, destination, resolved.c_str(), flags, buffer.get());
+        copied = CopyInto(*source, destination, resolved.c_str(), flags, buffer.get());
     else
         copied =
             Fail(Copied::kFailed,
                  "Get the abolute path and file name of file %s unsuccessfully when copy file.",
                  destination);
-    if (copied == Copied::kFailed && !IsSource(resolved.c_str(), source))
-        (void) KORX_DelFile(resolved.c_str(), resolved.capacity());
-    return copied == Copied::kDone ? kOk : kFailed;
+    return Conclude(copied, resolved, *source);
 }
 
 uint32_t FailAsSame(const char* source, const char* destination) {
@@ -194,11 +227,8 @@ uint32_t FailedCopy(uint32_t code, const char* source, const char* destination) 
                 destination, code);
 }
 
-// A file or link that stands at the temporary name is not written through: it goes, and if another
-// takes its place at once, the copy fails.
-uint32_t CopyThroughTemporary(const char* source, const char* temporary, const char* destination) {
-    (void) unlink(temporary);
-    const uint32_t code = CopyFile(source, temporary, O_EXCL | O_NOFOLLOW);
+uint32_t FinishTemporary(uint32_t code, const char* source, const char* temporary,
+                         const char* destination) {
     if (code != kOk)
         return FailedCopy(code, source, temporary);
     if (rename(temporary, destination) < 0) {
@@ -209,17 +239,60 @@ uint32_t CopyThroughTemporary(const char* source, const char* temporary, const c
     return kOk;
 }
 
-}  // namespace
-}  // namespace korx
-
-using namespace korx;
-
-uint32_t KORX_CopyFile(const char* source, uint32_t, const char* destination, uint32_t) {
-    return CopyFile(source, destination, 0);
+// A file or link that stands at the temporary name is not written through: it goes, and if another
+// takes its place at once, the copy fails.
+uint32_t CopyThroughTemporary(Source* source, const char* temporary, const char* destination) {
+    (void) unlink(temporary);
+    return FinishTemporary(CopyFile(source, temporary, kOpenTemporary), source->name, temporary,
+                           destination);
 }
 
-uint32_t KORXFS_CheckCopyFilePara(const char* source, uint32_t source_length,
-                                  const char* destination, uint32_t destination_length) {
+// The copy that there is most often: between paths that are their own resolutions, to a name where
+// nothing stands. Nothing has to be deleted first then, so nothing has to be kept from being the
+// source or on the way to it; and when the temporary file could be made, its name was free and its
+// directory there. All that is found out by doing it, not by looking first.
+class FreshCopy {
+  public:
+    // False when it is none of these: then nothing has been done or said, but source may be open.
+    bool begin(Source* source, const char* destination) {
+        const bool fits = strlen(destination) + sizeof kTemporarySuffix < temporary_.capacity() &&
+                          strlen(NameOf(destination)) + sizeof kTemporarySuffix < kComponentSize &&
+                          temporary_.format("%s%s", destination, kTemporarySuffix);
+        struct stat st;
+        if (!fits || lstat(destination, &st) == 0 || errno != ENOENT)
+            return false;
+        source->fd = OpenAsNamed(source->name, kOpenSource, 0);
+        if (!source->fd || fstat(source->fd.get(), &source->st) < 0) {
+            source->fd.reset();
+            return false;
+        }
+        buffer_ = MakeBuffer();
+        if (buffer_)
+            to_ = OpenAsNamed(temporary_.c_str(), kOpenDestination | kOpenTemporary,
+                              source->st.st_mode & kPermissionBits);
+        return static_cast<bool>(to_);
+    }
+
+    uint32_t finish(const Source& source, const char* destination) {
+        ReportMissing(destination);
+        const char* const temporary = temporary_.c_str();
+        const Copied copied = FillOpened(source, to_, temporary, buffer_.get());
+        to_.reset();
+        DirectoryText resolved;  // differs from temporary below the root, by a slash
+        if (copied != Copied::kDone)
+            (void) ORX_GetAbsolutePathAndFileName(temporary, resolved.data(), resolved.capacity());
+        return FinishTemporary(Conclude(copied, resolved, source), source.name, temporary,
+                               destination);
+    }
+
+  private:
+    DirectoryText temporary_;
+    MallocPtr<char> buffer_;
+    UniqueFd to_;
+};
+
+uint32_t CheckNames(const char* source, uint32_t source_length, const char* destination,
+                    uint32_t destination_length) {
     if (source == nullptr || destination == nullptr)
         return Fail(
             ORXFS_ERR_NULL_PARA,
@@ -231,18 +304,41 @@ uint32_t KORXFS_CheckCopyFilePara(const char* source, uint32_t source_length,
     code = KORX_CheckFileName(destination, destination_length);
     if (code != ORXFS_OK)
         return Fail(code, "[ORXFS-LOCAL] Check filename: %s unsuccessfully!", destination);
+    return strcmp(source, destination) == 0 ? FailAsSame(source, destination) : ORXFS_OK;
+}
 
-    if (strcmp(source, destination) == 0)
-        return FailAsSame(source, destination);
+uint32_t CheckExistence(const char* source) {
     if (KORX_IsFileExist(source) == KORX_FALSE)
         return Warn(ORXFS_ERR_NOT_EXIST, "[ORXFS-LOCAL] File '%s' is not exist!", source);
     return ORXFS_OK;
 }
 
+}  // namespace
+}  // namespace korx
+
+using namespace korx;
+
+uint32_t KORX_CopyFile(const char* source, uint32_t, const char* destination, uint32_t) {
+    Source from = {source, UniqueFd(), {}};
+    return CopyFile(&from, destination, 0);
+}
+
+uint32_t KORXFS_CheckCopyFilePara(const char* source, uint32_t source_length,
+                                  const char* destination, uint32_t destination_length) {
+    const uint32_t code = CheckNames(source, source_length, destination, destination_length);
+    return code == ORXFS_OK ? CheckExistence(source) : code;
+}
+
 uint32_t KORXFS_CopyFile(const char* source, uint32_t source_length, const char* destination,
                          uint32_t overwrite, uint32_t destination_length) {
-    uint32_t code =
-        KORXFS_CheckCopyFilePara(source, source_length, destination, destination_length);
+    uint32_t code = CheckNames(source, source_length, destination, destination_length);
+    if (code != ORXFS_OK)
+        return code;
+    Source from = {source, UniqueFd(), {}};
+    FreshCopy fresh;
+    if (fresh.begin(&from, destination))
+        return fresh.finish(from, destination);
+    code = CheckExistence(source);
     if (code != ORXFS_OK)
         return code;
     const bool exists = KORX_IsFileExist(destination) == KORX_TRUE;
@@ -266,8 +362,8 @@ uint32_t KORXFS_CopyFile(const char* source, uint32_t source_length, const char*
         (void) KORX_Mkdir(target.directory.c_str(), kDirectoryMode);
 
     if (!target.temporary.empty())
-        return CopyThroughTemporary(source, target.temporary.c_str(), destination);
-    code = CopyFile(source, destination, 0);
+        return CopyThroughTemporary(&from, target.temporary.c_str(), destination);
+    code = CopyFile(&from, destination, 0);
     return code == kOk ? kOk : FailedCopy(code, source, destination);
 }
 

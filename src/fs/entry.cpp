@@ -1,5 +1,6 @@
 #include "fs/entry.h"
 
+#include <errno.h>
 #include <limits.h>
 #include <string.h>
 #include <unistd.h>
@@ -72,6 +73,9 @@ PathText FollowLink(const PathText& link, const PathText& target, const char* re
 }  // namespace
 
 bool HoldsSource(const char* path, const char* source) {
+    struct stat removed;
+    if (lstat(path, &removed) < 0 && errno == ENOENT)
+        return false;  // there is nothing to delete
     if (IsDirectoryOfSource(path, source))
         return true;
     const Entry entry(path);

@@ -121,6 +121,10 @@ uint32_t UndoProtectOpened(const UniqueFd& fd, const char* path) {
     return kOk;
 }
 
+void ReportMissing(const char* path) {
+    Log(kLevelInfo, "File '%s' is not exist.", path);
+}
+
 }  // namespace korx
 
 using namespace korx;
@@ -145,7 +149,7 @@ uint32_t KORX_IsFileWriteable(const char* path) {
 
 uint32_t KORX_IsFileProtected(const char* path) {
     if (KORX_IsFileExist(path) == KORX_FALSE) {
-        Log(kLevelInfo, "File '%s' is not exist.", path);
+        ReportMissing(path);
         return KORX_FALSE;
     }
     if (KORX_IsForIoctl(path) == KORX_TRUE && access(path, W_OK) < 0)

@@ -10,4 +10,7 @@ namespace korx {
 // through fd alone. path is the file's name in the messages and is not looked up again.
 uint32_t UndoProtectOpened(const UniqueFd& fd, const char* path);
 
+// What is told of a file that is not there when its protection is asked for.
+void ReportMissing(const char* path);
+
 }  // namespace korx

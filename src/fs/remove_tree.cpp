@@ -54,8 +54,11 @@ class Removal {
     uint32_t remove_directories();
     uint32_t clear_directories();
     Handled handle_entries(DIR* directory, const char* path);
+    Handled handle_entry(int directory, const dirent& entry, const char* path);
     uint32_t push_directory(const char* path);
-    uint32_t remove_file(int directory, const char* name, const char* path, const struct stat& st);
+    int try_file(int directory, const char* name, const char* path);
+    uint32_t retry_file(int directory, const char* name, const char* path, const struct stat& st,
+                        int refusal);
 
     const Directories directories_;
     Tree tree_;
@@ -152,35 +155,51 @@ uint32_t Removal::clear_directories() {
 Handled Removal::handle_entries(DIR* directory, const char* path) {
     Handled handled = Handled::kWithoutDirectory;
     Entries entries(directory);
+    EntryPaths<kDirectorySize> paths(path);
     while (const dirent* const entry = entries.next()) {
-        const char* const name = entry->d_name;
-        DirectoryText full;
-        if (!full.format("%s/%s", path, name))
+        const char* const full = paths.of(entry->d_name);
+        if (full == nullptr)
             return Fail(
                 Handled::kFailed,
                 keeps()
                     ? "print acTmpTopDir, d_name unsuccessfully, acTmpTopDir=%s, acTmpTopDir=%s."
                     : "print Diretory unsuccessfully, Diretory=%s/%s",
-                path, name);
-
-        struct stat st;
-        if (fstatat(dirfd(directory), name, &st, AT_SYMLINK_NOFOLLOW) < 0) {
-            Log(kLevelWarning, "lstat Diretory %s unsuccessfully, errno:%d.", full.c_str(), errno);
-            continue;
-        }
-        if (S_ISDIR(st.st_mode))
-            handled = Handled::kWithDirectory;
-        const uint32_t result = S_ISDIR(st.st_mode)
-                                    ? push_directory(full.c_str())
-                                    : remove_file(dirfd(directory), name, full.c_str(), st);
-        if (result != kOk)
-            return Handled::kFailed;
+                path, entry->d_name);
+        const Handled one = handle_entry(dirfd(directory), *entry, full);
+        if (one == Handled::kFailed)
+            return one;
+        if (one == Handled::kWithDirectory)
+            handled = one;
     }
     // What could not be read keeps its directory from being removed, but a kept directory would
     // pass for cleared.
     if (entries.error() != 0 && keeps())
         return Fail(Handled::kFailed, "Dir:%s not Exist, errno:%d!", path, entries.error());
     return handled;
+}
+
+// What is listed as anything but a directory is deleted without a look at it: unlinkat takes no
+// directory, if one stands there by now. Only what cannot be deleted is looked at, and whatever the
+// look tells is reported as if it had come first. A directory is always looked at, since one that
+// has gone meanwhile is skipped here, but ends everything where it cannot be opened.
+Handled Removal::handle_entry(int directory, const dirent& entry, const char* path) {
+    const bool is_listed_as_file = entry.d_type != DT_DIR && entry.d_type != DT_UNKNOWN;
+    int refusal = is_listed_as_file ? try_file(directory, entry.d_name, path) : 0;
+    if (is_listed_as_file && refusal == 0)
+        return Handled::kWithoutDirectory;
+
+    struct stat st;
+    if (fstatat(directory, entry.d_name, &st, AT_SYMLINK_NOFOLLOW) < 0) {
+        Log(kLevelWarning, "lstat Diretory %s unsuccessfully, errno:%d.", path, errno);
+        return Handled::kWithoutDirectory;
+    }
+    if (S_ISDIR(st.st_mode))
+        return push_directory(path) == kOk ? Handled::kWithDirectory : Handled::kFailed;
+    if (!is_listed_as_file)
+        refusal = try_file(directory, entry.d_name, path);
+    if (refusal != 0 && retry_file(directory, entry.d_name, path, st, refusal) != kOk)
+        return Handled::kFailed;
+    return Handled::kWithoutDirectory;
 }
 
 uint32_t Removal::push_directory(const char* path) {
@@ -220,20 +239,24 @@ void Unprotect(int directory, const char* name, const char* path) {
     (void) UndoProtectOpened(fd, path);
 }
 
-uint32_t Removal::remove_file(int directory, const char* name, const char* path,
-                              const struct stat& st) {
-    if (unlinkat(directory, name, 0) == 0) {
-        if (keeps())
-            Log(kLevelInfo, "Delete the file %s Successfully.", path);
-        return kOk;
-    }
+// Returns 0 or the errno of the failure, which is not reported.
+int Removal::try_file(int directory, const char* name, const char* path) {
+    if (unlinkat(directory, name, 0) < 0)
+        return errno;
+    if (keeps())
+        Log(kLevelInfo, "Delete the file %s Successfully.", path);
+    return 0;
+}
+
+uint32_t Removal::retry_file(int directory, const char* name, const char* path,
+                             const struct stat& st, int refusal) {
     if (keeps())
         Log(kLevelErr, "Delete the file %s unsuccessfully, because %d, unprotect and try it again,",
-            path, errno);
+            path, refusal);
     else
         Log(kLevelInfo,
             "Delete the file %s unsuccessfully, because %d, unprotect and try it again.", path,
-            errno);
+            refusal);
     if (S_ISREG(st.st_mode))
         Unprotect(directory, name, path);
 

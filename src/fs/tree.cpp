@@ -24,7 +24,7 @@ UniqueDir ReadDirectory(UniqueFd fd) {
 
 // The entries that every directory has.
 bool IsDotName(const char* name) {
-    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
 }  // namespace
@@ -49,33 +49,45 @@ bool Tree::begin(const char* start) {
 }
 
 UniqueDir Tree::open_directory(const char* path) {
-    return ReadDirectory(enter(path));
+    if (!open_root())
+        return nullptr;
+    const char* const below = path + start_length_;
+    return ReadDirectory(*below == '\0' ? enter_start() : enter(below));
 }
 
 int Tree::remove_directory(const char* path) {
     if (path[start_length_] == '\0')
         return rmdir(path) == 0 ? 0 : errno;
-    const UniqueFd parent = enter(DirectoryOf(path));
-    const bool removed = parent && unlinkat(parent.get(), NameOf(path), AT_REMOVEDIR) == 0;
+    if (!open_root())
+        return errno;
+    const std::string_view above = DirectoryOf(path + start_length_);
+    const bool is_in_start = above.size() <= 1;  // "/" alone, the slash behind the start path
+    const UniqueFd parent = is_in_start ? UniqueFd() : enter(above);
+    const int fd = is_in_start ? root_.get() : parent.get();
+    const bool removed = fd >= 0 && unlinkat(fd, NameOf(path), AT_REMOVEDIR) == 0;
     return removed ? 0 : errno;
 }
 
 // The start directory is opened once, by its name, which may be a link: that is the caller's
 // choice.
-UniqueFd Tree::enter(std::string_view path) {
+bool Tree::open_root() {
     if (!root_)
         root_.reset(open(start_.c_str(), kOpenDirectory));
-    if (!root_)
-        return UniqueFd();
+    return static_cast<bool>(root_);
+}
 
-    path.remove_prefix(start_length_);
-    DirectoryText below;
-    (void) strncpy_s(below.data(), below.capacity(), path.data(), path.size());
-    UniqueFd directory = enter_start();
+// A directory below the start directory.
+UniqueFd Tree::enter(std::string_view below) {
+    DirectoryText text;
+    (void) strncpy_s(text.data(), text.capacity(), below.data(), below.size());
     char* rest = nullptr;
-    for (const char* name = strtok_r(below.data(), "/", &rest); directory && name != nullptr;
-         name = strtok_r(nullptr, "/", &rest))
-        directory.reset(openat(directory.get(), name, kOpenDirectory | O_NOFOLLOW));
+    UniqueFd directory;
+    int parent = root_.get();
+    for (const char* name = strtok_r(text.data(), "/", &rest); parent >= 0 && name != nullptr;
+         name = strtok_r(nullptr, "/", &rest)) {
+        directory.reset(openat(parent, name, kOpenDirectory | O_NOFOLLOW));
+        parent = directory.get();
+    }
     return directory;
 }
 

@@ -3,6 +3,7 @@
 
 #include <dirent.h>
 #include <stddef.h>
+#include <string.h>
 
 #include <string_view>
 
@@ -26,6 +27,31 @@ class Entries {
     int error_ = 0;
 };
 
+// The paths of a directory's entries, of at most N - 1 characters: the directory's own path, which
+// is no longer, is written once, and each name is put behind it.
+template <size_t N>
+class EntryPaths {
+  public:
+    // An empty directory is where the paths start: there they are the names.
+    explicit EntryPaths(const char* directory) : length_(strlen(directory)) {
+        memcpy(text_, directory, length_);
+        if (length_ > 0)
+            text_[length_++] = '/';
+    }
+    // Null when it does not fit. It lasts until the next one.
+    const char* of(const char* name) {
+        const size_t size = strlen(name) + 1;
+        if (size > N - length_)
+            return nullptr;
+        memcpy(text_ + length_, name, size);
+        return text_;
+    }
+
+  private:
+    char text_[N];
+    size_t length_;
+};
+
 // A subdirectory for reading; null, with errno, for anything else and for a link to one.
 UniqueDir OpenSubdirectory(DIR* directory, const char* name);
 
@@ -44,7 +70,8 @@ class Tree {
     int remove_directory(const char* path);
 
   private:
-    UniqueFd enter(std::string_view path);
+    bool open_root();
+    UniqueFd enter(std::string_view below);
     UniqueFd enter_start();
 
     DirectoryText start_;

@@ -26,15 +26,10 @@ uint32_t ComposeDirectory(const char* root, const char* directory, FullPathText*
     return kOk;
 }
 
-uint32_t ComposeEntry(const char* directory, const char* name, FullPathText* path) {
-    if (directory[0] == '\0') {
-        if (!path->format("%s", name))
-            return Fail(kFailed, "Print DirEntName unsuccessfully, DirEntName=%s", name);
-    } else if (!path->format("%s/%s", directory, name)) {
-        return Fail(kFailed, "Print RelFilePath unsuccessfully, RelFilePath=%s/%s", directory,
-                    name);
-    }
-    return kOk;
+uint32_t RefuseEntry(const char* directory, const char* name) {
+    if (directory[0] == '\0')
+        return Fail(kFailed, "Print DirEntName unsuccessfully, DirEntName=%s", name);
+    return Fail(kFailed, "Print RelFilePath unsuccessfully, RelFilePath=%s/%s", directory, name);
 }
 
 uint32_t WalkEntries(const Walk& walk, const char* directory_path, DIR* directory);
@@ -64,15 +59,16 @@ bool IsWalked(const struct dirent& entry) {
 uint32_t WalkEntries(const Walk& walk, const char* directory_path, DIR* directory) {
     uint32_t stop = KORX_FALSE;
     Entries entries(directory);
+    EntryPaths<kFullPathSize> paths(directory_path);
     while (const dirent* const entry = entries.next()) {
         if (!IsWalked(*entry))
             continue;
-        FullPathText path;
-        if (ComposeEntry(directory_path, entry->d_name, &path) != kOk)
-            return kFailed;
+        const char* const path = paths.of(entry->d_name);
+        if (path == nullptr)
+            return RefuseEntry(directory_path, entry->d_name);
         const uint32_t result = entry->d_type == DT_DIR
-                                    ? EnterDirectory(walk, directory, entry->d_name, path.c_str())
-                                    : walk.on_file(walk.root, path.c_str(), &stop, walk.context);
+                                    ? EnterDirectory(walk, directory, entry->d_name, path)
+                                    : walk.on_file(walk.root, path, &stop, walk.context);
         if (result != kOk)
             return result;
         if (stop != KORX_FALSE)

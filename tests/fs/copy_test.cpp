@@ -35,11 +35,29 @@ TEST_F(Copy, MovesContentAndPermissions) {
         EXPECT_EQ(Safe("./from", "./to"), 0u);
         EXPECT_EQ(ReadFile("to"), content) << size;
         EXPECT_EQ(Mode("to"), 0751u) << "the source's, less the umask";
+        // The kernel moves all of it, or nothing, or only a part.
         const Fault interrupted("write", 1, EINTR, 3);
         const Fault cut = Fault::Short("write", 4, 10, 2);
-        EXPECT_EQ(Raw("./from", "./to"), 0u);
-        EXPECT_EQ(ReadFile("to"), content) << size;
+        for (const unsigned part : {1, 2, 3}) {
+            const Fault short_step = Fault::Short("sendfile", 1, 5000, 2);
+            const Fault no_more("sendfile", part, EINVAL, Fault::kAll);
+            EXPECT_EQ(Raw("./from", "./to"), 0u);
+            EXPECT_EQ(ReadFile("to"), content) << size << " after " << part;
+        }
     }
+}
+
+// Holes, a size that is told as 0, and what grows while it is copied.
+TEST_F(Copy, TrustsNoSize) {
+    ASSERT_EQ(truncate("from", 300000), 0);
+    EXPECT_EQ(Raw("./from", "./to"), 0u);
+    EXPECT_EQ(ReadFile("to"), ReadFile("from"));
+    EXPECT_EQ(Raw("/proc/version", "./to"), 0u);
+    EXPECT_EQ(ReadFile("to"), ReadFile("/proc/version"));
+    const Fault growth =
+        Fault::Meanwhile("read", 1, [] { ASSERT_EQ(truncate("from", 600000), 0); });
+    EXPECT_EQ(Raw("./from", "./to"), 0u);
+    EXPECT_EQ(ReadFile("to").size(), 600000u);
 }
 
 TEST_F(Copy, FailureLeavesNoDestination) {
@@ -60,6 +78,9 @@ TEST_F(Copy, FailureLeavesNoDestination) {
           Row{"write", 2, ENOSPC, "E Write file [./to] unsuccessfully, writeCnt [-1].\n", ""},
           Row{"read", 2, EINTR, "E Read file [./from] unsuccessfully, errno:4.\n", ""}}) {
         WriteFile("to", "old");
+        // What the kernel gives up is read and written: that tells what is wrong.
+        const Fault part = Fault::Short("sendfile", 1, 1000);
+        const Fault given_up("sendfile", 2, ENOSPC, Fault::kAll);
         const Fault fault(row.call, row.nth, row.error);
         EXPECT_EQ(Raw("./from", "./to"), kFailed) << row.line;
         EXPECT_TRUE(logged().starts_with(row.line)) << row.line;
@@ -188,6 +209,52 @@ TEST_F(Copy, NeverDeletesItsSource) {
         EXPECT_EQ(levels() == "E", row.result != 0) << row.what;
         for (const char* name : {"link", "chain", "hard", "dlink"})
             unlink(name);
+    }
+}
+
+// Between clean names, to one where nothing stands, less is looked at: nobody can tell.
+TEST_F(Copy, TakesAShorterWayToTheSameEnd) {
+    const auto nothing = [] {};
+    const struct {
+        const char* what;
+        std::function<void()> prepare;
+        const char *source, *destination, *call;
+        unsigned looks;  // that the short way needs still, in calls of realpath
+    } rows[] = {
+        {"fresh", nothing, "from", "w/to", "", 0},
+        {"old", [] { WriteFile("w/to", "old"); }, "from", "w/to", "", 2},
+        {"dangling", [] { (void) symlink("x", "w/to"); }, "from", "w/to", "", 2},
+        {"temporary", [] { WriteFile("w/to.orxtmp", "old"); }, "from", "w/to", "", 1},
+        {"itself", [] { WriteFile("w/to.orxtmp", "src"); }, "w/to.orxtmp", "w/to", "", 0},
+        {"no directory", nothing, "from", "w/a/to", "", 1},
+        {"linked directory", [] { (void) symlink(".", "w/l"); }, "from", "w/l/to", "", 1},
+        {"linked source", [] { (void) symlink("../from", "w/l"); }, "w/l", "w/to", "", 2},
+        {"no source", nothing, "none", "w/to", "", 0},
+        {"a directory", nothing, "w", "w/to", "", 1},
+        {"unwritten", nothing, "from", "w/to", "write", 1},
+        {"unread", nothing, "from", "w/to", "read", 1},
+        {"unmoved", nothing, "from", "w/to", "rename", 0},
+    };
+    for (const auto& row : rows) {
+        std::string ends[2];
+        for (const bool is_long : {false, true}) {
+            MakeDirs("w");
+            row.prepare();
+            const auto open_before = OpenFiles();
+            (void) logged();
+            const Fault unnamed("syscall", is_long ? 1 : 99, EACCES, Fault::kAll);
+            const Fault given_up("sendfile", *row.call == '\0' ? 99 : 1, EINVAL, Fault::kAll);
+            const Fault fault(*row.call == '\0' ? "fsync" : row.call, 1, EIO);
+            const CallCount looks("realpath");
+            const std::string to = tree.path(row.destination);
+            const uint32_t code = Safe(tree.path(row.source), to);
+            EXPECT_TRUE(is_long || looks.value() == row.looks) << row.what << looks.value();
+            ends[is_long] = std::to_string(code) + "\n" + logged() + ReadFile(to);
+            ends[is_long] += Exists(to + ".orxtmp") ? " and a temporary file" : "";
+            EXPECT_EQ(OpenFiles(), open_before) << row.what;
+            ORX_RmParentDir("w", 1);
+        }
+        EXPECT_EQ(ends[0], ends[1]) << row.what;
     }
 }
 

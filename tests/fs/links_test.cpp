@@ -1,3 +1,4 @@
+#include <dirent.h>
 #include <set>
 
 #include "fs/fs_test.h"
@@ -184,6 +185,10 @@ TEST_F(Walk, SeesEveryFileAndLinkOnce) {
     EXPECT_EQ(all.files, seen.files);
     EXPECT_EQ(KORX_WalkDirRecurInner("r", "a/deep", Seen::Directory, Seen::File, &below), 0u);
     EXPECT_EQ(below.files, (Names{"a/deep/4", "a/deep/er/5"}));
+    Seen none;
+    const Fault untold = Fault::Short("readdir", 1, DT_UNKNOWN, Fault::kAll);
+    EXPECT_EQ(none.walk("r"), 0u);
+    EXPECT_TRUE(none.files.empty() && none.directories.empty());
 }
 
 TEST_F(Walk, TurnsWhereItIsTold) {

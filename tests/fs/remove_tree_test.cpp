@@ -1,3 +1,4 @@
+#include <dirent.h>
 #include <dlfcn.h>
 #include <sys/inotify.h>
 #include <sys/resource.h>
@@ -24,6 +25,11 @@ namespace {
 
 constexpr int32_t kKeep = 0;
 constexpr int32_t kAll = 1;
+
+// Directories whose file system does not tell what their entries are.
+Fault UntoldTypes(unsigned from) {
+    return Fault::Short("readdir", from, DT_UNKNOWN, Fault::kAll);
+}
 
 struct RemoveTree : FsTest {
     ~RemoveTree() override { after_look = nullptr; }
@@ -65,6 +71,43 @@ TEST_F(RemoveTree, RemovesEverythingOrKeepsTheDirectories) {
     EXPECT_EQ(logged(), "");
     EXPECT_FALSE(Exists("t"));
     EXPECT_EQ(ReadFile("keep/file"), "kept");
+}
+
+// What is listed as a file is deleted at once, anything else is looked at first: nobody can tell.
+TEST_F(RemoveTree, LooksAtEntriesOnlyWhereItMust) {
+    for (const int32_t mode : {kKeep, kAll}) {
+        std::multiset<std::string> lines[2];
+        for (const unsigned untold : {0, 1}) {
+            build();
+            const Fault types = UntoldTypes(untold == 0 ? 9999 : 1), refused("unlinkat", 2, EPERM);
+            unsigned looks = 0;
+            after_look = [&looks](const char*) { ++looks; };
+            EXPECT_EQ(ORX_RmParentDir("t", mode), 0u);
+            EXPECT_EQ(looks, untold == 0 ? 4u + 1u : 14u) << "directories, and what is refused";
+            EXPECT_EQ(Exists("t/a/b/c"), mode == kKeep);
+            EXPECT_FALSE(Exists("t/file") || Exists("t/a/fifo"));
+            for (const SyslogLine& line : syslog.lines())
+                lines[untold].insert(line.text);
+            syslog.clear();
+        }
+        EXPECT_EQ(lines[0].size(), lines[1].size());
+        EXPECT_EQ(lines[0], lines[1]);
+    }
+    const struct {
+        std::function<void()> meanwhile;
+        std::string line;
+    } rows[] = {
+        {[] { unlink("t/f"); }, "W lstat Diretory t/f unsuccessfully, errno:2.\n"},
+        {[] { unlink("t/f"), MakeDirs("t/f/g"); }, ""},
+    };
+    for (const auto& row : rows) {
+        MakeDirs("t");
+        WriteFile("t/f", "");
+        const Fault change = Fault::Meanwhile("unlinkat", 1, row.meanwhile);
+        EXPECT_EQ(ORX_RmParentDir("t", kAll), 0u);
+        EXPECT_EQ(logged(), row.line);
+        EXPECT_FALSE(Exists("t"));
+    }
 }
 
 TEST_F(RemoveTree, StartMayBeMissingOrALink) {
@@ -225,6 +268,7 @@ TEST_F(RemoveTree, StaysInTheTreeWhenEntriesAreSwapped) {
             ASSERT_EQ(rename(row.moved, "moved"), 0);
             ASSERT_EQ(symlink(row.link, row.moved), 0);
         };
+        const Fault types = UntoldTypes(row.moment == "last" ? 1 : 9999);
         (void) ORX_RmParentDir("t", row.mode);
         EXPECT_TRUE(Exists("moved") && Exists("keep/victim")) << row.moment;
         EXPECT_EQ(ReadFile("keep/file"), "kept");

@@ -31,7 +31,8 @@ class Fault {
         return Fault(name, nth, Action::kKill, 0, 0, 1);
     }
 
-    // The nth read or write moves at most bytes, and the nth usleep lasts no longer.
+    // The nth read, write or sendfile moves at most bytes, and the nth usleep lasts no longer; of a
+    // readdir that may tell no byte the entry's type stays unknown.
     [[nodiscard]] static Fault Short(const char* name, unsigned nth, size_t bytes, int count = 1) {
         return Fault(name, nth, Action::kShorten, 0, bytes, count);
     }

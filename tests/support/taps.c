@@ -14,6 +14,7 @@
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/sem.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -106,6 +107,8 @@ TAP_LIMIT(&count, ssize_t, pread, -1, (int fd, void* data, size_t count, off_t o
           (fd, data, count, offset))
 TAP_LIMIT(&count, ssize_t, pwrite, -1, (int fd, const void* data, size_t count, off_t offset),
           (fd, data, count, offset))
+TAP_LIMIT(&count, ssize_t, sendfile, -1, (int out, int in, off_t* offset, size_t count),
+          (out, in, offset, count))
 TAP(off_t, lseek, -1, (int fd, off_t offset, int whence), (fd, offset, whence))
 TAP(int, ftruncate, -1, (int fd, off_t length), (fd, length))
 TAP(int, fsync, -1, (int fd), (fd))
@@ -134,7 +137,14 @@ TAP(int, rmdir, -1, (const char* path), (path))
 TAP(char*, realpath, NULL, (const char* path, char* resolved), (path, resolved))
 TAP(DIR*, opendir, NULL, (const char* path), (path))
 TAP(DIR*, fdopendir, NULL, (int fd), (fd))
-TAP(struct dirent*, readdir, NULL, (DIR * dir), (dir))
+struct dirent* readdir(DIR* dir) {
+    FIND_NEXT(struct dirent*, readdir, (DIR*) );
+    size_t type = DT_WHT; /* a fault may leave it untold */
+    struct dirent* const entry = FAILS(readdir, &type) ? NULL : next(dir);
+    if (entry && type == DT_UNKNOWN)
+        entry->d_type = DT_UNKNOWN;
+    return entry;
+}
 
 /* Streams */
 FILE* fopen(const char* path, const char* mode) {
