@@ -178,16 +178,16 @@ bool SetOrAdd(Profile* profile, const char* section_name, const char* key_name, 
 
 // A profile that is to be changed, from the file that stays open until it is saved.
 struct Loaded {
-    UniqueFile stream;
+    UniqueFd fd;
     Profile profile;
     LoadStatus status = LoadStatus::kReadError;
 };
 
 uint32_t Load(const char* file, const DirectoryText& path, Loaded* loaded) {
-    loaded->stream = OpenProfile(path.c_str());
-    if (!loaded->stream)
+    loaded->fd = OpenProfile(path.c_str());
+    if (!loaded->fd)
         return Fail(kFailed, "Can't Read File %s, errno: %d.", file, errno);
-    loaded->status = LoadProfile(loaded->stream.get(), &loaded->profile);
+    loaded->status = LoadProfile(loaded->fd.get(), &loaded->profile);
     if (loaded->status == LoadStatus::kLoadedInPart)
         Log(kLevelErr, "[ORX] File %s holds a line that a change would cut or reinterpret.", file);
     return kOk;
@@ -221,7 +221,7 @@ TryResult ChangeExisting(const LockFile& lock, const char* file, const char* sec
                     "[ORX] Key %s is not exist in file %s under %s section.", key_name, file,
                     section_name);
     StoreValue(key, value);
-    return SaveChange(file, path.c_str(), loaded.stream.get(), loaded.profile.get());
+    return SaveChange(file, path.c_str(), loaded.fd.get(), loaded.profile.get());
 }
 
 TryResult ChangeOrAdd(const LockFile& lock, const char* file, const char* section, const char* key,
@@ -241,7 +241,7 @@ TryResult ChangeOrAdd(const LockFile& lock, const char* file, const char* sectio
                     "[ORX] Load file %s unsuccessfully.", file);
     if (!SetOrAdd(&loaded.profile, section, key, value))
         return KORX_INI_ERR_NO_MEMORY;
-    return SaveChange(file, path.c_str(), loaded.stream.get(), loaded.profile.get());
+    return SaveChange(file, path.c_str(), loaded.fd.get(), loaded.profile.get());
 }
 
 }  // namespace

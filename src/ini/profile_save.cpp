@@ -84,13 +84,20 @@ void TakeOverOwnership(int from, int to) {
 }
 
 // A failed write stays in the stream's error indicator, where it is looked for.
+void WriteText(FILE* out, const char* text, const char* end) {
+    (void) fputs_unlocked(text, out);
+    (void) fputs_unlocked(end, out);
+}
+
 void WriteProfile(FILE* out, const KORX_IniSection* profile) {
     for (const auto* section = profile; section != nullptr; section = section->pstNext) {
         if (section != profile)
-            (void) fprintf(out, "\n");
-        (void) fprintf(out, "%s\n", section->acName);
-        for (const auto* key = section->pstFirstKey; key != nullptr; key = key->pstNext)
-            (void) fprintf(out, "%s=%s\n", key->acKey, key->acValue);
+            WriteText(out, "", "\n");
+        WriteText(out, section->acName, "\n");
+        for (const auto* key = section->pstFirstKey; key != nullptr; key = key->pstNext) {
+            WriteText(out, key->acKey, "=");
+            WriteText(out, key->acValue, "\n");
+        }
     }
 }
 
@@ -121,8 +128,8 @@ void SyncDirectory(const char* path) {
 // which was resolved once; the messages speak of the names that the caller knows.
 class Save {
   public:
-    Save(const char* file, const char* path, FILE* old, const TemporaryName& temporary)
-        : file_(file), path_(path), old_(old), temporary_(temporary), old_lock_(fileno(old)) {
+    Save(const char* file, const char* path, int old, const TemporaryName& temporary)
+        : file_(file), path_(path), old_(old), temporary_(temporary), old_lock_(old) {
         (void) temporary_path_.format("%s+", path);  // fits: a path has at most 255 characters
     }
     Save(const Save&) = delete;
@@ -148,13 +155,13 @@ class Save {
     // Whoever held the lock on F before may have put another version there, and a saver who knows
     // nothing of F.lock may have taken F+ away.
     bool is_undisturbed() const {
-        return FileId::OfOpen(fileno(old_)).is_same_as(FileId::At(path_)) &&
+        return FileId::OfOpen(old_).is_same_as(FileId::At(path_)) &&
                is_written_file(temporary_path_.c_str());
     }
 
     const char* const file_;
     const char* const path_;
-    FILE* const old_;
+    const int old_;
     const TemporaryName& temporary_;
     FullPathText temporary_path_;
     UniqueFd new_fd_;  // until it has become the stream
@@ -189,7 +196,7 @@ bool Save::create() {
     new_lock_.move_to(new_fd_.get());
     if (!LockOrReport(&new_lock_, temporary_.c_str()) || !Empty(new_fd_.get(), temporary_.c_str()))
         return false;
-    TakeOverOwnership(fileno(old_), new_fd_.get());
+    TakeOverOwnership(old_, new_fd_.get());
     errno = 0;
     new_.reset(fdopen(new_fd_.get(), "w"));
     if (!new_)
@@ -236,8 +243,7 @@ TryResult Save::give_up() const {
 
 }  // namespace
 
-TryResult SaveChange(const char* file, const char* path, FILE* old,
-                     const KORX_IniSection* profile) {
+TryResult SaveChange(const char* file, const char* path, int old, const KORX_IniSection* profile) {
     TemporaryName temporary;
     if (!NameTemporary(file, &temporary))
         return kFailed;
@@ -263,7 +269,7 @@ uint32_t KORX_IniSaveFile(const char* file, const KORX_IniSection* profile) {
         return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", file, code);
 
     for (int tries = 0; tries < kMaxTries; ++tries) {
-        const UniqueFile old = OpenProfile(path.c_str());
+        const UniqueFd old = OpenProfile(path.c_str());
         if (!old)
             return SysFail(kFailed, "[ORX] Can't open file '%s', errno=%d!", file, errno);
         const TryResult result = Save(file, path.c_str(), old.get(), temporary).run(profile);

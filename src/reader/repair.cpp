@@ -99,10 +99,9 @@ bool FindRecords(LogImage* image) {
     if (image->head_sound)
         return true;
     image->entries.truncate(0);
-    (void) ReadUnmarkedLaps({.begin = kRingHeadSize,
-                             .end = image->bytes.size,
-                             .usual_size = image->format.kind->limit},
-                            image);
+    (void) ReadUnmarkedLaps(
+        {.begin = kRingHeadSize, .end = image->bytes.size, .usual_size = image->format.kind->limit},
+        image);
     return !image->entries.out_of_memory() && !image->damage.out_of_memory();
 }
 

@@ -113,7 +113,7 @@ TEST_F(ProfileChange, AFileThatCannotBeReadIsNotReplaced) {
     EXPECT_EQ(ReadFile("p"), long_line);
     WriteFile("p", kOld);
     {
-        const Fault fault("fgets", 2, EIO);
+        const Fault fault("read", 2, EIO);
         EXPECT_EQ(add("[A]", "x", "1"), kFailed);
     }
     // Every allocation of a change that adds a section; those of the log and the resolver included.
@@ -263,12 +263,11 @@ TEST_F(ProfileChange, FailedStepLeavesTheOldVersion) {
         {"realpath", 2, kFailed, kOld,
          "Get the abolute path of file ./p unsuccessfully when set or add value."},
         {"open", 2, kFailed, kOld, "Can't Read File ./p, errno: 5."},
-        {"fdopen", 1, kFailed, kOld, "Can't Read File ./p, errno: 5."},
         {"open", 3, kFailed, kOld, "[ORX]ORX_SaveProfile can't create './p+'! errno 5!"},
         {"lseek", 1, kFailed, kOld, "[ORX]ORX_SaveProfile can't lseek file './p+'! errno 5!"},
         {"ftruncate", 1, kFailed, kOld,
          "[ORX]ORX_SaveProfile clear file './p+' content unsuccessfully! errno 5!"},
-        {"fdopen", 2, kFailed, kOld, "[ORX]ORX_SaveProfile fdopen unsuccessfully! errno=5!"},
+        {"fdopen", 1, kFailed, kOld, "[ORX]ORX_SaveProfile fdopen unsuccessfully! errno=5!"},
         {"fflush", 1, kFailed, kOld, written},
         {"fsync", 1, kFailed, kOld, written},
         {"unlink", 1, 0, kNew, "warning: can't create backup copy './p-'"},

@@ -31,9 +31,8 @@ struct Repair : Files {
         refuse_at = refused;
         const auto keep = [](void* context, const korx_record* record) {
             auto* const self = static_cast<Repair*>(context);
-            self->kept.push_back(record == nullptr
-                                     ? "end"
-                                     : std::string(record->message, record->message_length));
+            self->kept.push_back(
+                record == nullptr ? "end" : std::string(record->message, record->message_length));
             return self->kept.size() == self->refuse_at ? 1 : 0;
         };
         return korx_reader_repair("ring", KORX_LOG_SECURITY, &options, keep, this, &repaired,
