@@ -60,8 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             pwrite(file, rest.data(), rest.size(), 0) == static_cast<ssize_t>(rest.size()));
 
     reports.clear();
-    const Answer expected =
-        LoadAndLookUp(fopen(name.c_str(), "re"), section.c_str(), key.c_str());
+    const Answer expected = LoadAndLookUp(fopen(name.c_str(), "re"), section.c_str(), key.c_str());
     const std::string expected_reports = std::move(reports);
     reports.clear();
     Require(LookUp(name.c_str(), section.c_str(), key.c_str()) == expected);

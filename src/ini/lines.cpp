@@ -30,8 +30,8 @@ bool BlockLines::next(std::string_view* line) {
             newline == nullptr
                 ? reach
                 : static_cast<size_t>(static_cast<const char*>(newline) + 1 - begin_);
-        const bool is_whole = newline != nullptr || reach == kMaxLine ||
-                              (state_ == Reading::kAtEnd && reach != 0);
+        const bool is_whole =
+            newline != nullptr || reach == kMaxLine || (state_ == Reading::kAtEnd && reach != 0);
         if (is_whole) {
             *line = {begin_, length};
             begin_ += length;

@@ -1,5 +1,5 @@
-// The lines of a profile: how they are read, and what stands in them. Both the loader and the lookup
-// go by this, so that a line means the same to them.
+// The lines of a profile: how they are read, and what stands in them. Both the loader and the
+// lookup go by this, so that a line means the same to them.
 #pragma once
 
 #include <errno.h>

@@ -88,12 +88,15 @@ LoadStatus Lookup::take_key(const KeyLine& line, std::string_view text) {
 // Opens the file that the name leads to, or says why it cannot.
 UniqueFd OpenByName(const char* file) {
     DirectoryText path;
+    UniqueFd fd = OpenUnresolved(file, kOpenProfile, 0, &path);
+    if (fd)
+        return fd;
     if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk) {
         Log(kLevelErr, "Get the abolute path of file %s unsuccessfully when read profile.", file);
         return UniqueFd();
     }
     // What can be opened is there: only a failure is looked into.
-    UniqueFd fd = OpenProfile(path.c_str());
+    fd = OpenProfile(path.c_str());
     if (!fd) {
         const int error = errno;
         if (KORX_IsFileExist(path.c_str()) == KORX_FALSE)

@@ -16,6 +16,7 @@
 #include "base/bounded.h"
 #include "base/codes.h"
 #include "base/report.h"
+#include "fs/resolve.h"
 
 static_assert(sizeof(KORX_IniKey) == 336);
 static_assert(offsetof(KORX_IniKey, acKey) == 0);
@@ -121,6 +122,14 @@ LoadStatus Build(Profile* profile, TakeAll take_lines) {
 
 UniqueFd OpenProfile(const char* path) {
     return UniqueFd(open(path, kOpenProfile));
+}
+
+// A name in the root resolves to one with two slashes, and names of the same profile are compared.
+UniqueFd OpenUnresolved(const char* file, int flags, mode_t mode, DirectoryText* path) {
+    const char* const slash = strrchr(file, '/');
+    if (slash == nullptr || slash == file || !path->format("%s", file))
+        return UniqueFd();
+    return OpenAsNamed(file, flags, mode);
 }
 
 LoadStatus LoadProfile(int fd, Profile* profile) {

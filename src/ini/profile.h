@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "base/text.h"
 #include "base/unique.h"
 #include "ini/lines.h"
 #include "korx/ini.h"
@@ -18,6 +19,10 @@ using Profile = std::unique_ptr<KORX_IniSection, Releaser<KORX_FreeProfile>>;
 // later reads, and never makes a terminal the process's own, whatever the name leads to.
 constexpr int kOpenProfile = O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 UniqueFd OpenProfile(const char* path);
+
+// Opens the file of a name that is its own resolution, as most are, and stores it as the path.
+// Nothing, and no report, where the name must be resolved first, or the file cannot be opened.
+UniqueFd OpenUnresolved(const char* file, int flags, mode_t mode, DirectoryText* path);
 
 // Reads a whole profile from what OpenProfile has opened. The profile is empty after a failure.
 LoadStatus LoadProfile(int fd, Profile* profile);

@@ -17,8 +17,8 @@ class Contents {
     size_t below(size_t limit) { return random_() % limit; }
     std::string piece() {
         const std::string_view pieces[] = {
-            {"\0", 1}, "=",     " ",       "\t",         "\r",         "\n",   "\r\n", ";",
-            "#",       "\"",    "[",       "]",          "[S]\n",      "[T]",  "[",    "k",
+            {"\0", 1}, "=",     " ",       "\t",         "\r",          "\n",   "\r\n", ";",
+            "#",       "\"",    "[",       "]",          "[S]\n",       "[T]",  "[",    "k",
             "k=1\n",   "k = 2", "\nk=3\r", "]\n\r\nkk=", "[]\n=4\nk\n", "k=k=5"};
         const size_t lengths[] = {61, 255, 396};
         const size_t kind = below(std::size(pieces) + std::size(lengths));
@@ -72,7 +72,8 @@ TEST_F(Lookup, AnswersWhatALoadWould) {
         ++answers[expected.result];
         found += expected.result == KORX_INI_READ && expected.value != "\"\"";
     }
-    EXPECT_TRUE(answers[0] > 20 && answers[1] > 100 && found > 20) << answers[0] << " " << answers[1] << " " << found;
+    EXPECT_TRUE(answers[0] > 20 && answers[1] > 100 && found > 20)
+        << answers[0] << " " << answers[1] << " " << found;
 }
 
 TEST_F(Lookup, AnUnreadableEndMakesTheWholeFileUnreadable) {
