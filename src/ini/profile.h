@@ -1,42 +1,31 @@
 // Profiles inside the library: owned, and loaded with a status.
 #pragma once
 
-#include <stdio.h>
+#include <fcntl.h>
 
 #include <memory>
 #include <optional>
 
+#include "base/text.h"
 #include "base/unique.h"
+#include "ini/lines.h"
 #include "korx/ini.h"
 
 namespace korx {
-
-constexpr size_t kSectionSize = sizeof(KORX_IniSection::acName);
-constexpr size_t kKeySize = sizeof(KORX_IniKey::acKey);
-constexpr size_t kValueSize = sizeof(KORX_IniKey::acValue);
-
-// The field would hold one character more, but a line with it would make the file unreadable.
-constexpr size_t kMaxValue = 256;
 
 using Profile = std::unique_ptr<KORX_IniSection, Releaser<KORX_FreeProfile>>;
 
 // Opens a profile for reading and locking, which takes write permission. Never blocks, also not in
 // later reads, and never makes a terminal the process's own, whatever the name leads to.
-UniqueFile OpenProfile(const char* path);
+constexpr int kOpenProfile = O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+UniqueFd OpenProfile(const char* path);
 
-// How a load ended. A file without any section is a loaded, empty profile: whoever rewrites it must
-// be able to tell it from a file that could not be read.
-enum class LoadStatus {
-    kLoaded,
-    kLoadedInPart,  // a save would cut a line of the file, or make it another one
-    kBadLine,
-    kReadError,
-    kOutOfMemory,
-};
+// Opens the file of a name that is its own resolution, as most are, and stores it as the path.
+// Nothing, and no report, where the name must be resolved first, or the file cannot be opened.
+UniqueFd OpenUnresolved(const char* file, int flags, mode_t mode, DirectoryText* path);
 
-// Reads a whole profile from what OpenProfile has opened. Only a regular file is read: a device may
-// have no end. The profile is empty after a failure.
-LoadStatus LoadProfile(FILE* stream, Profile* profile);
+// Reads a whole profile from what OpenProfile has opened. The profile is empty after a failure.
+LoadStatus LoadProfile(int fd, Profile* profile);
 
 KORX_IniSection* FindSection(KORX_IniSection* profile, const char* name);
 KORX_IniKey* FindKey(KORX_IniSection* section, const char* name);
@@ -52,6 +41,6 @@ constexpr int kMaxTries = 16;
 
 // Saves a profile that was loaded from what old has open and path names, while no other change of
 // it is at work. The messages call it file. Result: as that of KORX_IniSaveFile.
-TryResult SaveChange(const char* file, const char* path, FILE* old, const KORX_IniSection* profile);
+TryResult SaveChange(const char* file, const char* path, int old, const KORX_IniSection* profile);
 
 }  // namespace korx

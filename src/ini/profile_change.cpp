@@ -23,6 +23,7 @@ constinit pthread_mutex_t g_unKorxIniWriteLock = PTHREAD_MUTEX_INITIALIZER;
 namespace korx {
 namespace {
 
+constexpr int kOpenLockFile = O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 constexpr mode_t kLockFileMode = 0640;
 
 constexpr size_t kMaxFileName = kDirectorySize - 1;
@@ -81,11 +82,14 @@ class LockFile {
 uint32_t LockFile::open_for(const char* file) {
     if (!name_.format("%s.lock", file))
         return Fail(kFailed, "Print fileIn unsuccessfully, fileIn=%s.lock.", file);
-    const uint32_t code = ORX_GetAbsolutePathAndFileName(name(), path_.data(), path_.capacity());
-    if (code != kOk)
-        return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", name(), code);
-    fd_ = UniqueFd(
-        open(path_.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kLockFileMode));
+    fd_ = OpenUnresolved(name(), kOpenLockFile, kLockFileMode, &path_);
+    if (!fd_) {
+        const uint32_t code =
+            ORX_GetAbsolutePathAndFileName(name(), path_.data(), path_.capacity());
+        if (code != kOk)
+            return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", name(), code);
+        fd_ = UniqueFd(open(path_.c_str(), kOpenLockFile, kLockFileMode));
+    }
     if (!fd_)
         return Fail(kFailed, "Can't create or open %s. errno:%d", name(), errno);
     lock_.move_to(fd_.get());
@@ -178,17 +182,26 @@ bool SetOrAdd(Profile* profile, const char* section_name, const char* key_name, 
 
 // A profile that is to be changed, from the file that stays open until it is saved.
 struct Loaded {
-    UniqueFile stream;
+    DirectoryText path;
+    UniqueFd fd;
     Profile profile;
     LoadStatus status = LoadStatus::kReadError;
+
+    // Opens the file if its name needs no resolution, else finds out what it leads to.
+    [[nodiscard]] bool resolve(const char* file) {
+        fd = OpenUnresolved(file, kOpenProfile, 0, &path);
+        return fd || ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) == kOk;
+    }
+    uint32_t load(const char* file);
 };
 
-uint32_t Load(const char* file, const DirectoryText& path, Loaded* loaded) {
-    loaded->stream = OpenProfile(path.c_str());
-    if (!loaded->stream)
+uint32_t Loaded::load(const char* file) {
+    if (!fd)
+        fd = OpenProfile(path.c_str());
+    if (!fd)
         return Fail(kFailed, "Can't Read File %s, errno: %d.", file, errno);
-    loaded->status = LoadProfile(loaded->stream.get(), &loaded->profile);
-    if (loaded->status == LoadStatus::kLoadedInPart)
+    status = LoadProfile(fd.get(), &profile);
+    if (status == LoadStatus::kLoadedInPart)
         Log(kLevelErr, "[ORX] File %s holds a line that a change would cut or reinterpret.", file);
     return kOk;
 }
@@ -198,14 +211,13 @@ TryResult ChangeExisting(const LockFile& lock, const char* file, const char* sec
     const MutexGuard profiles(profiles_fork_mutex);
     if (!IsHeld(profiles))
         return kFailed;
-    DirectoryText path;
-    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk)
+    Loaded loaded;
+    if (!loaded.resolve(file))
         return Fail(kFailed, "Get the abolute path of file %s unsuccessfully when init set value.",
                     file);
-    if (!lock.is_for(path))
+    if (!lock.is_for(loaded.path))
         return std::nullopt;
-    Loaded loaded;
-    const uint32_t opened = Load(file, path, &loaded);
+    const uint32_t opened = loaded.load(file);
     if (opened != kOk)
         return opened;
     if (loaded.status != LoadStatus::kLoaded || !loaded.profile)
@@ -221,19 +233,18 @@ TryResult ChangeExisting(const LockFile& lock, const char* file, const char* sec
                     "[ORX] Key %s is not exist in file %s under %s section.", key_name, file,
                     section_name);
     StoreValue(key, value);
-    return SaveChange(file, path.c_str(), loaded.stream.get(), loaded.profile.get());
+    return SaveChange(file, loaded.path.c_str(), loaded.fd.get(), loaded.profile.get());
 }
 
 TryResult ChangeOrAdd(const LockFile& lock, const char* file, const char* section, const char* key,
                       const char* value) {
-    DirectoryText path;
-    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk)
+    Loaded loaded;
+    if (!loaded.resolve(file))
         return Fail(kFailed,
                     "Get the abolute path of file %s unsuccessfully when set or add value.", file);
-    if (!lock.is_for(path))
+    if (!lock.is_for(loaded.path))
         return std::nullopt;
-    Loaded loaded;
-    const uint32_t opened = Load(file, path, &loaded);
+    const uint32_t opened = loaded.load(file);
     if (opened != kOk)
         return opened;
     if (loaded.status != LoadStatus::kLoaded)
@@ -241,7 +252,7 @@ TryResult ChangeOrAdd(const LockFile& lock, const char* file, const char* sectio
                     "[ORX] Load file %s unsuccessfully.", file);
     if (!SetOrAdd(&loaded.profile, section, key, value))
         return KORX_INI_ERR_NO_MEMORY;
-    return SaveChange(file, path.c_str(), loaded.stream.get(), loaded.profile.get());
+    return SaveChange(file, loaded.path.c_str(), loaded.fd.get(), loaded.profile.get());
 }
 
 }  // namespace

@@ -26,6 +26,7 @@ namespace korx {
 namespace {
 
 constexpr size_t kTemporarySize = 128;
+constexpr int kOpenToSync = O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 constexpr mode_t kTemporaryMode = 0600;
 constexpr mode_t kKeptModeBits = 0740;
 constexpr int kCreateAttempts = 30;
@@ -74,35 +75,38 @@ bool Empty(int fd, const char* temporary) {
     return true;
 }
 
-// Best effort: a process that may not give the file away still stores the value.
-void TakeOverOwnership(int from, int to) {
+// Best effort: a process that may not give the file away still stores the value. Returns which file
+// the ownership is from, if that could be examined.
+FileId TakeOverOwnership(int from, int to) {
     struct stat st;
     if (fstat(from, &st) < 0)
-        return;
+        return FileId();
     (void) fchmod(to, st.st_mode & kKeptModeBits);
     [[maybe_unused]] const int owned = fchown(to, st.st_uid, st.st_gid);
+    return FileId::Of(st);
 }
 
 // A failed write stays in the stream's error indicator, where it is looked for.
+void WriteText(FILE* out, const char* text, const char* end) {
+    (void) fputs_unlocked(text, out);
+    (void) fputs_unlocked(end, out);
+}
+
 void WriteProfile(FILE* out, const KORX_IniSection* profile) {
     for (const auto* section = profile; section != nullptr; section = section->pstNext) {
         if (section != profile)
-            (void) fprintf(out, "\n");
-        (void) fprintf(out, "%s\n", section->acName);
-        for (const auto* key = section->pstFirstKey; key != nullptr; key = key->pstNext)
-            (void) fprintf(out, "%s=%s\n", key->acKey, key->acValue);
+            WriteText(out, "", "\n");
+        WriteText(out, section->acName, "\n");
+        for (const auto* key = section->pstFirstKey; key != nullptr; key = key->pstNext) {
+            WriteText(out, key->acKey, "=");
+            WriteText(out, key->acValue, "\n");
+        }
     }
 }
 
 bool ReachesDisk(FILE* out) {
     errno = 0;
     return ferror(out) == 0 && fflush(out) == 0 && fsync(fileno(out)) == 0;
-}
-
-void SyncFile(const char* path) {
-    const UniqueFd fd(open(path, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (fd)
-        (void) fsync(fd.get());
 }
 
 // The new name is on disk only once its directory is.
@@ -121,8 +125,8 @@ void SyncDirectory(const char* path) {
 // which was resolved once; the messages speak of the names that the caller knows.
 class Save {
   public:
-    Save(const char* file, const char* path, FILE* old, const TemporaryName& temporary)
-        : file_(file), path_(path), old_(old), temporary_(temporary), old_lock_(fileno(old)) {
+    Save(const char* file, const char* path, int old, const TemporaryName& temporary)
+        : file_(file), path_(path), old_(old), temporary_(temporary), old_lock_(old) {
         (void) temporary_path_.format("%s+", path);  // fits: a path has at most 255 characters
     }
     Save(const Save&) = delete;
@@ -143,22 +147,24 @@ class Save {
     TryResult give_up() const;
 
     bool is_written_file(const char* path) const {
-        return FileId::OfOpen(fileno(new_.get())).is_same_as(FileId::OfEntry(path));
+        return new_id_.is_same_as(FileId::OfEntry(path));
     }
     // Whoever held the lock on F before may have put another version there, and a saver who knows
     // nothing of F.lock may have taken F+ away.
     bool is_undisturbed() const {
-        return FileId::OfOpen(fileno(old_)).is_same_as(FileId::At(path_)) &&
-               is_written_file(temporary_path_.c_str());
+        return old_id_.is_same_as(FileId::At(path_)) && is_written_file(temporary_path_.c_str());
     }
 
     const char* const file_;
     const char* const path_;
-    FILE* const old_;
+    const int old_;
     const TemporaryName& temporary_;
     FullPathText temporary_path_;
-    UniqueFd new_fd_;  // until it has become the stream
-    UniqueFile new_;   // open until the end, so that no other file gets the inode of F+
+    UniqueFd new_fd_;      // until it has become the stream
+    char buffer_[BUFSIZ];  // of the stream
+    UniqueFile new_;       // open until the end, so that no other file gets the inode of F+
+    FileId old_id_;        // while they are open, they stay what they are
+    FileId new_id_;
     RecordLock old_lock_;
     RecordLock new_lock_;
 };
@@ -189,12 +195,16 @@ bool Save::create() {
     new_lock_.move_to(new_fd_.get());
     if (!LockOrReport(&new_lock_, temporary_.c_str()) || !Empty(new_fd_.get(), temporary_.c_str()))
         return false;
-    TakeOverOwnership(fileno(old_), new_fd_.get());
+    old_id_ = TakeOverOwnership(old_, new_fd_.get());
+    if (!old_id_.is_known())
+        old_id_ = FileId::OfOpen(old_);
+    new_id_ = FileId::OfOpen(new_fd_.get());
     errno = 0;
     new_.reset(fdopen(new_fd_.get(), "w"));
     if (!new_)
         return Fail(false, "[ORX]ORX_SaveProfile fdopen unsuccessfully! errno=%d!", errno);
     (void) new_fd_.release();
+    (void) setvbuf(new_.get(), buffer_, _IOFBF, sizeof buffer_);
     return true;
 }
 
@@ -220,10 +230,18 @@ TryResult Save::replace() const {
     if (!renamed || !is_written_file(path_))
         return std::nullopt;
     DirectoryText path;
-    if (ORX_GetAbsolutePathAndFileName(file_, path.data(), path.capacity()) != kOk)
-        return Fail(kFailed, "Get the abolute path of file %s unsuccessfully when init save file.",
-                    file_);
-    SyncFile(path_);
+    UniqueFd fd;
+    if (strcmp(file_, path_) == 0)
+        fd = OpenUnresolved(file_, kOpenToSync, 0, &path);
+    if (!fd) {
+        if (ORX_GetAbsolutePathAndFileName(file_, path.data(), path.capacity()) != kOk)
+            return Fail(kFailed,
+                        "Get the abolute path of file %s unsuccessfully when init save file.",
+                        file_);
+        fd = UniqueFd(open(path_, kOpenToSync));
+    }
+    if (fd)
+        (void) fsync(fd.get());
     SyncDirectory(path_);
     return kOk;
 }
@@ -236,8 +254,7 @@ TryResult Save::give_up() const {
 
 }  // namespace
 
-TryResult SaveChange(const char* file, const char* path, FILE* old,
-                     const KORX_IniSection* profile) {
+TryResult SaveChange(const char* file, const char* path, int old, const KORX_IniSection* profile) {
     TemporaryName temporary;
     if (!NameTemporary(file, &temporary))
         return kFailed;
@@ -263,7 +280,7 @@ uint32_t KORX_IniSaveFile(const char* file, const KORX_IniSection* profile) {
         return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", file, code);
 
     for (int tries = 0; tries < kMaxTries; ++tries) {
-        const UniqueFile old = OpenProfile(path.c_str());
+        const UniqueFd old = OpenProfile(path.c_str());
         if (!old)
             return SysFail(kFailed, "[ORX] Can't open file '%s', errno=%d!", file, errno);
         const TryResult result = Save(file, path.c_str(), old.get(), temporary).run(profile);

@@ -12,6 +12,7 @@
 #include "base/codes.h"
 #include "base/report.h"
 #include "base/unique.h"
+#include "str/line_end.h"
 
 namespace korx {
 namespace {
@@ -43,10 +44,6 @@ uint32_t Number(size_t length) {
 
 bool IsSpace(char c) {
     return isspace(static_cast<unsigned char>(c)) != 0;
-}
-
-bool IsLineEnd(char c) {
-    return c == '\r' || c == '\n';
 }
 
 }  // namespace
@@ -109,16 +106,12 @@ uint32_t ORX_Trim(char* text, uint32_t /*size*/) {
     return code != kOk ? code : ORX_Strtrimr(text);
 }
 
-// A text of one or two characters keeps its first one, even where that is a line end.
 void ORX_RemoveLastRn(char* text, uint32_t /*size*/) {
-    const size_t length = text == nullptr ? 0 : strlen(text);
-    if (length < 2)
+    if (text == nullptr)
         return;
-    char* const last = text + length - 1;
-    if (length > 2 && last[-1] == '\r' && *last == '\n')
-        last[-1] = '\0';
-    if (IsLineEnd(*last))
-        *last = '\0';
+    const size_t length = strlen(text);
+    const size_t end = LineEndLength({text, length});
+    memset(text + length - end, 0, end);
 }
 
 uint32_t ORX_IsSpaceString(const char* text) {

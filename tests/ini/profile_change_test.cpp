@@ -113,7 +113,7 @@ TEST_F(ProfileChange, AFileThatCannotBeReadIsNotReplaced) {
     EXPECT_EQ(ReadFile("p"), long_line);
     WriteFile("p", kOld);
     {
-        const Fault fault("fgets", 2, EIO);
+        const Fault fault("read", 2, EIO);
         EXPECT_EQ(add("[A]", "x", "1"), kFailed);
     }
     // Every allocation of a change that adds a section; those of the log and the resolver included.
@@ -163,6 +163,51 @@ TEST_F(ProfileChange, AFileThatWouldNotSurviveIsReadAndNotReplaced) {
     WriteFile("p", std::string("[A]\nx=1\nbare \n;") + s64 + s64 + std::string("\n\0\0", 3));
     EXPECT_EQ(set("[A]", "x", "2"), 0u);
     EXPECT_EQ(ReadFile("p"), "[A]\nx=2\nbare =\n");
+}
+
+// A name that is its own resolution is opened at once; that must not show. Each scene is played
+// with that way barred, too.
+TEST_F(ProfileChange, NamesNeedNoResolutionOrAreResolved) {
+    const std::string root = tree.root();
+    MakeDirs("real");
+    const std::pair<const char*, const char*> links[] = {{"real", "dir"},
+                                                         {"nowhere", "real/dangling"},
+                                                         {"target", "real/link"},
+                                                         {"elsewhere.lock", "real/p.lock"},
+                                                         {"/proc/self/mem", "real/mem"}};
+    const auto play = [&](const std::string& file, bool set_only) {
+        for (const char* const content : {"real/p", "real/q", "real/target"})
+            WriteFile(content, kOld);
+        for (const auto& [to, from] : links) {
+            unlink(from);
+            EXPECT_EQ(symlink(to, from), 0);
+        }
+        syslog.clear();
+        char value[8] = "";
+        const uint32_t changed =
+            (set_only ? KORX_IniSetValue : KORX_IniSetOrAddValue)(file.c_str(), "[A]", "x", "new");
+        const uint32_t read = KORX_IniGetValue(file.c_str(), "[A]", "x", value, sizeof value);
+        std::string seen = std::to_string(changed) + " " + std::to_string(read) + value;
+        for (const char* const name : {"p", "p-", "q", "q-", "link", "link-", "target"})
+            seen += std::string("\n") + name + ReadFile(std::string("real/") + name);
+        for (const auto& line : syslog.lines())
+            seen += line.text;
+        return seen;
+    };
+    for (const std::string& file :
+         {root + "/real/q", root + "/real/p", root + "/dir/q", root + "/real/../dir//q",
+          root + "/real/link", root + "/real/dangling", root + "/real/none", root + "/none/q",
+          root + "/real", root + "/real/mem", root + "/real/q/", std::string("/none"),
+          root + "/real/" + std::string(128, 'n'), root + std::string(256, '/') + "q"}) {
+        for (const bool set_only : {false, true}) {
+            const CallCount resolved("realpath");
+            const std::string seen = play(file, set_only);
+            EXPECT_TRUE(resolved.value() == 0 || set_only || file != root + "/real/q");
+            const Fault barred("syscall", 1, EPERM, Fault::kAll);
+            EXPECT_EQ(seen, play(file, set_only)) << file;
+            EXPECT_TRUE(resolved.value() > 0 || file != root + "/real/q");
+        }
+    }
 }
 
 TEST_F(ProfileChange, OnlyARegularFileIsAProfile) {
@@ -263,12 +308,11 @@ TEST_F(ProfileChange, FailedStepLeavesTheOldVersion) {
         {"realpath", 2, kFailed, kOld,
          "Get the abolute path of file ./p unsuccessfully when set or add value."},
         {"open", 2, kFailed, kOld, "Can't Read File ./p, errno: 5."},
-        {"fdopen", 1, kFailed, kOld, "Can't Read File ./p, errno: 5."},
         {"open", 3, kFailed, kOld, "[ORX]ORX_SaveProfile can't create './p+'! errno 5!"},
         {"lseek", 1, kFailed, kOld, "[ORX]ORX_SaveProfile can't lseek file './p+'! errno 5!"},
         {"ftruncate", 1, kFailed, kOld,
          "[ORX]ORX_SaveProfile clear file './p+' content unsuccessfully! errno 5!"},
-        {"fdopen", 2, kFailed, kOld, "[ORX]ORX_SaveProfile fdopen unsuccessfully! errno=5!"},
+        {"fdopen", 1, kFailed, kOld, "[ORX]ORX_SaveProfile fdopen unsuccessfully! errno=5!"},
         {"fflush", 1, kFailed, kOld, written},
         {"fsync", 1, kFailed, kOld, written},
         {"unlink", 1, 0, kNew, "warning: can't create backup copy './p-'"},

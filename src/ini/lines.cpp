@@ -1,0 +1,116 @@
+#include "ini/lines.h"
+
+#include <string.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "str/line_end.h"
+
+namespace korx {
+namespace {
+
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+std::string_view TrimEnd(std::string_view text) {
+    while (!text.empty() && IsBlank(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+}  // namespace
+
+bool BlockLines::next(std::string_view* line) {
+    for (;;) {
+        const size_t reach = std::min(static_cast<size_t>(end_ - begin_), kMaxLine);
+        const void* const newline = memchr(begin_, '\n', reach);
+        const size_t length =
+            newline == nullptr
+                ? reach
+                : static_cast<size_t>(static_cast<const char*>(newline) + 1 - begin_);
+        const bool is_whole =
+            newline != nullptr || reach == kMaxLine || (state_ == Reading::kAtEnd && reach != 0);
+        if (is_whole) {
+            *line = {begin_, length};
+            begin_ += length;
+            return true;
+        }
+        if (state_ != Reading::kGoesOn)
+            return false;
+        refill();
+    }
+}
+
+void BlockLines::refill() {
+    const auto left = static_cast<size_t>(end_ - begin_);
+    memmove(block_, begin_, left);
+    const ssize_t count = read(fd_, block_ + left, sizeof block_ - left);
+    begin_ = block_;
+    end_ = block_ + left + std::max<ssize_t>(count, 0);
+    if (count <= 0)
+        state_ = count == 0 ? Reading::kAtEnd : Reading::kBroken;
+}
+
+// fgets tells no length, but the last NUL in the buffer is the one that it put behind what it read.
+bool StreamLines::next(std::string_view* line) {
+    memset(line_, '\n', sizeof line_);
+    if (fgets(line_, sizeof line_, stream_) == nullptr)
+        return false;
+    const auto* const end = static_cast<const char*>(memrchr(line_, '\0', sizeof line_));
+    *line = {line_, static_cast<size_t>(end - line_)};
+    return true;
+}
+
+std::string_view SkipBlanks(std::string_view text) {
+    size_t blanks = 0;
+    while (blanks < text.size() && IsBlank(text[blanks]))
+        ++blanks;
+    return text.substr(blanks);
+}
+
+std::string_view TextOf(std::string_view line) {
+    const std::string_view text = line.substr(0, strnlen(line.data(), line.size()));
+    if (text.starts_with('\n') || text.starts_with('\r'))
+        return text.substr(0, 0);
+    return text.substr(0, text.size() - LineEndLength(text));
+}
+
+uint32_t Classify(std::string_view text) {
+    text = SkipBlanks(text);
+    if (text.empty() || text[0] == ';')
+        return KORX_INI_LINE_BLANK;
+    if (text[0] == '#')
+        return KORX_INI_LINE_COMMENT;
+    return text[0] == '[' && text.back() == ']' ? KORX_INI_LINE_SECTION : KORX_INI_LINE_KEY;
+}
+
+std::string_view SectionName(std::string_view text) {
+    return SkipBlanks(text).substr(0, kSectionSize - 1);
+}
+
+KeyLine KeyLine::Split(std::string_view text) {
+    text = SkipBlanks(text);
+    const size_t split = text.rfind('=');
+    if (split == text.npos)
+        return {text, text.substr(text.size()), true};
+    return {TrimEnd(text.substr(0, split)), TrimEnd(SkipBlanks(text.substr(split + 1))), false};
+}
+
+LoadStatus RefuseLine(std::string_view text) {
+    char line[kMaxLine + 1];
+    char key[kKeySize];
+    char value[kValueSize];
+    CopyCut(line, sizeof line, text);
+    (void) KORX_IniGetKeyInfo(line, key, sizeof key, value, sizeof value);
+    return LoadStatus::kBadLine;
+}
+
+void CopyCut(char* out, size_t size, std::string_view text) {
+    const size_t copied = std::min(text.size(), size - 1);
+    memcpy(out, text.data(), copied);
+    out[copied] = '\0';
+}
+
+}  // namespace korx
