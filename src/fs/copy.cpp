@@ -32,7 +32,6 @@ namespace korx {
 namespace {
 
 constexpr size_t kStepSize = 4096;
-constexpr size_t kLargeStepSize = 65536;  // for files that are larger than it
 constexpr size_t kKernelStepSize = 16 << 20;
 constexpr mode_t kDirectoryMode = 0750;
 
@@ -59,12 +58,11 @@ void MoveInKernel(int from, int to, off_t size) {
     }
 }
 
-// Moves everything from one descriptor to the other through buffer. source and destination are the
-// names for the messages.
-uint32_t MoveData(int from, int to, char* buffer, size_t size, const char* source,
-                  const char* destination) {
+// Moves everything from one descriptor to the other through buffer, of kStepSize. source and
+// destination are the names for the messages.
+uint32_t MoveData(int from, int to, char* buffer, const char* source, const char* destination) {
     for (;;) {
-        const ssize_t got = read(from, buffer, size);
+        const ssize_t got = read(from, buffer, kStepSize);
         if (got == 0)
             return kOk;
         if (got < 0)
@@ -111,17 +109,10 @@ bool IsRefused(const struct stat& st, const Source& source, const char* destinat
     return false;
 }
 
-// buffer is of kStepSize.
 Copied FillOpened(const Source& source, const UniqueFd& to, const char* destination, char* buffer) {
     if (S_ISREG(source.st.st_mode))
         MoveInKernel(source.fd.get(), to.get(), source.st.st_size);
-    // A large buffer is only faster: where there is no memory for it, small steps do.
-    const bool is_large = source.st.st_size > off_t{kLargeStepSize};
-    const MallocPtr<char> large(is_large ? static_cast<char*>(malloc(kLargeStepSize)) : nullptr);
-    const uint32_t code =
-        large ? MoveData(source.fd.get(), to.get(), large.get(), kLargeStepSize, source.name,
-                         destination)
-              : MoveData(source.fd.get(), to.get(), buffer, kStepSize, source.name, destination);
+    const uint32_t code = MoveData(source.fd.get(), to.get(), buffer, source.name, destination);
     return code == kOk ? Copied::kDone : Copied::kFailed;
 }
 
@@ -137,9 +128,10 @@ Copied CopyInto(const Source& source, const char* destination, const char* resol
     const bool opened = to && fstat(to.get(), &st) == 0;
     if (opened && IsRefused(st, source, destination))
         return Copied::kRefused;
-    if (!opened || (S_ISREG(st.st_mode) && ftruncate(to.get(), 0) < 0))
-        return Fail(Copied::kFailed, "CopyFile:open file destination path %s errno:%d!",
-                    destination, errno);
+    if (!opened || (S_ISREG(st.st_mode) && ftruncate(to.get(), 0) < 0)) {
+        Log(kLevelErr, "CopyFile:open file destination path %s errno:%d!", destination, errno);
+        return Copied::kFailed;
+    }
     return FillOpened(source, to, destination, buffer);
 }
 
@@ -168,14 +160,13 @@ uint32_t CopyFile(Source* source, const char* destination, int flags) {
         return opened;
 
     DirectoryText resolved;
-    Copied copied;
+    Copied copied = Copied::kFailed;
     if (ORX_GetAbsolutePathAndFileName(destination, resolved.data(), resolved.capacity()) == kOk)
         copied = CopyInto(*source, destination, resolved.c_str(), flags, buffer.get());
     else
-        copied =
-            Fail(Copied::kFailed,
-                 "Get the abolute path and file name of file %s unsuccessfully when copy file.",
-                 destination);
+        Log(kLevelErr,
+            "Get the abolute path and file name of file %s unsuccessfully when copy file.",
+            destination);
     return Conclude(copied, resolved, *source);
 }
 

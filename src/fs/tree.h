@@ -40,11 +40,7 @@ class EntryPaths {
     }
     // Null when it does not fit. It lasts until the next one.
     const char* of(const char* name) {
-        const size_t size = strlen(name) + 1;
-        if (size > N - length_)
-            return nullptr;
-        memcpy(text_ + length_, name, size);
-        return text_;
+        return memccpy(text_ + length_, name, '\0', N - length_) == nullptr ? nullptr : text_;
     }
 
   private:

@@ -21,7 +21,7 @@ struct Copy : FsTest {
 
 TEST_F(Copy, MovesContentAndPermissions) {
     umask(022);
-    for (const size_t size : {0, 1, 4096, 4097, 65536, 65537, 200000}) {
+    for (const size_t size : {0, 1, 4096, 4097, 200000}) {
         std::string content;
         for (size_t i = 0; i < size; ++i)
             content += char(i * 31 >> 3);
