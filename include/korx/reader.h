@@ -175,7 +175,10 @@ enum {
     KORX_RECORD_OLD_LAP = 1 << 1, /* from the lap before the newest */
     /* Not sound: text that is no record (no fields), or a record whose end is missing or replaced
      * by other bytes (its fields are there, its message may be cut). */
-    KORX_RECORD_DAMAGED = 1 << 2
+    KORX_RECORD_DAMAGED = 1 << 2,
+    /* Older than the record before it by more than two seconds: the clock was set back between
+     * them, as it is at each start of a board without a clock of its own. No damage. */
+    KORX_RECORD_CLOCK_BACK = 1 << 3
 };
 
 /* One record. Its pointers lead into the reader and live until it is refreshed or closed; the texts
@@ -319,8 +322,9 @@ typedef struct korx_mark {
 KORX_API void korx_reader_get_mark(const korx_reader* reader, korx_mark* mark);
 
 /* Goes to the place of a mark taken from an earlier reader of the same log, so that next yields
- * what was written since. 1; or 0 when the marked record is no longer there: the reader then stands
- * at the oldest record, and there may be a gap before it. */
+ * what was written since. 1, also where the marked record was cut or damaged but the records around
+ * it, by place and stamp, leave no doubt of where it was; or 0 when it is no longer there: the
+ * reader then stands at the oldest record, and there may be a gap before it. */
 KORX_API int korx_reader_seek_mark(korx_reader* reader, const korx_mark* mark);
 
 /* What a log looks like. */
@@ -333,9 +337,10 @@ typedef struct korx_reader_info {
     uint64_t records; /* sound and damaged ones */
     uint64_t unread_records;
     uint64_t unread_bytes;
-    uint64_t damage;   /* all of it, also what korx_reader_get_damage no longer lists */
-    uint32_t has_head; /* 1: log_len, dump_len and total_len are there (rings) */
-    uint32_t log_len;  /* the head as it stands in the file */
+    uint64_t clock_set_back; /* records with KORX_RECORD_CLOCK_BACK */
+    uint64_t damage;         /* all of it, also what korx_reader_get_damage no longer lists */
+    uint32_t has_head;       /* 1: log_len, dump_len and total_len are there (rings) */
+    uint32_t log_len;        /* the head as it stands in the file */
     uint32_t dump_len;
     uint32_t total_len;
     uint32_t has_cursor; /* 1: a cursor was found and fits the log */
@@ -391,7 +396,7 @@ typedef enum korx_damage_rule {
     KORX_DAMAGE_UNTERMINATED = 10, /* the last record has no line end */
     KORX_DAMAGE_TOO_LONG = 11,     /* longer than any record: an end is missing */
     KORX_DAMAGE_ZEROS = 12,        /* NUL bytes inside the log */
-    KORX_DAMAGE_TIME_ORDER = 13,   /* older than the record before it by more than two seconds */
+    KORX_DAMAGE_CUT = 13,          /* text log: the end that a record lost when its lap ended */
     KORX_DAMAGE_UNCOMMITTED = 14,  /* bytes of a record whose writer never finished */
     KORX_DAMAGE_CURSOR = 15        /* the cursor file is not one; it was ignored */
 } korx_damage_rule;

@@ -20,6 +20,8 @@ namespace korx {
 namespace {
 
 constexpr korx_reader_options kDefaultOptions = {};
+constexpr uint32_t kPublicFlags =
+    KORX_RECORD_UNREAD | KORX_RECORD_OLD_LAP | KORX_RECORD_DAMAGED | KORX_RECORD_CLOCK_BACK;
 
 const korx_reader_options& OrDefault(const korx_reader_options* options) {
     return options == nullptr ? kDefaultOptions : *options;
@@ -81,7 +83,7 @@ void FillRecord(const korx_reader& reader, const Entry& entry, korx_record* reco
         *record = {};
     const std::string_view text = TextOf(image, entry);
     record->kind = image.format.kind->kind;
-    record->flags = entry.flags & (KORX_RECORD_UNREAD | KORX_RECORD_OLD_LAP | KORX_RECORD_DAMAGED);
+    record->flags = entry.flags & kPublicFlags;
     record->offset = entry.offset;
     record->text = text.data();
     record->length = text.size();

@@ -13,7 +13,7 @@ namespace {
 constexpr const char* kRuleNames[] = {nullptr,         "head-short", "head-length",  "head-order",
                                       "dump-position", "header",     "separator",    "not-a-record",
                                       "stamp",         "fields",     "unterminated", "too-long",
-                                      "zeros",         "time-order", "uncommitted",  "cursor"};
+                                      "zeros",         "cut",        "uncommitted",  "cursor"};
 static_assert(std::size(kRuleNames) == KORX_DAMAGE_CURSOR + 1, "the last rule has the last name");
 
 }  // namespace

@@ -45,19 +45,25 @@ bool IsUncommitted(const Laps& laps, size_t first, size_t old_end, const LogImag
     // Without a record behind it to compare with, it is of the old lap if that ends with it, or if
     // there is anything else of that lap.
     const bool is_followed = old_end > first + 1;
+    const bool ends_old_lap =
+        candidate.end() == laps.until || !AllZero(image.text(candidate.end(), laps.until));
+    // Where the file is cut to the lap's end, whatever was written last ends with it as well.
     const bool fits_old_lap = is_followed ? candidate.time_us <= image.entries[first + 1].time_us
-                                          : candidate.end() == laps.until ||
-                                                !AllZero(image.text(candidate.end(), laps.until));
+                                          : laps.old_end != OldEnd::kCut && ends_old_lap;
     if (fits_old_lap)
         return false;
     const bool has_newest_lap = old_end < image.entries.size();
     return !has_newest_lap || Last(image.entries).time_us <= candidate.time_us;
 }
 
-void DropUncommitted(const Laps& laps, size_t first, size_t old_end, LogImage* image) {
+// first_damage: of the old lap.
+void DropUncommitted(const Laps& laps, size_t first, size_t old_end, size_t first_damage,
+                     LogImage* image) {
     if (first == old_end || !IsUncommitted(laps, first, old_end, *image))
         return;
-    const Entry& candidate = image->entries[first];
+    const Entry candidate = image->entries[first];
+    if (old_end == first + 1)  // nothing else is wrong there
+        (void) image->damage.withdraw(first_damage, candidate.offset);
     image->damage.report(KORX_DAMAGE_UNCOMMITTED, candidate.offset, candidate.length,
                          "a record whose writer ended before it was entered in the head");
     RemoveEntry(first, &image->entries);
@@ -154,6 +160,18 @@ size_t FindNewestEnd(const UnmarkedLaps& laps, LogImage* image) {
     return size_fits ? EndOfFirstLine(*image, Last(found)) : laps.end;
 }
 
+constexpr Edge EdgeOf(OldEnd end) {
+    switch (end) {
+        case OldEnd::kKnown:
+            break;
+        case OldEnd::kCut:
+            return Edge::kCut;
+        case OldEnd::kUnknown:
+            return Edge::kAnywhere;
+    }
+    return Edge::kBetweenRecords;
+}
+
 }  // namespace
 
 void ReadLaps(const Laps& laps, LogImage* image) {
@@ -167,7 +185,7 @@ void ReadLaps(const Laps& laps, LogImage* image) {
              .flags = KORX_RECORD_OLD_LAP,
              .section = laps.section,
              .first = Edge::kAnywhere,
-             .last = laps.old_end == OldEnd::kKnown ? Edge::kBetweenRecords : Edge::kAnywhere,
+             .last = EdgeOf(laps.old_end),
              .zeros = laps.old_end == OldEnd::kUnknown ? ZeroTail::kUnwritten : ZeroTail::kDamage},
             image, &entries);
     if (laps.old_end == OldEnd::kUnknown)
@@ -178,8 +196,8 @@ void ReadLaps(const Laps& laps, LogImage* image) {
                  .section = laps.section,
                  .zeros = laps.newest_zeros},
                 image, &entries);
-    DropUncommitted(laps, first, old_end, image);
-    CheckOrder(first, image);
+    DropUncommitted(laps, first, old_end, first_damage, image);
+    MarkClockSetBack(first, image);
 }
 
 bool ReadUnmarkedLaps(const UnmarkedLaps& laps, LogImage* image) {
@@ -196,16 +214,15 @@ bool ReadUnmarkedLaps(const UnmarkedLaps& laps, LogImage* image) {
     return newest_end < laps.end;
 }
 
-void CheckOrder(size_t first, LogImage* image) {
-    int64_t newest = INT64_MIN;
+void MarkClockSetBack(size_t first, LogImage* image) {
+    const Entry* before = nullptr;
     for (size_t i = first; i < image->entries.size(); ++i) {
-        const Entry& entry = image->entries[i];
+        Entry& entry = image->entries[i];
         if (!entry.is(kHasHead))
             continue;
-        if (newest != INT64_MIN && entry.time_us < newest - kOrderSlack)
-            image->damage.report(KORX_DAMAGE_TIME_ORDER, entry.offset, entry.length,
-                                 "older than the record before it");
-        newest = entry.time_us;
+        const bool set_back = before != nullptr && entry.time_us < before->time_us - kOrderSlack;
+        entry.set(set_back ? KORX_RECORD_CLOCK_BACK : 0);
+        before = &entry;
     }
 }
 

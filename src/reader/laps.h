@@ -43,7 +43,7 @@ struct UnmarkedLaps {
 // The same for them. Whether there is an old lap.
 bool ReadUnmarkedLaps(const UnmarkedLaps& laps, LogImage* image);
 
-// Reports the entries from first on that are older than the one before.
-void CheckOrder(size_t first, LogImage* image);
+// Marks the entries from first on that are older than the one before.
+void MarkClockSetBack(size_t first, LogImage* image);
 
 }  // namespace korx

@@ -14,8 +14,15 @@ namespace korx {
 // What tells a record from every other: FNV-1a with 64 bits.
 uint64_t HashRecord(std::string_view record);
 
-// The entry of a section that a mark stands for, or the number of entries when it is not there.
-size_t FindMarked(const LogImage& image, const korx_mark& mark, size_t section);
+// Where a mark leads in its section.
+struct Marked {
+    bool is_known;  // if not, everything may have been written since
+    size_t behind;  // the entries of the section before this one were not written since
+};
+
+// Finds the marked record, also where the log has cut it since; where it is gone, its place, if
+// place and stamp leave no doubt of it.
+Marked FindMarked(const LogImage& image, const korx_mark& mark, size_t section);
 
 // Puts a record into the mark of its section.
 void SetMark(const LogImage& image, const Entry& entry, korx_mark* mark);

@@ -80,6 +80,9 @@ void FillInfo(korx_reader* reader) {
     info.limit = image.is_ring() && image.laps != 0 ? image.file_size : image.format.kind->limit;
     info.fill = image.fill;
     info.records = image.entries.size();
+    info.clock_set_back = static_cast<uint64_t>(
+        std::count_if(image.entries.begin(), image.entries.end(),
+                      [](const Entry& entry) { return entry.is(KORX_RECORD_CLOCK_BACK); }));
     info.damage = image.damage.count();
     info.has_head = image.is_ring() ? 1 : 0;
     info.log_len = image.head.uiLogLen;

@@ -42,10 +42,9 @@ bool SeekMark(const korx_mark& mark, korx_reader* reader) {
     for (size_t s = 0; s < kSectionCount; ++s) {
         if (mark.last[s].length == 0)
             continue;
-        const size_t last = FindMarked(reader->image, mark, s);
-        if (last == entries.size())
-            found_all = false;
-        for (size_t i = 0; last < entries.size() && i <= last; ++i)
+        const Marked marked = FindMarked(reader->image, mark, s);
+        found_all &= marked.is_known;
+        for (size_t i = 0; i < marked.behind; ++i)
             entries[i].set(entries[i].section == s ? kSeen : 0);
     }
     return found_all;

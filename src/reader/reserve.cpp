@@ -23,7 +23,7 @@ void AnalyseReserve(LogImage* image) {
     if (BeginsWith(bytes, kSpaceHeader))
         begin = kSpaceHeaderLength;
     ReadStretch({.begin = begin, .end = bytes.size()}, image, &image->entries);
-    CheckOrder(0, image);
+    MarkClockSetBack(0, image);
     image->fill = bytes.size() - begin;
 }
 

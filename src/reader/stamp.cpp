@@ -136,6 +136,11 @@ bool ResemblesStamp(StampStyle style, std::string_view text) {
     return true;
 }
 
+bool BeginsStamp(StampStyle style, std::string_view text) {
+    const auto [shape, length] = ShapeOf(style);
+    return text.size() < length && HasShape(text.data(), shape, text.size());
+}
+
 LocalClock::LocalClock() {
     tzset();  // localtime_r does not look for a changed zone by itself
 }

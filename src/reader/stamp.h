@@ -28,6 +28,9 @@ size_t ParseStamp(StampStyle style, std::string_view text, CivilTime* time);
 // Whether a stamp of the usual length stands there with at most a few bytes wrong in it.
 bool ResemblesStamp(StampStyle style, std::string_view text);
 
+// Whether what is left of a text could go on as a stamp.
+bool BeginsStamp(StampStyle style, std::string_view text);
+
 // Turns local times into moments. Asking the C library for each record would take longer than all
 // the rest, so the offset is looked up once a day; only around a change of the clocks each time is
 // looked at by itself.

@@ -50,8 +50,13 @@ class StretchReader {
 
     // Whether what begins at the start of this line can't belong to the record before it.
     bool begins_something(size_t at) {
-        return bytes_[at] == '\0' || begins_record(at) ||
+        return bytes_[at] == '\0' || begins_record(at) || begins_cut_record(at) ||
                ResemblesHead(image_.format, rest(at)) != KORX_DAMAGE_NOT_A_RECORD;
+    }
+
+    // The cut may leave no more of a record than the beginning of its stamp.
+    bool begins_cut_record(size_t at) const {
+        return stretch_.last == Edge::kCut && BeginsStamp(image_.format.kind->stamp, rest(at));
     }
 
     void find_zero(size_t from) {
@@ -88,13 +93,31 @@ class StretchReader {
             if (stretch_.last == Edge::kAnywhere && end == stretch_.end)
                 return end;
             if (reports())
-                image_.damage.report(KORX_DAMAGE_UNTERMINATED, at, end - at,
-                                     "a record without line end");
+                report_end(at, end);
+        } else if (is_cut_between_lines(end) && reports()) {
+            image_.damage.report(KORX_DAMAGE_CUT, at, end - at,
+                                 "further lines of this record, or all of the next, were cut off");
         }
         time_ = moment.micros;
         const bool damaged = too_long || !terminated;
         add(at, end, moment.utc_offset, kHasHead | (damaged ? KORX_RECORD_DAMAGED : 0));
         return end;
+    }
+
+    bool is_cut(size_t end) const { return stretch_.last == Edge::kCut && end == stretch_.end; }
+
+    // The file is only cut to its limit when the text goes beyond, so that something was lost even
+    // where a line ends there.
+    bool is_cut_between_lines(size_t end) const {
+        return is_cut(end) && image_.file_size == image_.format.kind->limit;
+    }
+
+    void report_end(size_t at, size_t end) {
+        if (is_cut(end))
+            image_.damage.report(KORX_DAMAGE_CUT, at, end - at, "a record whose end was cut off");
+        else
+            image_.damage.report(KORX_DAMAGE_UNTERMINATED, at, end - at,
+                                 "a record without line end");
     }
 
     // Text or zeros up to the next place where a record begins.
@@ -105,10 +128,10 @@ class StretchReader {
         size_t end = at + 1;
         while (end < stretch_.end && !ends_other(end))
             ++end;
-        const bool cut =
-            stretch_.last == Edge::kAnywhere && end == stretch_.end && bytes_[end - 1] != '\n';
-        if (!is_at_first_edge() && !cut && reports())
-            take_text(at, end, rule);
+        const bool torn = end == stretch_.end && bytes_[end - 1] != '\n';
+        const bool dropped = torn && stretch_.last == Edge::kAnywhere;
+        if (!is_at_first_edge() && !dropped && reports())
+            take_text(at, end, torn && is_cut(end) ? KORX_DAMAGE_CUT : rule);
         return end;
     }
 
@@ -137,7 +160,8 @@ class StretchReader {
 
     void take_text(size_t at, size_t end, korx_damage_rule rule) {
         image_.damage.report(rule, at, end - at,
-                             rule == KORX_DAMAGE_STAMP    ? "a record with a damaged time stamp"
+                             rule == KORX_DAMAGE_CUT      ? "a record whose end was cut off"
+                             : rule == KORX_DAMAGE_STAMP  ? "a record with a damaged time stamp"
                              : rule == KORX_DAMAGE_FIELDS ? "a record with damaged head fields"
                                                           : "text that is not a record");
         add(at, end, 0, KORX_RECORD_DAMAGED);

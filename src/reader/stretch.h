@@ -9,8 +9,9 @@
 namespace korx {
 
 // How a stretch may begin and end: between two records, or anywhere in one of them. The part of a
-// record at such an edge is neither an entry nor damage.
-enum class Edge { kBetweenRecords, kAnywhere };
+// record at such an edge is neither an entry nor damage; at the last edge it may be known that it
+// was cut off there, and then it is both.
+enum class Edge { kBetweenRecords, kAnywhere, kCut };
 
 // What zeros up to the end of a stretch are: room that was never written, or damage.
 enum class ZeroTail { kDamage, kUnwritten };

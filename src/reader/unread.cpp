@@ -137,13 +137,10 @@ void MarkByCursor(LogImage* image, const Cursor* cursor, korx_reader_info* info)
     info->has_cursor = cursor != nullptr && cursor->kind == image->format.kind->kind ? 1 : 0;
     for (size_t s = 0; s < kSectionCount; ++s) {
         const bool taken_before = info->has_cursor != 0 && cursor->mark.last[s].length != 0;
-        const size_t count = image->entries.size();
-        const size_t last = taken_before ? FindMarked(*image, cursor->mark, s) : count;
-        if (taken_before && last == count)
-            info->gap = 1;
         // Where the place is lost all of the section is unread: twice is better than never.
-        const size_t first = last == count ? 0 : last + 1;
-        for (size_t i = first; i < count; ++i) {
+        const Marked marked = taken_before ? FindMarked(*image, cursor->mark, s) : Marked{true, 0};
+        info->gap |= marked.is_known ? 0 : 1;
+        for (size_t i = marked.behind; i < image->entries.size(); ++i) {
             Entry& entry = image->entries[i];
             entry.set(entry.section == s ? KORX_RECORD_UNREAD : 0);
         }

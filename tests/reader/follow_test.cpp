@@ -78,6 +78,63 @@ TEST_F(Files, RefreshedInVainLeaveTheReaderAsItWas) {
     EXPECT_EQ(korx_reader_refresh(copy.it, &how, nullptr), KORX_READER_ARGUMENT);
 }
 
+// The log cuts its newest record whenever a lap begins.
+TEST_F(Files, TextIsTakenOnceAcrossItsLaps) {
+    size_t taken = 0, damaged = 0;
+    std::set<std::string> texts;
+    const std::string path = "/dev/shm/orx_app.log";
+    for (unsigned i = 0; i < 400 && !HasFailure(); ++i) {
+        char line[120];
+        (void) snprintf(line, sizeof line, "[261124-10:00:%02u.%06u] [ProcID:1|1|INFO] : %*u\n",
+                        i / 10, i, 5 + static_cast<int>(i * 7 % 31), i);
+        ASSERT_EQ(ORX_WriteLogfile(path.c_str(), 3000, line), 0u);
+        if (i % 4 != 0)
+            continue;
+        LogReader log(path, KORX_LOG_TEXT);
+        EXPECT_EQ(log.info.gap, 0u) << i;
+        while (log.next_unread() == 1) {
+            const bool sound = (log.record.flags & KORX_RECORD_DAMAGED) == 0;
+            ++(sound ? taken : damaged);
+            EXPECT_TRUE(texts.emplace(log.record.text, log.record.length).second) << i;
+        }
+        ASSERT_EQ(log.ack(), KORX_READER_OK) << log.error.text;
+    }
+    EXPECT_GT(damaged, 0u) << "one that was cut before it was taken";
+    EXPECT_GE(taken + damaged, 397u - 400 / 30);
+}
+
+// What is older than a mark by place and stamp is not new; by its stamp alone it may be.
+TEST_F(Files, PlaceOfAMarkIsKnownWhereItsRecordIsGone) {
+    const auto line = [](char second, const char* message) {
+        return std::string("[2026-11-24 12:00:0") + second + ".000001][INFO][L:1 M:2][3]" +
+               message + "\n";
+    };
+    const std::string first = line('3', "a"), last = line('6', "c");
+    const LogReader before(first + line('5', "b") + last, KORX_LOG_PROCESS, "");
+    korx_record record;
+    korx_mark mark;
+    ASSERT_EQ(korx_reader_next(before.it, &record) + korx_reader_next(before.it, &record), 2);
+    korx_reader_get_mark(before.it, &mark);
+    const struct {
+        std::string bytes;
+        int known;
+        const char* next;
+    } cases[] = {
+        {first + line('5', "x") + last, 1, "c"},
+        {first + "[20x6" + line('5', "b").substr(5) + last, 1, "c"},
+        {first + line('5', "b\nmore") + last, 1, "b\nmore"},
+        {line('0', "a") + line('1', "b") + line('2', "c"), 0, "a"},
+        {first + line('5', "x") + line('4', "c"), 0, "a"},
+        {line('7', "a") + line('8', "b") + line('9', "c"), 0, "a"},
+    };
+    for (const auto& c : cases) {
+        LogReader log(c.bytes, KORX_LOG_PROCESS, "");
+        EXPECT_EQ(korx_reader_seek_mark(log.it, &mark), c.known) << c.bytes;
+        EXPECT_EQ(log.next(), 1);
+        EXPECT_EQ(std::string(log.record.message, log.record.message_length), c.next) << c.bytes;
+    }
+}
+
 // All that a reader tells; it then stands at its end.
 Texts Told(korx_reader* reader) {
     korx_reader_info info = {};
