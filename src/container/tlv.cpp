@@ -33,8 +33,10 @@ bool StoreValue(uint8_t* record, int16_t* remaining, uint16_t length, const void
         return false;
 
     StoreField(record + kLengthOffset, length);
-    if (length != 0 && memcpy_s(record + kHeaderSize, length, value, length) != 0)
+    if (length != 0 && value == nullptr)
         return false;
+    if (length != 0)
+        memcpy(record + kHeaderSize, value, length);
     *remaining = static_cast<int16_t>(*remaining - record_size);
     return true;
 }

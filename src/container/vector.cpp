@@ -10,6 +10,7 @@
 #include "base/bounded.h"
 #include "base/codes.h"
 #include "base/unique.h"
+#include "container/slots.h"
 
 static_assert(sizeof(ORX_VEC_Vector) == 16);
 static_assert(offsetof(ORX_VEC_Vector, uiUsedSlots) == 0);
@@ -91,12 +92,7 @@ uint32_t ORX_VEC_VectorEnsure(ORX_VEC_Vector* vector, uint32_t index) {
 }
 
 uint32_t ORX_VEC_VectorEmptySlot(const ORX_VEC_Vector* vector) {
-    if (vector == nullptr)
-        return kAllBits;
-    uint32_t slot = 0;
-    while (slot < vector->uiUsedSlots && vector->ppSlots[slot] != nullptr)
-        ++slot;
-    return slot;
+    return vector == nullptr ? kAllBits : EmptySlotFrom(vector, 0);
 }
 
 uint32_t ORX_VEC_VectorSet(ORX_VEC_Vector* vector, void* element) {

@@ -1,10 +1,13 @@
 #include "ini/lines.h"
 
+#include <errno.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 
+#include "base/report.h"
 #include "str/line_end.h"
 
 namespace korx {
@@ -22,7 +25,15 @@ std::string_view TrimEnd(std::string_view text) {
 
 }  // namespace
 
-bool BlockLines::next(std::string_view* line) {
+Lines::Lines(int fd) : fd_(fd), stream_(nullptr) {
+    struct stat st;
+    if (fstat(fd, &st) == 0 && !S_ISREG(st.st_mode)) {
+        state_ = Reading::kBroken;
+        errno = EINVAL;
+    }
+}
+
+bool Lines::next_of_block(std::string_view* line) {
     for (;;) {
         const size_t reach = std::min(static_cast<size_t>(end_ - begin_), kMaxLine);
         const void* const newline = memchr(begin_, '\n', reach);
@@ -43,7 +54,7 @@ bool BlockLines::next(std::string_view* line) {
     }
 }
 
-void BlockLines::refill() {
+void Lines::refill() {
     const auto left = static_cast<size_t>(end_ - begin_);
     memmove(block_, begin_, left);
     const ssize_t count = read(fd_, block_ + left, sizeof block_ - left);
@@ -54,13 +65,31 @@ void BlockLines::refill() {
 }
 
 // fgets tells no length, but the last NUL in the buffer is the one that it put behind what it read.
-bool StreamLines::next(std::string_view* line) {
-    memset(line_, '\n', sizeof line_);
-    if (fgets(line_, sizeof line_, stream_) == nullptr)
+bool Lines::next_of_stream(std::string_view* line) {
+    memset(block_, '\n', kMaxLine + 1);
+    if (fgets(block_, kMaxLine + 1, stream_) == nullptr) {
+        state_ = feof(stream_) ? Reading::kAtEnd : Reading::kBroken;
         return false;
-    const auto* const end = static_cast<const char*>(memrchr(line_, '\0', sizeof line_));
-    *line = {line_, static_cast<size_t>(end - line_)};
+    }
+    const auto* const end = static_cast<const char*>(memrchr(block_, '\0', kMaxLine + 1));
+    *line = {block_, static_cast<size_t>(end - block_)};
     return true;
+}
+
+LoadStatus TakeLines(Lines* lines, LineTaker* taker) {
+    LoadStatus result = LoadStatus::kLoaded;
+    std::string_view line;
+    while (lines->next(&line)) {
+        const LoadStatus status = taker->take(taker, line);
+        if (!IsLoaded(status))
+            return status;
+        if (status != LoadStatus::kLoaded)
+            result = status;
+    }
+    if (lines->state() == Reading::kAtEnd)
+        return result;
+    Log(kLevelErr, "[ORX] Can't get line from file, errno=%d", errno);
+    return LoadStatus::kReadError;
 }
 
 std::string_view SkipBlanks(std::string_view text) {

@@ -2,15 +2,12 @@
 // lookup go by this, so that a line means the same to them.
 #pragma once
 
-#include <errno.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
-#include <sys/stat.h>
 
 #include <string_view>
 
-#include "base/report.h"
 #include "korx/ini.h"
 
 namespace korx {
@@ -41,68 +38,41 @@ inline bool IsLoaded(LoadStatus status) {
 
 enum class Reading { kGoesOn, kAtEnd, kBroken };
 
-// Lines of a descriptor, read in large blocks.
-class BlockLines {
+// The lines of a profile, from where its descriptor or stream stands, which belongs to the caller.
+// A descriptor is read in large blocks, a stream as it is published. Of the descriptors only those
+// of regular files are read: a device may have no end.
+class Lines {
   public:
-    explicit BlockLines(int fd) : fd_(fd) {}
+    explicit Lines(int fd);
+    explicit Lines(FILE* stream) : fd_(-1), stream_(stream) {}
 
     // The next line with its end; it lies in the block until the next call. False where there is
     // none: state tells why, after a failure with errno. What was read of a line before a failure
     // is none.
-    bool next(std::string_view* line);
+    bool next(std::string_view* line) {
+        return stream_ == nullptr ? next_of_block(line) : next_of_stream(line);
+    }
     Reading state() const { return state_; }
 
   private:
+    bool next_of_block(std::string_view* line);
+    bool next_of_stream(std::string_view* line);
     void refill();
 
     static constexpr size_t kBlockSize = 8192;
     const int fd_;
+    FILE* const stream_;
     Reading state_ = Reading::kGoesOn;
     char block_[kBlockSize];
     const char* begin_ = block_;
     const char* end_ = block_;
 };
 
-// The same of a stream, which belongs to the caller.
-class StreamLines {
-  public:
-    explicit StreamLines(FILE* stream) : stream_(stream) {}
-
-    bool next(std::string_view* line);
-    Reading state() const { return feof(stream_) ? Reading::kAtEnd : Reading::kBroken; }
-
-  private:
-    FILE* const stream_;
-    char line_[kMaxLine + 1];
+// Whoever judges lines one by one. They are taken until he refuses one or all are read.
+struct LineTaker {
+    LoadStatus (*take)(LineTaker* self, std::string_view line);
 };
-
-// Hands line by line to take, which judges it, until it refuses one or all are read.
-template <typename Lines, typename Take>
-LoadStatus TakeLines(Lines* lines, Take take) {
-    LoadStatus result = LoadStatus::kLoaded;
-    std::string_view line;
-    while (lines->next(&line)) {
-        const LoadStatus status = take(line);
-        if (!IsLoaded(status))
-            return status;
-        if (status != LoadStatus::kLoaded)
-            result = status;
-    }
-    if (lines->state() != Reading::kAtEnd)
-        return Fail(LoadStatus::kReadError, "[ORX] Can't get line from file, errno=%d", errno);
-    return result;
-}
-
-// The same for a profile that is open at its start. Only a regular file is read: a device may have
-// no end.
-template <typename Take>
-LoadStatus TakeFileLines(int fd, Take take) {
-    struct stat st;
-    if (fstat(fd, &st) == 0 && !S_ISREG(st.st_mode))
-        return Fail(LoadStatus::kReadError, "[ORX] Can't get line from file, errno=%d", EINVAL);
-    BlockLines lines(fd);
-    return TakeLines(&lines, take);
-}
+LoadStatus TakeLines(Lines* lines, LineTaker* taker);
 
 std::string_view SkipBlanks(std::string_view text);
 

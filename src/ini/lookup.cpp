@@ -8,6 +8,7 @@
 
 #include "base/bounded.h"
 #include "base/codes.h"
+#include "base/report.h"
 #include "base/text.h"
 #include "base/unique.h"
 #include "ini/lines.h"
@@ -22,17 +23,22 @@ constexpr size_t kMaxLookupName = 63;
 constexpr size_t kLookupSize = 256;  // of a value that is looked up, with its quotes
 
 // Looks for the first key of a name in the first section of a name, and at every line.
-class Lookup {
+class Lookup : public LineTaker {
   public:
-    Lookup(const char* section, const char* key) : section_(section), key_(key) {}
+    Lookup(const char* section, const char* key)
+        : LineTaker{[](LineTaker* self, std::string_view line) {
+              return static_cast<Lookup*>(self)->take_line(line);
+          }},
+          section_(section),
+          key_(key) {}
 
-    LoadStatus take(std::string_view line);
     bool has_section() const { return place_ != Place::kBeforeSections; }
     const char* value() const { return found_ ? value_ : kNoValue; }
 
   private:
     enum class Place { kBeforeSections, kBeforeSection, kInSection, kBehind };
 
+    LoadStatus take_line(std::string_view line);
     bool may_matter(std::string_view line) const;
     void enter_section(std::string_view name);
     LoadStatus take_key(const KeyLine& line, std::string_view text);
@@ -44,7 +50,7 @@ class Lookup {
     char value_[kMaxValue + 1];
 };
 
-LoadStatus Lookup::take(std::string_view line) {
+LoadStatus Lookup::take_line(std::string_view line) {
     if (!may_matter(line))
         return LoadStatus::kLoaded;
     const std::string_view text = TextOf(line);
@@ -88,16 +94,11 @@ LoadStatus Lookup::take_key(const KeyLine& line, std::string_view text) {
 // Opens the file that the name leads to, or says why it cannot.
 UniqueFd OpenByName(const char* file) {
     DirectoryText path;
-    UniqueFd fd = OpenUnresolved(file, kOpenProfile, 0, &path);
-    if (fd)
-        return fd;
-    if (ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) != kOk) {
+    UniqueFd fd;
+    if (OpenResolved(file, kOpenProfile, 0, &path, &fd) != kOk) {
         Log(kLevelErr, "Get the abolute path of file %s unsuccessfully when read profile.", file);
-        return UniqueFd();
-    }
-    // What can be opened is there: only a failure is looked into.
-    fd = OpenProfile(path.c_str());
-    if (!fd) {
+    } else if (!fd) {
+        // What can be opened is there: only a failure is looked into.
         const int error = errno;
         if (KORX_IsFileExist(path.c_str()) == KORX_FALSE)
             Log(kLevelInfo, "File %s is not exist.", file);
@@ -128,8 +129,8 @@ uint32_t KORX_IniReadProfile(const char* file, const char* section, const char* 
     if (!fd)
         return kFailed;
     Lookup lookup(section, key);
-    const LoadStatus status =
-        TakeFileLines(fd.get(), [&](std::string_view line) { return lookup.take(line); });
+    Lines lines(fd.get());
+    const LoadStatus status = TakeLines(&lines, &lookup);
     if (!IsLoaded(status) || !lookup.has_section())
         return KORX_INI_NOT_LOADED;
     CopyCut(value, size, lookup.value());

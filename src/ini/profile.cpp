@@ -17,6 +17,7 @@
 #include "base/codes.h"
 #include "base/report.h"
 #include "fs/resolve.h"
+#include "korx/fs.h"
 
 static_assert(sizeof(KORX_IniKey) == 336);
 static_assert(offsetof(KORX_IniKey, acKey) == 0);
@@ -56,17 +57,21 @@ bool IsKept(const KORX_IniKey& key, const KeyLine& line) {
 }
 
 // Builds a profile line by line, in file order.
-class Loader {
+class Loader : public LineTaker {
   public:
-    explicit Loader(KORX_IniSection** head) : next_section_(head) {}
+    explicit Loader(KORX_IniSection** head)
+        : LineTaker{[](LineTaker* self, std::string_view line) {
+              return static_cast<Loader*>(self)->add(line);
+          }},
+          next_section_(head) {}
 
+  private:
     LoadStatus add(std::string_view line) {
         const LoadStatus status = add_text(TextOf(line));
         return status == LoadStatus::kLoaded && HidesText(line) ? LoadStatus::kLoadedInPart
                                                                 : status;
     }
 
-  private:
     LoadStatus add_text(std::string_view text) {
         switch (Classify(text)) {
             case KORX_INI_LINE_SECTION:
@@ -105,13 +110,11 @@ class Loader {
     KORX_IniKey** next_key_ = nullptr;  // null before the first section
 };
 
-// What take_lines, given what judges a line, has built is kept if all of it could be read.
-template <typename TakeAll>
-LoadStatus Build(Profile* profile, TakeAll take_lines) {
+// What was built is kept if all lines could be read.
+LoadStatus Build(Lines* lines, Profile* profile) {
     KORX_IniSection* head = nullptr;
     Loader loader(&head);
-    const LoadStatus status =
-        take_lines([&loader](std::string_view line) { return loader.add(line); });
+    const LoadStatus status = TakeLines(lines, &loader);
     profile->reset(head);
     if (!IsLoaded(status))
         profile->reset();
@@ -120,20 +123,23 @@ LoadStatus Build(Profile* profile, TakeAll take_lines) {
 
 }  // namespace
 
-UniqueFd OpenProfile(const char* path) {
-    return UniqueFd(open(path, kOpenProfile));
-}
-
 // A name in the root resolves to one with two slashes, and names of the same profile are compared.
-UniqueFd OpenUnresolved(const char* file, int flags, mode_t mode, DirectoryText* path) {
+uint32_t OpenResolved(const char* file, int flags, mode_t mode, DirectoryText* path, UniqueFd* fd) {
     const char* const slash = strrchr(file, '/');
-    if (slash == nullptr || slash == file || !path->format("%s", file))
-        return UniqueFd();
-    return OpenAsNamed(file, flags, mode);
+    const bool may_be_resolved = slash != nullptr && slash != file && path->format("%s", file);
+    if (may_be_resolved)
+        *fd = OpenAsNamed(file, flags, mode);
+    if (*fd)
+        return kOk;
+    const uint32_t code = ORX_GetAbsolutePathAndFileName(file, path->data(), path->capacity());
+    if (code == kOk)
+        *fd = UniqueFd(open(path->c_str(), flags, mode));
+    return code;
 }
 
 LoadStatus LoadProfile(int fd, Profile* profile) {
-    return Build(profile, [fd](auto take) { return TakeFileLines(fd, take); });
+    Lines lines(fd);
+    return Build(&lines, profile);
 }
 
 KORX_IniSection* FindSection(KORX_IniSection* profile, const char* name) {
@@ -158,13 +164,14 @@ bool ReadsAsSection(const char* key, const char* value) {
 using namespace korx;
 
 KORX_IniSection* KORX_IniLoadProfile(FILE* stream) {
-    if (stream == nullptr)
-        return Fail(static_cast<KORX_IniSection*>(nullptr),
-                    "[ORX]ORX_LoadProfile Open file unsuccessfully.errno=%d!", errno);
+    if (stream == nullptr) {
+        Log(kLevelErr, "[ORX]ORX_LoadProfile Open file unsuccessfully.errno=%d!", errno);
+        return nullptr;
+    }
     const UniqueFile owned(stream);
-    StreamLines lines(owned.get());
+    Lines lines(owned.get());
     Profile profile;
-    (void) Build(&profile, [&lines](auto take) { return TakeLines(&lines, take); });
+    (void) Build(&lines, &profile);
     return profile.release();
 }
 

@@ -15,16 +15,16 @@ namespace korx {
 
 using Profile = std::unique_ptr<KORX_IniSection, Releaser<KORX_FreeProfile>>;
 
-// Opens a profile for reading and locking, which takes write permission. Never blocks, also not in
-// later reads, and never makes a terminal the process's own, whatever the name leads to.
+// For reading and locking a profile, which takes write permission. Never blocks, also not in later
+// reads, and never makes a terminal the process's own, whatever the name leads to.
 constexpr int kOpenProfile = O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-UniqueFd OpenProfile(const char* path);
 
-// Opens the file of a name that is its own resolution, as most are, and stores it as the path.
-// Nothing, and no report, where the name must be resolved first, or the file cannot be opened.
-UniqueFd OpenUnresolved(const char* file, int flags, mode_t mode, DirectoryText* path);
+// Resolves the name of a profile or of a file beside it, and opens what it leads to; both in one
+// call where the name is its own resolution, as most are. Returns the code of the resolution; where
+// only the opening failed there is no descriptor, and errno tells why.
+uint32_t OpenResolved(const char* file, int flags, mode_t mode, DirectoryText* path, UniqueFd* fd);
 
-// Reads a whole profile from what OpenProfile has opened. The profile is empty after a failure.
+// Reads a whole profile that is open at its start. The profile is empty after a failure.
 LoadStatus LoadProfile(int fd, Profile* profile);
 
 KORX_IniSection* FindSection(KORX_IniSection* profile, const char* name);

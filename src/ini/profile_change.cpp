@@ -82,14 +82,9 @@ class LockFile {
 uint32_t LockFile::open_for(const char* file) {
     if (!name_.format("%s.lock", file))
         return Fail(kFailed, "Print fileIn unsuccessfully, fileIn=%s.lock.", file);
-    fd_ = OpenUnresolved(name(), kOpenLockFile, kLockFileMode, &path_);
-    if (!fd_) {
-        const uint32_t code =
-            ORX_GetAbsolutePathAndFileName(name(), path_.data(), path_.capacity());
-        if (code != kOk)
-            return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", name(), code);
-        fd_ = UniqueFd(open(path_.c_str(), kOpenLockFile, kLockFileMode));
-    }
+    const uint32_t code = OpenResolved(name(), kOpenLockFile, kLockFileMode, &path_, &fd_);
+    if (code != kOk)
+        return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", name(), code);
     if (!fd_)
         return Fail(kFailed, "Can't create or open %s. errno:%d", name(), errno);
     lock_.move_to(fd_.get());
@@ -187,17 +182,14 @@ struct Loaded {
     Profile profile;
     LoadStatus status = LoadStatus::kReadError;
 
-    // Opens the file if its name needs no resolution, else finds out what it leads to.
     [[nodiscard]] bool resolve(const char* file) {
-        fd = OpenUnresolved(file, kOpenProfile, 0, &path);
-        return fd || ORX_GetAbsolutePathAndFileName(file, path.data(), path.capacity()) == kOk;
+        return OpenResolved(file, kOpenProfile, 0, &path, &fd) == kOk;
     }
+    // If what the name leads to could be opened.
     uint32_t load(const char* file);
 };
 
 uint32_t Loaded::load(const char* file) {
-    if (!fd)
-        fd = OpenProfile(path.c_str());
     if (!fd)
         return Fail(kFailed, "Can't Read File %s, errno: %d.", file, errno);
     status = LoadProfile(fd.get(), &profile);

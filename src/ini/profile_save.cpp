@@ -231,15 +231,12 @@ TryResult Save::replace() const {
         return std::nullopt;
     DirectoryText path;
     UniqueFd fd;
-    if (strcmp(file_, path_) == 0)
-        fd = OpenUnresolved(file_, kOpenToSync, 0, &path);
-    if (!fd) {
-        if (ORX_GetAbsolutePathAndFileName(file_, path.data(), path.capacity()) != kOk)
-            return Fail(kFailed,
-                        "Get the abolute path of file %s unsuccessfully when init save file.",
-                        file_);
+    if (OpenResolved(file_, kOpenToSync, 0, &path, &fd) != kOk)
+        return Fail(kFailed, "Get the abolute path of file %s unsuccessfully when init save file.",
+                    file_);
+    // The name may lead elsewhere by now.
+    if (strcmp(path.c_str(), path_) != 0)
         fd = UniqueFd(open(path_, kOpenToSync));
-    }
     if (fd)
         (void) fsync(fd.get());
     SyncDirectory(path_);
@@ -280,7 +277,7 @@ uint32_t KORX_IniSaveFile(const char* file, const KORX_IniSection* profile) {
         return Fail(kFailed, "get absolutepath %s unsuccessfully, uiret=%u.", file, code);
 
     for (int tries = 0; tries < kMaxTries; ++tries) {
-        const UniqueFd old = OpenProfile(path.c_str());
+        const UniqueFd old(open(path.c_str(), kOpenProfile));
         if (!old)
             return SysFail(kFailed, "[ORX] Can't open file '%s', errno=%d!", file, errno);
         const TryResult result = Save(file, path.c_str(), old.get(), temporary).run(profile);

@@ -25,13 +25,12 @@ const char* NamePart(const char* path) {
     return name;
 }
 
+constexpr size_t kParentLength = 3;  // of "/.."
+
 // Only a whole component counts: "/..x" and "/..." are ordinary names.
 bool IsParentReference(const char* text) {
-    return strncmp(text, "/..", 3) == 0 && (text[3] == '/' || text[3] == '\0');
-}
-
-void MoveText(char* to, const char* from) {
-    memmove(to, from, strlen(from) + 1);
+    return text[0] == '/' && text[1] == '.' && text[2] == '.' &&
+           (text[kParentLength] == '/' || text[kParentLength] == '\0');
 }
 
 void ClearText(char* buffer, uint32_t size) {
@@ -99,21 +98,27 @@ uint32_t ORX_FindPreGangStr(const char* text, uint32_t position) {
     return 0;
 }
 
+// What is kept moves down over what is cut, once.
 void ORX_CutPathStr(char* path) {
-    uint32_t i = 0;
-    while (path[i] != '\0') {
-        if (path[i] == '/' && path[i + 1] == '/') {
-            MoveText(path + i, path + i + 1);
-        } else if (IsParentReference(path + i)) {
-            // Scanning goes on at the parent's slash: the text moved there may start with another
-            // reference.
-            const uint32_t parent = ORX_FindPreGangStr(path, i);
-            MoveText(path + parent, path + i + 3);
-            i = parent;
+    char* to = path;
+    const char* from = path;
+    while (*from != '\0') {
+        if (from[0] == '/' && from[1] == '/') {
+            ++from;
+        } else if (IsParentReference(from)) {
+            const void* const parent = memrchr(path, '/', static_cast<size_t>(to - path));
+            to = parent == nullptr ? path : path + (static_cast<const char*>(parent) - path);
+            from += kParentLength;
         } else {
-            ++i;
+            const auto length = static_cast<size_t>(strchrnul(from + 1, '/') - from);
+            if (to != from)
+                memmove(to, from, length);
+            to += length;
+            from += length;
         }
     }
+    if (to != from)
+        *to = '\0';
 }
 
 // The diagnostic log's writer makes its own directory with this, hence the system log.

@@ -14,34 +14,49 @@
 #include "base/text.h"
 #include "base/unique.h"
 #include "base/write_all.h"
+#include "container/slots.h"
 
 namespace korx {
 namespace {
 
 constexpr size_t kPrefixSize = 128;
 
-// At most count characters of source, in count + 1 bytes of their own.
-MallocPtr<char> CopyOf(const char* source, size_t count) {
-    MallocPtr<char> copy(static_cast<char*>(malloc(count + 1)));
-    if (!copy)
-        return nullptr;
-    if (const int code = strncpy_s(copy.get(), count + 1, source, count); code != 0)
-        return Fail(nullptr, "nRet=%d.Copy pcSrcStr unsuccessfully, pcSrcStr=%s.", code, source);
-    copy.get()[count] = '\0';
+// A text with its terminator, in room + 1 bytes of their own.
+MallocPtr<char> CopyOf(std::string_view text, size_t room) {
+    MallocPtr<char> copy(static_cast<char*>(malloc(room + 1)));
+    if (copy) {
+        memcpy(copy.get(), text.data(), text.size());
+        copy.get()[text.size()] = '\0';
+        copy.get()[room] = '\0';
+    }
     return copy;
 }
 
-bool AppendToken(ORX_VEC_Vector* vector, std::string_view token) {
-    MallocPtr<char> copy = CopyOf(token.data(), token.size());
-    if (!copy || ORX_VEC_VectorSet(vector, copy.get()) == kAllBits)
-        return false;
-    (void) copy.release();  // the vector owns it now
-    return true;
-}
+// Appends to a vector, which takes the first empty slot each time.
+class TokenAppender {
+  public:
+    explicit TokenAppender(ORX_VEC_Vector* vector) : vector_(vector) {}
+
+    bool append(std::string_view token) {
+        MallocPtr<char> copy = CopyOf(token, token.size());
+        if (!copy || vector_ == nullptr)
+            return false;
+        slot_ = EmptySlotFrom(vector_, slot_);
+        if (ORX_VEC_VectorSetIndex(vector_, slot_, copy.get()) == kAllBits)
+            return false;
+        (void) copy.release();  // the vector owns it now
+        return true;
+    }
+
+  private:
+    ORX_VEC_Vector* const vector_;
+    uint32_t slot_ = 0;
+};
 
 bool AppendTokens(ORX_VEC_Vector* vector, const char* text, char separator, uint32_t max_count) {
     // The end is known by its place: the separator may be NUL.
     const char* const end = text + strlen(text);
+    TokenAppender tokens(vector);
     uint32_t appended = 0;
     for (const char* token = text;; ++appended) {
         while (token != end && *token == separator)
@@ -50,11 +65,11 @@ bool AppendTokens(ORX_VEC_Vector* vector, const char* text, char separator, uint
         if (left == 0)
             return true;
         if (max_count != 0 && appended == max_count)
-            return AppendToken(vector, {token, left});
+            return tokens.append({token, left});
 
         const void* const found = memchr(token, separator, left);
         const char* const token_end = found == nullptr ? end : static_cast<const char*>(found);
-        if (!AppendToken(vector, {token, static_cast<size_t>(token_end - token)}))
+        if (!tokens.append({token, static_cast<size_t>(token_end - token)}))
             return false;
         token = token_end;
     }
@@ -91,7 +106,8 @@ uint32_t ORX_ReplaceChar(char* text, char from, char to) {
 char* ORX_StrNdup(const char* source, uint32_t count) {
     if (source == nullptr)
         return nullptr;
-    return CopyOf(source, count == 0 ? strlen(source) : size_t{count}).release();
+    const size_t room = count == 0 ? strlen(source) : size_t{count};
+    return CopyOf({source, strnlen(source, room)}, room).release();
 }
 
 uint32_t ORX_SplitString2Vector(const char* text, char separator, uint32_t max_count,

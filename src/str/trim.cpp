@@ -7,39 +7,39 @@
 
 #include <string_view>
 
-#include "base/alloc.h"
-#include "base/bounded.h"
 #include "base/codes.h"
-#include "base/report.h"
-#include "base/unique.h"
 #include "str/line_end.h"
 
 namespace korx {
 namespace {
 
-constexpr char kBlank = ' ';
-constexpr char kQuote = '"';
-
-size_t CountLeading(const char* text, char c) {
+std::string_view WithoutLeading(std::string_view text, char c) {
     size_t count = 0;
-    while (text[count] == c)
+    while (count < text.size() && text[count] == c)
         ++count;
-    return count;
+    return text.substr(count);
 }
 
-size_t CountTrailing(std::string_view text, char c) {
-    size_t count = 0;
-    for (; !text.empty() && text.back() == c; text.remove_suffix(1))
-        ++count;
-    return count;
+std::string_view WithoutTrailing(std::string_view text, char c) {
+    size_t length = text.size();
+    while (length > 0 && text[length - 1] == c)
+        --length;
+    return text.substr(0, length);
 }
 
-MallocPtr<char> ZeroedCopyBuffer(size_t length) {
-    return MallocPtr<char>(static_cast<char*>(AllocateZeroed(length + 1)));
+std::string_view WithoutStart(std::string_view text) {
+    return WithoutLeading(WithoutLeading(text, ' '), '"');
 }
 
-uint32_t Number(size_t length) {
-    return static_cast<uint32_t>(length);
+std::string_view WithoutEnd(std::string_view text) {
+    return WithoutTrailing(WithoutTrailing(text, '"'), ' ');
+}
+
+// Leaves only what of a text is kept; the rest of its bytes become zero.
+uint32_t Keep(char* text, size_t length, std::string_view kept) {
+    memmove(text, kept.data(), kept.size());
+    memset(text + kept.size(), 0, length - kept.size());
+    return kOk;
 }
 
 bool IsSpace(char c) {
@@ -53,57 +53,17 @@ using namespace korx;
 
 uint32_t ORX_Strtrimr(char* text) {
     const size_t length = strlen(text);
-    const MallocPtr<char> copy = ZeroedCopyBuffer(length);
-    if (!copy)
-        return kNoMemory;
-
-    const size_t blanks = CountLeading(text, kBlank);
-    const char* const rest = text + blanks;
-    if (const int code = strncpy_s(copy.get(), length + 1, rest, length - blanks); code != 0)
-        return Fail(kFailed,
-                    "nRet=%d.Failed to copy buffer when Strtrimr, buffer=%s, loop=%u, len=%u.",
-                    code, rest, Number(blanks), Number(length));
-
-    const size_t quotes = CountLeading(copy.get(), kQuote);
-    const char* const remainder = copy.get() + quotes;
-    (void) memset_s(text, length + 1, 0, length + 1);
-    if (const int code = strncpy_s(text, length + 1, remainder, length); code != 0)
-        return Fail(
-            kFailed,
-            "nRet=%d.Copy buffer when Strtrimr unsuccessfully, buffer=%s, loop=%u, len=%u, templen=%u.",
-            code, remainder, Number(quotes), Number(length), Number(strlen(remainder)));
-    return kOk;
+    return Keep(text, length, WithoutStart({text, length}));
 }
 
 uint32_t ORX_Strtriml(char* text) {
     const size_t length = strlen(text);
-    if (length == 0)
-        return kOk;
-    const MallocPtr<char> copy = ZeroedCopyBuffer(length);
-    if (!copy)
-        return kNoMemory;
-
-    const size_t quotes = CountTrailing({text, length}, kQuote);
-    const size_t unquoted = length - quotes;
-    if (const int code = strncpy_s(copy.get(), length + 1, text, unquoted); code != 0)
-        return Fail(kFailed,
-                    "nRet=%d.Copy pcbuf when Strtriml unsuccessfully, buf=%s, loop=%u, len=%u.",
-                    code, text, Number(quotes), Number(length));
-
-    // Quotes only or blanks only leave nothing to copy back: the zeroed text is the result.
-    const size_t blanks = CountTrailing({copy.get(), unquoted}, kBlank);
-    (void) memset_s(text, length, 0, length);
-    if (const int code = strncpy_s(text, length + 1, copy.get(), unquoted - blanks); code != 0)
-        return Fail(
-            kFailed,
-            "nRet=%d.Copy pctmp when Strtriml unsuccessfully, tmp=%s, tmpLen=%u, loop=%u, len=%u.",
-            code, copy.get(), Number(unquoted), Number(blanks), Number(length));
-    return kOk;
+    return Keep(text, length, WithoutEnd({text, length}));
 }
 
 uint32_t ORX_Trim(char* text, uint32_t /*size*/) {
-    const uint32_t code = ORX_Strtriml(text);
-    return code != kOk ? code : ORX_Strtrimr(text);
+    const size_t length = strlen(text);
+    return Keep(text, length, WithoutStart(WithoutEnd({text, length})));
 }
 
 void ORX_RemoveLastRn(char* text, uint32_t /*size*/) {

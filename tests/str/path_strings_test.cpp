@@ -85,6 +85,37 @@ TEST(CleanPath, GoesUpAtParentsAndKeepsOtherNames) {
     }
 }
 
+// The rules, one edit at a time.
+std::string CutPlainly(std::string path) {
+    for (size_t i = 0; i < path.size();) {
+        const bool is_parent =
+            path.compare(i, 3, "/..") == 0 && (i + 3 == path.size() || path[i + 3] == '/');
+        if (path.compare(i, 2, "//") == 0) {
+            path.erase(i, 1);
+        } else if (is_parent) {
+            const uint32_t parent = ORX_FindPreGangStr(path.c_str(), static_cast<uint32_t>(i));
+            path.erase(parent, i + 3 - parent);
+            i = parent;
+        } else {
+            ++i;
+        }
+    }
+    return path;
+}
+
+TEST(CleanPath, IsOnePassAndStillEveryEdit) {
+    const char* const pieces[] = {"", "/", "..", ".", "a", "/b/", "/.."};
+    constexpr unsigned kPieces = std::size(pieces), kAll = 7 * 7 * 7 * 7 * 7 * 7;
+    for (unsigned number = 0; number < kAll; ++number) {
+        std::string path;
+        for (unsigned rest = number; rest > 0; rest /= kPieces)
+            path += pieces[rest % kPieces];
+        std::string cut = path;
+        ORX_CutPathStr(cut.data());
+        ASSERT_STREQ(cut.c_str(), CutPlainly(path).c_str()) << path;
+    }
+}
+
 TEST_F(PathStrings, MakeDirectoriesUnderTheUmaskAndReportToTheSystemLog) {
     umask(027);
     const std::string root = tree.root(), longest = root + std::string(511 - root.size(), '/');

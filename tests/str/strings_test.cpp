@@ -73,6 +73,32 @@ TEST_F(Strings, SplitAtRunsOfSeparators) {
     }
 }
 
+// As ORX_VEC_VectorSet would, token by token.
+TEST_F(Strings, SplitFillsTheLowestEmptySlots) {
+    for (unsigned holes = 0; holes < 32; ++holes) {
+        ORX_VEC_Vector* const vectors[] = {ORX_VEC_VectorInit(nullptr, 1),
+                                           ORX_VEC_VectorInit(nullptr, 1)};
+        for (auto* const vector : vectors) {
+            for (unsigned slot = 0; slot < 5; ++slot) {
+                char* const old = (holes >> slot & 1) != 0 ? nullptr : ORX_StrNdup("old", 0);
+                ORX_VEC_VectorSetIndex(vector, slot, old);
+            }
+        }
+        EXPECT_EQ(ORX_SplitString2Vector("a,b,c", ',', 0, vectors[0]), 0u);
+        for (const char* const token : {"a", "b", "c"})
+            ORX_VEC_VectorSet(vectors[1], ORX_StrNdup(token, 0));
+        ASSERT_EQ(vectors[0]->uiUsedSlots, vectors[1]->uiUsedSlots) << holes;
+        for (unsigned slot = 0; slot < vectors[0]->uiUsedSlots; ++slot)
+            EXPECT_STREQ(static_cast<char*>(vectors[0]->ppSlots[slot]),
+                         static_cast<char*>(vectors[1]->ppSlots[slot]))
+                << holes;
+        for (auto* const vector : vectors) {
+            ORX_VEC_VectorClearAll(vector);
+            ORX_VEC_VectorFree(vector);
+        }
+    }
+}
+
 // Allocations of the call: token a, token b, the vector's growth for it.
 TEST_F(Strings, FreeEveryElementWhenASplitFails) {
     for (unsigned nth : {1u, 2u, 3u}) {
