@@ -1,5 +1,5 @@
-// What calls cost in system calls, and the library in room: an upper limit for each, and a lower one
-// is always welcome.
+// What calls cost in system calls, and the library in room: an upper limit for each, and a lower
+// one is always welcome.
 #include <dlfcn.h>
 #include <link.h>
 #include <signal.h>
@@ -26,7 +26,8 @@ struct Budget : RoomTest {};
 int CallsToTheNextStop(const std::function<bool()>& works) {
     const pid_t child = fork();
     if (child == 0) {
-        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0 && works() && works() && raise(SIGSTOP) == 0 && works())
+        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0 && works() && works() &&
+            raise(SIGSTOP) == 0 && works())
             raise(SIGSTOP);
         _exit(1);
     }
@@ -87,7 +88,8 @@ TEST_F(Budget, OfSystemCalls) {
         {"diagnostic record", 7, [] { return KORX_DLog(0, 1, 1, 0, 0, "%s", "text") == 0; }},
         {"security record", 7,
          [] { return KORX_SecurityEventLog(0, 1, 1, 0, 0, "%s", "text") == 0; }},
-        {"life-cycle record", 8, [] { return KORX_LifeCycleLog(0, 1, 1, 0, 0, "%s", "text") == 0; }},
+        {"life-cycle record", 8,
+         [] { return KORX_LifeCycleLog(0, 1, 1, 0, 0, "%s", "text") == 0; }},
         {"process record", 6, [] { return KORX_PLog(1, 0, 0, "%s", "text") == 0; }},
         {"start record", 12, [] { return KORX_STLog(3, 1, 0, "%s", "text") == 0; }},
         {"text line", 18, [&] { return line(ORX_LOG_MODE_FILE); }},
@@ -110,8 +112,11 @@ TEST_F(Budget, OfSystemCalls) {
         EXPECT_LE(CallsToTheNextStop(row.works) - stop, row.most) << row.what;
     // What was counted did its work: each of the rows three times, the ring also for the lines.
     EXPECT_EQ(ReadFile("to2"), ReadFile("from"));
-    for (const auto& [log, lines] : {std::pair("KORX_DIAG_LOG", 6), {"korx_safe.log", 3},
-                                     {"korx_life.log", 3}, {"zelk.log", 3}, {"orx_app.log", 6}}) {
+    for (const auto& [log, lines] : {std::pair("KORX_DIAG_LOG", 6),
+                                     {"korx_safe.log", 3},
+                                     {"korx_life.log", 3},
+                                     {"zelk.log", 3},
+                                     {"orx_app.log", 6}}) {
         const std::string text = ReadFile(tree.path("log/") + log);
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), lines) << log;
     }
