@@ -14,6 +14,7 @@ enum Status : int {
     kInput = 3,      // something cannot be read: missing, no permission, locked, not a log
     kOutput = 4,     // the output failed; nothing of it was acknowledged
     kUnchanged = 5,  // the records were printed but not acknowledged; the profile was not changed
+    kNotCome = 6,    // the record that was waited for has not come
 };
 
 // Whether another try is worth it: kBusy is a writer that held the log for too long.
@@ -38,6 +39,7 @@ void Complain(const std::string& text);
 struct Globals {
     bool json = false;
     std::string directory;  // --dir: where the logs are; empty: as configured
+    std::string board;      // --board: before the ids of records; empty: see BoardName
 };
 
 // "path: why" for errno as it stands.

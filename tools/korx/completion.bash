@@ -9,25 +9,34 @@ _korx() {
     for ((i = 1; i < COMP_CWORD; ++i)); do
         word=${COMP_WORDS[i]}
         case $word in
-            -n | --lines | --since | --until | --level | --grep | --section | --process | --dir | \
-                -o | --output | --exec | --ack-fd | --default) ((++i)) ;;
+            -n | --lines | -S | --since | -U | --until | -p | --level | -g | --grep | --section | \
+                -u | --process | -D | --dir | --board | --output-fields | --after-cursor | \
+                --wait-for | --timeout | -o | --output | --exec | --ack-fd | --default) ((++i)) ;;
             -*) ;;
             *) words+=("$word") ;;
         esac
     done
 
+    # -o is a form for show and a file for others.
+    case ${words[1]-} in
+        show) local forms="short cat json" ;;
+        *) local forms= ;;
+    esac
     case $prev in
-        --level) mapfile -t COMPREPLY < <(compgen -W "debug info warning error fatal" -- "$cur") ;;
+        -p | --level) mapfile -t COMPREPLY < <(compgen -W "debug info warning error fatal" -- "$cur") ;;
         --section) mapfile -t COMPREPLY < <(compgen -W "FRAME PATCH CFL DBG" -- "$cur") ;;
-        --process)
+        -u | --process)
             mapfile -t COMPREPLY < <(compgen -W "QTMON zelk_agent ZELK_QR9T zelk DXN" -- "$cur")
             ;;
-        --since | --until)
+        -S | --since | -U | --until)
             mapfile -t COMPREPLY < <(compgen -W "today yesterday 1h 15m" -- "$cur")
             ;;
-        --dir) mapfile -t COMPREPLY < <(compgen -d -- "$cur") ;;
-        -o | --output) mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
-        -n | --lines | --grep | --ack-fd | --default) ;;
+        -D | --dir) mapfile -t COMPREPLY < <(compgen -d -- "$cur") ;;
+        -o | --output)
+            mapfile -t COMPREPLY < <(compgen ${forms:+-W} "${forms:--f}" -- "$cur")
+            ;;
+        -n | --lines | -g | --grep | --board | --output-fields | --after-cursor | --wait-for | \
+            --timeout | --ack-fd | --default) ;;
         --exec) mapfile -t COMPREPLY < <(compgen -c -- "$cur") ;;
         *)
             local command="${words[0]-} ${words[1]-}" choices=
@@ -37,12 +46,13 @@ _korx() {
                 "ini ") choices="get set unset list check diff revert --help" ;;
                 "log list") choices="--json --dir --help" ;;
                 "log show")
-                    choices="--json --dir --lines --follow --since --until --level --grep \
-                        --ignore-case --section --process --unread --help"
-                    [[ ${#words[@]} -gt 2 ]] || choices+=" $kinds"
+                    choices="--json --dir --lines --reverse --follow --since --until --level --grep \
+                        --ignore-case --section --process --unread --output --output-fields --utc \
+                        --after-cursor --show-cursor --fail-empty --wait-for --timeout --no-pager \
+                        --board --help $kinds"
                     ;;
                 "log take")
-                    choices="--json --dir --follow --output --exec --ack-fd --help"
+                    choices="--json --dir --follow --output --exec --ack-fd --board --help"
                     [[ ${#words[@]} -gt 2 ]] || choices+=" $kinds"
                     ;;
                 "log verify") choices="--json --dir --help $kinds" ;;

@@ -5,15 +5,17 @@
 #include <string_view>
 
 #include "common.h"
+#include "format/start.h"
 #include "when.h"
 
 namespace korx::tool {
 namespace {
 
-std::optional<int64_t> Time(const std::string& option, const std::string& text) {
+// Of the two moments of a repeated hour, the one that leaves more records.
+std::optional<int64_t> Time(const std::string& option, const std::string& text, Twice twice) {
     if (text.empty())
         return std::nullopt;
-    const auto time = ParseWhen(text, NowMicroseconds());
+    const auto time = ParseWhen(text, NowMicroseconds(), twice);
     if (!time)
         throw Failure{kUsage, "--" + option + ": '" + text +
                                   "' is no time; try \"2024-03-05 14:07\", \"14:07\", \"2h\" "
@@ -33,6 +35,16 @@ uint32_t Level(const std::string& text) {
     throw Failure{kUsage, "--level: '" + text + "' is none of debug, info, warning, error, fatal"};
 }
 
+std::string Section(const std::string& text) {
+    std::string names;
+    for (const char* name : kModules) {
+        if (strcasecmp(name, text.c_str()) == 0)
+            return text;
+        names += std::string(names.empty() ? "" : ", ") + name;
+    }
+    throw Failure{kUsage, "--section: '" + text + "' is none of " + names};
+}
+
 bool SameName(const std::string& wanted, const korx_record& record) {
     return (record.fields & KORX_FIELD_NAME) != 0 && wanted.size() == record.name_length &&
            strncasecmp(wanted.data(), record.name, record.name_length) == 0;
@@ -40,33 +52,19 @@ bool SameName(const std::string& wanted, const korx_record& record) {
 
 }  // namespace
 
-Filter::Filter(const FilterOptions& options)
-    : since_(Time("since", options.since)),
-      until_(Time("until", options.until)),
-      section_(options.section),
-      process_(options.process),
-      unread_(options.unread) {
-    if (!options.level.empty())
-        level_ = Level(options.level);
-    if (options.grep.empty())
-        return;
+Expression::Expression(const std::string& option, const std::string& text, bool ignore_case) {
     auto expression = std::make_unique<regex_t>();
-    const int flags = REG_EXTENDED | REG_NOSUB | (options.ignore_case ? REG_ICASE : 0);
-    const int failed = regcomp(expression.get(), options.grep.c_str(), flags);
+    const int flags = REG_EXTENDED | REG_NOSUB | (ignore_case ? REG_ICASE : 0);
+    const int failed = regcomp(expression.get(), text.c_str(), flags);
     if (failed != 0) {
         char reason[128] = {};
         regerror(failed, expression.get(), reason, sizeof reason);
-        throw Failure{kUsage, "--grep: '" + options.grep + "': " + reason};
+        throw Failure{kUsage, option + ": '" + text + "': " + reason};
     }
     expression_.reset(expression.release());
 }
 
-bool Filter::selects_all() const {
-    return !since_ && !until_ && level_ == 0 && !expression_ && section_.empty() &&
-           process_.empty() && !unread_;
-}
-
-bool Filter::matches_expression(const korx_record& record) const {
+bool Expression::matches(const korx_record& record) const {
     const bool has_message = (record.fields & KORX_FIELD_MESSAGE) != 0;
     const char* const text = has_message ? record.message : record.text;
     // A copy, because not every regexec leaves what is behind the end alone.
@@ -75,6 +73,27 @@ bool Filter::matches_expression(const korx_record& record) const {
     range.rm_so = 0;
     range.rm_eo = static_cast<regoff_t>(copy.size());
     return regexec(expression_.get(), copy.c_str(), 1, &range, REG_STARTEND) == 0;
+}
+
+Filter::Filter(const FilterOptions& options)
+    : since_(Time("since", options.since, Twice::kEarlier)),
+      until_(Time("until", options.until, Twice::kLater)),
+      process_(options.process),
+      unread_(options.unread) {
+    if (since_ && until_ && *since_ > *until_)
+        throw Failure{kUsage, "--since '" + options.since + "' is later than --until '" +
+                                  options.until + "'"};
+    if (!options.level.empty())
+        level_ = Level(options.level);
+    if (!options.section.empty())
+        section_ = Section(options.section);
+    if (!options.grep.empty())
+        expression_.emplace("--grep", options.grep, options.ignore_case);
+}
+
+bool Filter::selects_all() const {
+    return !since_ && !until_ && level_ == 0 && !expression_ && section_.empty() &&
+           process_.empty() && !unread_;
 }
 
 bool Filter::matches(const korx_record& record) const {
@@ -93,7 +112,7 @@ bool Filter::matches(const korx_record& record) const {
         return false;
     if (!process_.empty() && (record.kind != KORX_LOG_PROCESS || !SameName(process_, record)))
         return false;
-    return !expression_ || matches_expression(record);
+    return !expression_ || expression_->matches(record);
 }
 
 }  // namespace korx::tool

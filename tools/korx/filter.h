@@ -11,6 +11,27 @@
 
 namespace korx::tool {
 
+// A POSIX extended regular expression for the messages of records.
+class Expression {
+  public:
+    // option: its name in complaints. Throws Failure for a text that is none.
+    Expression(const std::string& option, const std::string& text, bool ignore_case);
+
+    // Looks at the message; at the whole text of what has none.
+    bool matches(const korx_record& record) const;
+
+  private:
+    struct FreeRegex {
+        void operator()(regex_t* expression) const {
+            regfree(expression);
+            delete expression;
+        }
+    };
+
+    std::unique_ptr<regex_t, FreeRegex> expression_;
+};
+
+// Empty texts: not asked for.
 struct FilterOptions {
     std::string since;
     std::string until;
@@ -24,7 +45,7 @@ struct FilterOptions {
 
 class Filter {
   public:
-    // Throws Failure for a time, level or expression that is none.
+    // Throws Failure for a time, level, name or expression that is none.
     explicit Filter(const FilterOptions& options);
 
     bool selects_all() const;
@@ -32,19 +53,10 @@ class Filter {
     bool matches(const korx_record& record) const;
 
   private:
-    struct FreeRegex {
-        void operator()(regex_t* expression) const {
-            regfree(expression);
-            delete expression;
-        }
-    };
-
-    bool matches_expression(const korx_record& record) const;
-
     std::optional<int64_t> since_;
     std::optional<int64_t> until_;
     uint32_t level_ = 0;
-    std::unique_ptr<regex_t, FreeRegex> expression_;
+    std::optional<Expression> expression_;
     std::string section_;
     std::string process_;
     bool unread_;

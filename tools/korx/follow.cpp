@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include "files.h"
-#include "signals.h"
 
 namespace korx::tool {
 // The directories tell of files that come and go, and only of these: writes to other files there
@@ -31,7 +30,11 @@ Follower::Follower(const std::vector<Source>& sources)
 }
 
 void Follower::watch_content(Watched& watched) {
+    const int before = watched.content;
     watched.content = inotify_add_watch(fd_.get(), watched.path.c_str(), IN_MODIFY);
+    // The file that was there before must not wake us up any more, wherever it is now.
+    if (before >= 0 && before != watched.content)
+        (void) inotify_rm_watch(fd_.get(), before);
 }
 
 void Follower::take_events(std::vector<bool>* changed) {
@@ -61,21 +64,31 @@ void Follower::take_events(std::vector<bool>* changed) {
     }
 }
 
-std::vector<size_t> Follower::wait(int out_fd) {
+// False when end_us has come.
+bool Follower::sleep(int out_fd, int64_t end_us, bool for_changes) const {
+    // Of the output only its end is of interest, which poll always tells.
+    pollfd waiting[] = {{out_fd, 0, 0}, {for_changes ? fd_.get() : -1, POLLIN, 0}};
+    const Wake wake = PollOrStop(waiting, 2, end_us);
+    if (wake == Wake::kStop)
+        throw Stopped{};
+    if ((waiting[0].revents & (POLLERR | POLLHUP)) != 0)
+        throw ClosedPipe{};
+    return wake != Wake::kTime;
+}
+
+std::vector<size_t> Follower::wait(int out_fd, int64_t end_us) {
     std::vector<bool> changed(files_.size(), false);
     std::vector<size_t> result;
     while (result.empty()) {
-        // Of the output only its end is of interest, which poll always tells.
-        pollfd waiting[] = {{fd_.get(), POLLIN, 0}, {out_fd, 0, 0}};
-        if (PollOrStop(waiting, 2) == Wake::kStop)
-            throw Stopped{};
-        if ((waiting[1].revents & (POLLERR | POLLHUP)) != 0)
-            throw ClosedPipe{};
+        if (!sleep(out_fd, end_us, true))
+            return {};
+        (void) sleep(out_fd, next_us_, false);
         take_events(&changed);
         for (size_t i = 0; i < changed.size(); ++i)
             if (changed[i])
                 result.push_back(i);
     }
+    next_us_ = EndOfWait(kPause * 1e-6);
     return result;
 }
 

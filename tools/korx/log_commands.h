@@ -11,10 +11,20 @@
 namespace korx::tool {
 
 struct ShowOptions {
-    std::string what;
+    std::vector<std::string> what;
     FilterOptions filter;
+    std::string form;    // the word of -o; empty: not given
+    std::string fields;  // a list; empty: all
+    bool utc = false;
     std::optional<uint64_t> newest;
+    bool reverse = false;
     bool follow = false;
+    std::string after_cursor;
+    bool show_cursor = false;
+    bool fail_empty = false;
+    std::string wait_for;           // empty: for nothing
+    std::optional<double> timeout;  // of wait_for, in seconds
+    bool pager = true;
 };
 int RunLogShow(const Globals& globals, const ShowOptions& options);
 

@@ -46,29 +46,50 @@ std::string Percent(uint64_t part, uint64_t whole) {
     return whole == 0 ? "-" : std::to_string(part * 100 / whole) + "%";
 }
 
-std::string Columns(const std::string& kind, const std::string (&numbers)[6],
-                    const std::string& path) {
+std::string Columns(const std::string& kind, const std::string (&numbers)[6]) {
     return Left(kind, 8) + Right(numbers[0], 7) + Right(numbers[1], 4) + Right(numbers[2], 4) +
-           Right(numbers[3], 7) + Right(numbers[4], 6) + Right(numbers[5], 6) + path;
+           Right(numbers[3], 7) + Right(numbers[4], 6) + Right(numbers[5], 6);
+}
+
+// A row of the table. A terminal that is too narrow for it gets the path in a line of its own: one
+// that is broken in the middle can be neither read nor copied.
+struct Row {
+    std::string columns;  // with the blanks that lead to the path
+    std::string path;
+    std::string note;
+
+    std::string text(size_t width) const {
+        const std::string remark = note.empty() ? "" : "  (" + note + ")";
+        const std::string line = columns + path + remark;
+        if (line.size() <= width)
+            return line + "\n";
+        const size_t end = columns.find_last_not_of(' ') + 1;
+        const std::string indent = path.size() + 2 <= width ? "  " : "";
+        return columns.substr(0, end) + "\n" + indent + path + "\n" +
+               (note.empty() ? "" : remark + "\n");
+    }
+};
+
+Row RowOf(const Source& source, const korx_reader_info* info, const std::string& trouble,
+          size_t width) {
+    const std::string kind = korx_log_kind_name(source.kind);
+    if (info != nullptr)
+        return {Columns(kind, {HumanSize(info->size), Percent(info->fill, info->limit),
+                               std::to_string(info->laps), std::to_string(info->records),
+                               std::to_string(info->unread_records), std::to_string(info->damage)}),
+                source.path, info->gap != 0 ? "gap: records were lost unread" : ""};
+    const std::string why = trouble.empty() ? "not written yet" : "unreadable";
+    const Row row{Columns(kind, {"-", "-", "-", "-", "-", "-"}), source.path, why};
+    if (row.text(width).find('\n') + 1 == row.text(width).size())
+        return row;
+    return {Left(kind, 8) + "(" + why + ")  ", source.path, ""};
 }
 
 void ListHuman(Output& out, const Source& source, const korx_reader_info* info,
-               const std::string& trouble, bool color) {
-    const std::string kind = korx_log_kind_name(source.kind);
-    if (info == nullptr) {
-        const std::string why = trouble.empty() ? "  (not written yet)" : "  (unreadable)";
-        out.write(Columns(kind, {"-", "-", "-", "-", "-", "-"}, source.path + why) + "\n");
-        return;
-    }
-    std::string line =
-        Columns(kind,
-                {HumanSize(info->size), Percent(info->fill, info->limit),
-                 std::to_string(info->laps), std::to_string(info->records),
-                 std::to_string(info->unread_records), std::to_string(info->damage)},
-                source.path + (info->gap != 0 ? "  (gap: records were lost unread)" : ""));
-    if (color && info->damage > 0)
-        line = "\033[31m" + line + "\033[0m";
-    out.write(line + "\n");
+               const std::string& trouble, size_t width, bool color) {
+    const std::string text = RowOf(source, info, trouble, width).text(width);
+    const bool is_red = color && info != nullptr && info->damage > 0;
+    out.write(is_red ? "\033[31m" + text + "\033[0m" : text);
 }
 
 }  // namespace
@@ -76,10 +97,12 @@ void ListHuman(Output& out, const Source& source, const korx_reader_info* info,
 int RunLogList(const Globals& globals) {
     Output out;
     const bool color = WantsColor(STDOUT_FILENO);
+    const size_t width = TerminalWidth(STDOUT_FILENO);
     int status = kWell;
     if (!globals.json)
-        out.write(Columns("KIND", {"SIZE", "FILL", "LAPS", "RECORDS", "UNREAD", "DAMAGE"}, "PATH") +
-                  "\n");
+        out.write(Row{Columns("KIND", {"SIZE", "FILL", "LAPS", "RECORDS", "UNREAD", "DAMAGE"}),
+                      "PATH", ""}
+                      .text(SIZE_MAX));
     for (const Source& source : AllSources(globals)) {
         korx_reader_info info = {};
         std::string trouble;
@@ -97,7 +120,7 @@ int RunLogList(const Globals& globals) {
         if (globals.json)
             ListJson(out, source, known, trouble);
         else
-            ListHuman(out, source, known, trouble, color);
+            ListHuman(out, source, known, trouble, width, color);
     }
     out.flush();
     return status;

@@ -1,60 +1,117 @@
 // korx log show: prints records of one log, or of several merged by time.
+#include <errno.h>
 #include <stdint.h>
 #include <unistd.h>
 
 #include <algorithm>
 
+#include "cursor_token.h"
 #include "follow.h"
+#include "json.h"
 #include "log_commands.h"
 #include "output.h"
-#include "progress.h"
+#include "pager.h"
 #include "record_print.h"
+#include "shown.h"
 #include "signals.h"
-#include "sources.h"
-#include "when.h"
 
 namespace korx::tool {
 namespace {
 
-// A log that is being shown, with the place up to which it has been.
-struct Shown {
-    explicit Shown(Source from) : source(std::move(from)) {}
+constexpr char kGone[] = ": what was shown last is gone; records may be missing here";
 
-    Source source;
-    Reader reader;
-    korx_mark mark = {};
-    korx_record record = {};
-    bool has_record = false;
-    int64_t time_us = INT64_MIN;  // a damaged record stays behind the one before it
+bool Follows(const ShowOptions& options) {
+    return options.follow || !options.wait_for.empty();
+}
 
-    void advance() {
-        has_record = korx_reader_next(reader.get(), &record) != 0;
-        if (has_record && (record.fields & KORX_FIELD_TIME) != 0)
-            time_us = Microseconds(record.time);
+std::vector<Source> SourcesOf(const Globals& globals, const ShowOptions& options) {
+    std::vector<Source> sources = FindSources(globals, options.what);
+    // A name that no record can have is a mistake, not an empty answer.
+    if (!options.filter.section.empty() && !HasKind(sources, KORX_LOG_START))
+        throw Failure{kUsage, "--section: only the start log has sections"};
+    if (options.filter.process.empty())
+        return sources;
+    if (!HasKind(sources, KORX_LOG_PROCESS))
+        throw Failure{kUsage, "--process: only the process logs have processes"};
+    KeepProcess(&sources, options.filter.process);
+    return sources;
+}
+
+Style StyleOf(const Globals& globals, const ShowOptions& options,
+              const std::vector<Source>& sources) {
+    const auto is_process = [](const Source& source) { return source.kind == KORX_LOG_PROCESS; };
+    Style style;
+    if (globals.json)
+        style.form = Form::kJson;
+    if (!options.form.empty())
+        style.form = FormOfWord(options.form);
+    if (globals.json && style.form != Form::kJson)
+        throw Failure{kUsage, "--json and --output " + options.form + " contradict each other"};
+    if (!options.fields.empty()) {
+        if (style.form != Form::kJson)
+            throw Failure{kUsage, "--output-fields: only the objects of --output json have fields"};
+        style.fields = FieldsOfList(options.fields);
     }
-};
+    style.color = WantsColor(STDOUT_FILENO);
+    style.with_file =
+        sources.size() > 1 && !std::all_of(sources.begin(), sources.end(), is_process);
+    style.utc = options.utc;
+    style.board = BoardName(globals);
+    return style;
+}
+
+void CheckCombinations(const ShowOptions& options, const std::vector<Source>& sources) {
+    if (options.filter.ignore_case && options.filter.grep.empty() && options.wait_for.empty())
+        throw Failure{kUsage, "--ignore-case: there is neither --grep nor --wait-for"};
+    if (options.timeout && options.wait_for.empty())
+        throw Failure{kUsage, "--timeout: there is no --wait-for"};
+    if (options.timeout && !(*options.timeout >= 0))
+        throw Failure{kUsage, "--timeout: not a number of seconds from 0 on"};
+    if (!Follows(options))
+        return;
+    if (options.reverse)
+        throw Failure{kUsage, "--reverse: what is still to come cannot be printed first"};
+    for (const Source& source : sources)
+        if (source.path == kStandardInput)
+            throw Failure{kUsage, "standard input is a copy, which cannot be followed"};
+}
 
 class Show {
   public:
-    Show(const Globals& globals, const ShowOptions& options)
-        : filter_(options.filter),
-          newest_(options.newest),
-          style_{.json = globals.json, .color = WantsColor(STDOUT_FILENO)} {
-        for (Source& source : FindSources(globals, options.what, options.filter.process))
-            logs_.emplace_back(std::move(source));
-        style_.with_file = logs_.size() > 1 && logs_[0].source.kind != KORX_LOG_PROCESS;
-        check_names(options.filter);
+    Show(const ShowOptions& options, const std::vector<Source>& sources, const Style& style)
+        : options_(options), filter_(options.filter), newest_(options.newest), style_(style) {
+        if (!options.wait_for.empty())
+            awaited_.emplace("--wait-for", options.wait_for, options.filter.ignore_case);
+        std::vector<NamedMark> marks;
+        if (!options.after_cursor.empty())
+            marks = ParseCursorToken(options.after_cursor);
+        for (const Source& source : sources) {
+            Shown& log = logs_.emplace_back(source);
+            for (const NamedMark& named : marks)
+                if (named.file == source.file)
+                    log.mark = named.mark;
+        }
     }
 
-    int run(bool follow) {
-        if (!follow) {
+    int run() {
+        if (Follows(options_))
+            follow();
+        else
             show_all();
-            return status_;
-        }
-        if (!newest_ && !filter_.has_since())
-            newest_ = 10;
+        if (options_.show_cursor)
+            print_cursor();
+        if (status_ == kWell && awaited_ && !came_)
+            return kNotCome;
+        return status_ == kWell && options_.fail_empty && !any_printed_ ? kFinding : status_;
+    }
+
+  private:
+    void follow() {
+        if (!newest_ && !filter_.has_since() && options_.after_cursor.empty())
+            newest_ = awaited_ ? 0 : 10;
         CatchStopSignals();
         out_.set_interruptible();
+        const int64_t end_us = options_.timeout ? EndOfWait(*options_.timeout) : kNever;
         std::vector<Source> sources;
         for (Shown& log : logs_) {
             log.source.absence = Absence::kAllowed;
@@ -62,27 +119,20 @@ class Show {
         }
         Follower follower(sources);
         show_all();
-        while (true)
-            for (const size_t i : follower.wait(out_.fd()))
-                show_news(logs_[i]);
-    }
-
-  private:
-    // A name that no record can have is a mistake, not an empty answer.
-    void check_names(const FilterOptions& options) const {
-        const auto has = [&](korx_log_kind kind) {
-            return std::any_of(logs_.begin(), logs_.end(), [&](const Shown& log) {
-                return log.source.kind == kind || log.source.kind == KORX_LOG_AUTO;
-            });
-        };
-        if (!options.section.empty() && !has(KORX_LOG_START))
-            throw Failure{kUsage, "--section: only the start log has sections"};
-        if (!options.process.empty() && !has(KORX_LOG_PROCESS))
-            throw Failure{kUsage, "--process: only the process logs have processes"};
+        try {
+            while (!came_) {
+                const std::vector<size_t> changed = follower.wait(out_.fd(), end_us);
+                if (changed.empty())
+                    return;
+                for (const size_t i : changed)
+                    show_news(logs_[i]);
+            }
+        } catch (const Stopped&) {
+            // It ends as it was asked to.
+        }
     }
 
     void open(Shown& log) {
-        log.reader.reset();
         try {
             log.reader = OpenReader(log.source);
         } catch (const Failure& failure) {
@@ -91,6 +141,16 @@ class Show {
                 throw;
             Complain(failure.text);
             status_ = kInput;
+        }
+        if (log.reader)
+            go_to_mark(log);
+    }
+
+    // Where the mark is gone, at the oldest record from now on.
+    static void go_to_mark(Shown& log) {
+        if (korx_reader_seek_mark(log.reader.get(), &log.mark) == 0) {
+            Complain(log.source.path + kGone);
+            log.mark = {};
         }
     }
 
@@ -102,27 +162,30 @@ class Show {
         }
         if (!any && status_ == kWell)
             Complain("no such log has been written yet");
-        uint64_t skipped = 0;
-        if (newest_)
-            skipped = position_before_newest();
-        merge([&](Shown& log) {
-            if (skipped > 0) {
-                --skipped;
+        uint64_t skipped = newest_ ? position_before_newest() : 0;
+        struct Kept {
+            const Shown* log;
+            korx_record record;
+        };
+        std::vector<Kept> kept;
+        Merge(logs_, [&](Shown& log) {
+            if (!filter_.matches(log.record))
                 return;
-            }
-            print(log);
+            if (skipped > 0)
+                --skipped;
+            else if (options_.reverse)
+                kept.push_back({&log, log.record});
+            else
+                print(log, log.record);
         });
-        for (Shown& log : logs_)
-            if (log.reader)
-                korx_reader_get_mark(log.reader.get(), &log.mark);
-        for (Shown& log : logs_)
-            log.reader.reset();
+        for (; !kept.empty(); kept.pop_back())
+            print(*kept.back().log, kept.back().record);
         out_.flush();
     }
 
     // How many of the wanted records come before the newest ones.
     uint64_t position_before_newest() {
-        if (logs_.size() == 1 && filter_.selects_all()) {
+        if (logs_.size() == 1 && filter_.selects_all() && options_.after_cursor.empty()) {
             if (logs_[0].reader)
                 korx_reader_seek_newest(logs_[0].reader.get(), *newest_);
             return 0;
@@ -133,91 +196,106 @@ class Show {
             while (log.reader && korx_reader_next(log.reader.get(), &record) != 0)
                 count += filter_.matches(record) ? 1 : 0;
             if (log.reader)
-                korx_reader_rewind(log.reader.get());
+                korx_reader_seek_mark(log.reader.get(), &log.mark);
         }
         return count > *newest_ ? count - *newest_ : 0;
     }
 
-    // Hands the wanted records of all logs to use, in the order of time.
-    template <typename Use>
-    void merge(Use use) {
-        Progress progress("show");
-        uint64_t total = 0;
-        std::vector<Shown*> open;
-        for (Shown& log : logs_) {
-            if (!log.reader)
-                continue;
-            const korx_reader_info info = InfoOf(log.reader.get());
-            total += info.records;
-            log.time_us = INT64_MIN;
-            log.advance();
-            open.push_back(&log);
-        }
-        while (true) {
-            Shown* oldest = nullptr;
-            for (Shown* log : open)
-                if (log->has_record && (oldest == nullptr || log->time_us < oldest->time_us))
-                    oldest = log;
-            if (oldest == nullptr)
-                return;
-            if (filter_.matches(oldest->record))
-                use(*oldest);
-            progress.step(total);
-            oldest->advance();
-        }
-    }
-
-    void print(const Shown& log) {
-        AppendRecord(out_.buffer(), log.record, log.source.file, style_);
+    void print(const Shown& log, const korx_record& record) {
+        AppendRecord(out_.buffer(), log.reader.get(), record, log.source.file, style_);
+        any_printed_ = true;
+        came_ |= awaited_ && awaited_->matches(record);
         out_.flush_if_full();
     }
 
-    // Null when it cannot be had. Opening a busy log waits by itself.
-    Reader open_again(const Shown& log) {
-        while (true) {
-            try {
-                return OpenReader(log.source);
-            } catch (const Failure& failure) {
-                Complain(failure.text);
-                if (failure.trouble != Trouble::kBusy)
-                    return nullptr;
-            }
-            if (StopRequested())
-                throw Stopped{};
+    enum class News { kNone, kMore, kBusy };
+
+    // What is there of a log that had not been written yet.
+    News open_late(Shown& log) {
+        try {
+            log.reader = OpenReader(log.source);
+            if (log.reader)
+                go_to_mark(log);
+            return log.reader ? News::kMore : News::kNone;
+        } catch (const Failure& failure) {
+            Complain(failure.text);
+            return failure.trouble == Trouble::kBusy ? News::kBusy : News::kNone;
         }
     }
 
+    static News refresh(Shown& log) {
+        korx_refreshed how = KORX_REFRESHED_SAME;
+        korx_reader_error error = {};
+        const korx_reader_code code = korx_reader_refresh(log.reader.get(), &how, &error);
+        // One that is gone will be made anew, and be told of then.
+        if (code == KORX_READER_OPEN && error.system_error == ENOENT)
+            return News::kNone;
+        if (code != KORX_READER_OK) {
+            Complain(error.text);
+            return code == KORX_READER_LOCKED ? News::kBusy : News::kNone;
+        }
+        if (how == KORX_REFRESHED_GAP)
+            Complain(log.source.path + kGone);
+        return how == KORX_REFRESHED_SAME ? News::kNone : News::kMore;
+    }
+
     void show_news(Shown& log) {
-        log.reader = open_again(log);
-        if (!log.reader)
+        News news;
+        // Both wait for a busy log by themselves.
+        while ((news = log.reader ? refresh(log) : open_late(log)) == News::kBusy)
+            if (StopRequested())
+                throw Stopped{};
+        if (news == News::kNone)
             return;
-        if (korx_reader_seek_mark(log.reader.get(), &log.mark) == 0)
-            Complain(log.source.path +
-                     ": what was shown last is gone; records may be missing here");
         while (log.advance(), log.has_record)
             if (filter_.matches(log.record))
-                print(log);
-        korx_reader_get_mark(log.reader.get(), &log.mark);
-        log.reader.reset();
+                print(log, log.record);
         out_.flush();
     }
 
+    void print_cursor() {
+        std::vector<NamedMark> marks;
+        for (Shown& log : logs_) {
+            if (log.reader)
+                korx_reader_get_mark(log.reader.get(), &log.mark);
+            marks.push_back({log.source.file, log.mark});
+        }
+        const std::string token = CursorToken(marks);
+        if (style_.form == Form::kJson)
+            out_.write(JsonLine({{"cursor", token}}));
+        else
+            out_.write("-- cursor: " + token + "\n");
+        out_.flush();
+    }
+
+    const ShowOptions& options_;
     Filter filter_;
+    std::optional<Expression> awaited_;
     std::optional<uint64_t> newest_;
     Output out_;
     Style style_;
     std::vector<Shown> logs_;
     int status_ = kWell;
+    bool any_printed_ = false;
+    bool came_ = false;
 };
 
 }  // namespace
 
 int RunLogShow(const Globals& globals, const ShowOptions& options) {
-    Show show(globals, options);
+    const std::vector<Source> sources = SourcesOf(globals, options);
+    CheckCombinations(options, sources);
+    const Style style = StyleOf(globals, options, sources);
+    Show show(options, sources, style);
+    std::optional<Pager> pager;
+    if (options.pager && !Follows(options))
+        pager.emplace();
     try {
-        return show.run(options.follow);
+        return show.run();
     } catch (const Stopped&) {
-        return kWell;
+        return options.wait_for.empty() ? kWell : kNotCome;
+    } catch (const ClosedPipe&) {
+        return options.wait_for.empty() ? kWell : kNotCome;
     }
 }
 

@@ -36,13 +36,14 @@ Fate FateOf(korx_reader_code code) {
 class Take {
   public:
     Take(const Globals& globals, const TakeOptions& options)
-        : sources_(FindSources(globals, options.what, "")),
+        : sources_(FindSources(globals, options.what)),
           reported_(sources_.size()),
           destination_(OpenDestination(globals, options, sources_)),
-          style_{.json = globals.json,
+          style_{.form = globals.json ? Form::kJson : Form::kShort,
                  .color =
                      options.output.empty() && options.command.empty() && WantsColor(STDOUT_FILENO),
-                 .with_file = sources_.size() > 1} {}
+                 .with_file = sources_.size() > 1,
+                 .board = BoardName(globals)} {}
 
     int run(bool follow) {
         if (!follow) {
@@ -128,7 +129,7 @@ class Take {
                                           "; nothing taken, because nothing can be "
                                           "acknowledged (korx log show prints what is there)"};
         const korx_reader_info info = InfoOf(reader.get());
-        const bool gap = tell_gap(i, info) && style_.json;
+        const bool gap = tell_gap(i, info) && style_.form == Form::kJson;
         if (info.unread_records == 0 && !gap)
             return Delivery::kDone;
         destination_->begin();
@@ -167,7 +168,7 @@ class Take {
         korx_record record;
         uint64_t count = 0;
         for (; korx_reader_next_unread(reader, &record) != 0; ++count) {
-            AppendRecord(out.buffer(), record, sources_[i].file, style_);
+            AppendRecord(out.buffer(), reader, record, sources_[i].file, style_);
             out.flush_if_full();
             progress.step(info.unread_records);
         }

@@ -55,7 +55,7 @@ int RunLogVerify(const Globals& globals, const std::vector<std::string>& what) {
     Output out;
     int status = kWell;
     for (const std::string& word : what) {
-        for (const Source& source : FindSources(globals, word, "")) {
+        for (const Source& source : FindSources(globals, word)) {
             try {
                 status = std::max(status, VerifyOne(out, source, globals));
             } catch (const Failure& failure) {

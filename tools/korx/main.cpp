@@ -14,15 +14,18 @@
 #include "ini.h"
 #include "log_commands.h"
 #include "paths.h"
+#include "show_options.h"
 #include "sources.h"
 #include "space.h"
+#include "usage.h"
 
 namespace korx::tool {
 namespace {
 
 constexpr char kStatuses[] =
     "Exit status: 0 well; 1 something was found (damage, a missing key, a board that is not well); "
-    "2 usage; 3 something cannot be read; 4 the output failed; 5 not acknowledged or not changed.\n"
+    "2 usage; 3 something cannot be read; 4 the output failed; 5 not acknowledged or not changed; "
+    "6 the record that was waited for has not come.\n"
     "More in korx(1).";
 
 // Everything that the command line sets, and what is to be run in the end.
@@ -33,7 +36,6 @@ struct Commands {
     std::vector<std::string> verify;
     IniOptions ini;
     SpaceOptions space;
-    uint64_t newest = 0;
     std::function<int()> run;
 };
 
@@ -49,8 +51,20 @@ enum class Reads { kNoLogs, kLogs };
 void AddGlobals(CLI::App* command, Commands& c, Reads reads) {
     command->add_flag("--json", c.globals.json, "One JSON object a line");
     if (reads == Reads::kLogs)
-        command->add_option("--dir", c.globals.directory,
-                            "Directory of the logs instead of the configured one");
+        command
+            ->add_option("-D,--dir", c.globals.directory,
+                         "Directory of the logs instead of the configured one")
+            ->type_name("DIR")
+            ->check(kNotEmpty);
+}
+
+void AddBoardName(CLI::App* command, Commands& c) {
+    command
+        ->add_option("--board", c.globals.board,
+                     "The board's name in the ids of JSON records instead of KORX_BOARD or the "
+                     "host's name")
+        ->type_name("NAME")
+        ->check(kNotEmpty);
 }
 
 void AddWhat(CLI::App* command, std::string& what) {
@@ -68,46 +82,18 @@ void AddList(CLI::App& log, Commands& c) {
     list->callback([&c] { c.run = [&c] { return RunLogList(c.globals); }; });
 }
 
-void AddFilter(CLI::App* show, FilterOptions& filter) {
-    show->add_option("--since", filter.since,
-                     "Not older: \"2024-03-05 14:07\", 14:07, 90m, "
-                     "yesterday, @SECONDS, RFC 3339")
-        ->type_name("TIME");
-    show->add_option("--until", filter.until, "Not newer")->type_name("TIME");
-    show->add_option("--level", filter.level, "At least debug, info, warning, error or fatal")
-        ->type_name("LEVEL");
-    show->add_option("--grep", filter.grep, "Messages that match an extended regular expression")
-        ->type_name("REGEX");
-    show->add_flag("-i,--ignore-case", filter.ignore_case, "Ignore case in --grep");
-    show->add_option("--section", filter.section, "Start log: FRAME, PATCH, CFL or DBG")
-        ->type_name("NAME");
-    show->add_option("--process", filter.process, "Process logs: only this process")
-        ->type_name("NAME");
-    show->add_flag("--unread", filter.unread, "Only what has not been taken (and leave it so)");
-}
-
 void AddShow(CLI::App& log, Commands& c) {
     CLI::App* const show =
-        Add(log, "show", "Print records, oldest first; logs of one kind are merged by time",
+        Add(log, "show", "Print records, oldest first; several logs are merged by time",
             "  korx log show diag -n 20             the 20 newest diagnostic records\n"
             "  korx log show security --since 2h    of the last two hours\n"
             "  korx log show all -f --level error   errors of all logs, as they come\n"
             "  korx log show process --process zelk --grep 'timeout|refused'\n"
             "  korx log show ./KORX_DIAG_LOG --json | jq -r .message");
     AddGlobals(show, c, Reads::kLogs);
-    AddWhat(show, c.show.what);
-    show->add_option("-n,--lines", c.newest, "Only the N newest of the wanted records")
-        ->check(CLI::NonNegativeNumber)
-        ->type_name("N");
-    show->add_flag("-f,--follow", c.show.follow,
-                   "Go on with what is written from now on; without -n and --since after the 10 "
-                   "newest");
-    AddFilter(show, c.show.filter);
-    show->callback([&c, show] {
-        if (show->count("--lines") > 0)
-            c.show.newest = c.newest;
-        c.run = [&c] { return RunLogShow(c.globals, c.show); };
-    });
+    AddBoardName(show, c);
+    AddShowOptions(show, c.show);
+    show->callback([&c] { c.run = [&c] { return RunLogShow(c.globals, c.show); }; });
 }
 
 void AddTake(CLI::App& log, Commands& c) {
@@ -120,6 +106,7 @@ void AddTake(CLI::App& log, Commands& c) {
         "  korx log take all --follow --json | logger as they come\n"
         "  korx log take all -f --json --exec 'my-shipper --batch'");
     AddGlobals(take, c, Reads::kLogs);
+    AddBoardName(take, c);
     AddWhat(take, c.take.what);
     take->add_flag("-f,--follow", c.take.follow, "Go on with what is written from now on");
     take->add_option("-o,--output", c.take.output, "Append to this file")->type_name("FILE");
@@ -130,7 +117,7 @@ void AddTake(CLI::App& log, Commands& c) {
     take->add_option("--ack-fd", c.take.answers,
                      "Acknowledge a batch once the reader of standard output has written a line to "
                      "this descriptor; an empty line (JSON: a line with \"batch\") ends each batch")
-        ->check(CLI::NonNegativeNumber)
+        ->check(kCount)
         ->type_name("N");
     take->callback([&c] { c.run = [&c] { return RunLogTake(c.globals, c.take); }; });
 }
@@ -312,12 +299,10 @@ int Run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        const auto unknown = app.remaining(true);
-        if (error.get_exit_code() != 0 && !unknown.empty()) {
-            Complain("'" + unknown.front() + "' is not understood here; try --help");
-            return kUsage;
-        }
-        return app.exit(error) == 0 ? kWell : kUsage;
+        if (error.get_exit_code() == 0)
+            return app.exit(error);
+        Complain(UsageComplaint(error, app));
+        return kUsage;
     }
     return commands.run();
 }

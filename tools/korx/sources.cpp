@@ -3,6 +3,9 @@
 #include <errno.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 #include "format/kinds.h"
 #include "paths.h"
@@ -26,6 +29,41 @@ std::string BaseName(const std::string& path) {
 bool Exists(const std::string& path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0;
+}
+
+void Add(std::vector<Source>* found, Source source) {
+    for (Source& other : *found) {
+        if (other.path == source.path)
+            return;
+        if (other.file == source.file)
+            other.file = other.path, source.file = source.path;
+    }
+    found->push_back(std::move(source));
+}
+
+// All of standard input, for which the reader has the same limit as for files.
+std::string ReadInput() {
+    constexpr size_t kLimit = 64 << 20;
+    std::string bytes;
+    char buffer[1 << 16];
+    ssize_t count;
+    while ((count = read(STDIN_FILENO, buffer, sizeof buffer)) != 0) {
+        if (count < 0 && errno != EINTR)
+            throw Failure{kInput, SystemError("standard input", errno)};
+        bytes.append(buffer, static_cast<size_t>(std::max<ssize_t>(count, 0)));
+        if (bytes.size() > kLimit)
+            throw Failure{kInput, "standard input: longer than any log"};
+    }
+    return bytes;
+}
+
+korx_reader_code Open(const Source& source, const korx_reader_options& options,
+                      korx_reader** reader, korx_reader_error* error) {
+    if (source.path != kStandardInput)
+        return korx_reader_open(source.path.c_str(), source.kind, &options, reader, error);
+    const std::string bytes = ReadInput();
+    return korx_reader_open_memory(bytes.data(), bytes.size(), source.kind, &options, reader,
+                                   error);
 }
 
 }  // namespace
@@ -56,8 +94,7 @@ std::vector<Source> AllSources(const Globals& globals) {
     return sources;
 }
 
-std::vector<Source> FindSources(const Globals& globals, const std::string& word,
-                                const std::string& process) {
+std::vector<Source> FindSources(const Globals& globals, const std::string& word) {
     const korx_log_kind kind = KindOfWord(word);
     if (kind == KORX_LOG_AUTO && word != kEveryKind) {
         if (word.find('/') == std::string::npos && !Exists(word))
@@ -65,16 +102,44 @@ std::vector<Source> FindSources(const Globals& globals, const std::string& word,
         return {{KORX_LOG_AUTO, word, BaseName(word), Absence::kFails}};
     }
     std::vector<Source> found;
-    for (Source& source : AllSources(globals)) {
-        if (kind != KORX_LOG_AUTO && source.kind != kind)
-            continue;
-        if (!process.empty() && source.file != process + kProcessSuffix)
-            continue;
-        found.push_back(std::move(source));
-    }
-    if (found.empty())
-        throw Failure{kUsage, "no process is called '" + process + "' in " + word + " logs"};
+    for (Source& source : AllSources(globals))
+        if (kind == KORX_LOG_AUTO || source.kind == kind)
+            found.push_back(std::move(source));
     return found;
+}
+
+std::vector<Source> FindSources(const Globals& globals, const std::vector<std::string>& words) {
+    std::vector<Source> found;
+    for (const std::string& word : words) {
+        if (word == kStandardInput)
+            Add(&found, {KORX_LOG_AUTO, kStandardInput, "standard input", Absence::kFails});
+        else
+            for (Source& source : FindSources(globals, word))
+                Add(&found, std::move(source));
+    }
+    return found;
+}
+
+void KeepProcess(std::vector<Source>* sources, const std::string& process) {
+    const auto is_other = [&](const Source& source) {
+        return source.absence == Absence::kAllowed &&
+               strcasecmp(source.file.c_str(), (process + kProcessSuffix).c_str()) != 0;
+    };
+    sources->erase(std::remove_if(sources->begin(), sources->end(), is_other), sources->end());
+    if (!sources->empty())
+        return;
+    std::string names;
+    for (const char* name : kComponents)
+        names += std::string(names.empty() ? "" : ", ") + name;
+    throw Failure{kUsage, "--process: '" + process + "' is none of " + names};
+}
+
+bool HasKind(const std::vector<Source>& sources, korx_log_kind kind) {
+    return std::any_of(sources.begin(), sources.end(), [&](const Source& source) {
+        const korx_log_kind named =
+            source.kind == KORX_LOG_AUTO ? korx_log_kind_of_name(source.path.c_str()) : source.kind;
+        return named == kind || named == KORX_LOG_AUTO;
+    });
 }
 
 Reader OpenReader(const Source& source, uint32_t flags) {
@@ -82,8 +147,7 @@ Reader OpenReader(const Source& source, uint32_t flags) {
     options.flags = flags;
     korx_reader* reader = nullptr;
     korx_reader_error error = {};
-    const korx_reader_code code =
-        korx_reader_open(source.path.c_str(), source.kind, &options, &reader, &error);
+    const korx_reader_code code = Open(source, options, &reader, &error);
     if (code == KORX_READER_OPEN && error.system_error == ENOENT &&
         source.absence == Absence::kAllowed)
         return nullptr;

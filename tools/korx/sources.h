@@ -27,6 +27,8 @@ using Reader = std::unique_ptr<korx_reader, CloseReader>;
 
 // The word that names all logs.
 inline constexpr char kEveryKind[] = "all";
+// The path of a source that is read from standard input, once.
+inline constexpr char kStandardInput[] = "-";
 
 // The words that name logs, as a list for people: "text, diag, ... all".
 std::string KindWords();
@@ -34,10 +36,18 @@ std::string KindWords();
 // All logs below the log directory.
 std::vector<Source> AllSources(const Globals& globals);
 
-// What a word on the command line means: "all", a kind, or a file. process: "" or the only process
-// whose log counts. Throws Failure.
-std::vector<Source> FindSources(const Globals& globals, const std::string& word,
-                                const std::string& process);
+// What a word on the command line means: "all", a kind, or a file. Throws Failure.
+std::vector<Source> FindSources(const Globals& globals, const std::string& word);
+// The same for several, and "-" is a copy on standard input; each log once. Of logs that are called
+// alike, file is the whole path.
+std::vector<Source> FindSources(const Globals& globals, const std::vector<std::string>& words);
+
+// Leaves of the logs in the log directory only that of this process; of the files that were named,
+// all. Throws Failure when there is no such process.
+void KeepProcess(std::vector<Source>* sources, const std::string& process);
+
+// Whether one of them is, or may be, a log of this kind.
+bool HasKind(const std::vector<Source>& sources, korx_log_kind kind);
 
 // Opens a log. Null when it is missing and may be. Throws Failure.
 Reader OpenReader(const Source& source, uint32_t flags = 0);

@@ -1,5 +1,7 @@
 #include "text.h"
 
+#include <sys/ioctl.h>
+
 #include <array>
 
 namespace korx::tool {
@@ -204,6 +206,11 @@ std::string NowRfc3339() {
     std::string text;
     AppendTime(text, now, static_cast<int32_t>(local.tm_gmtoff), TimeForm::kRfc3339);
     return text;
+}
+
+size_t TerminalWidth(int fd) {
+    winsize size = {};
+    return ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : SIZE_MAX;
 }
 
 std::string HumanSize(uint64_t bytes) {

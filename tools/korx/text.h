@@ -29,6 +29,9 @@ void AppendTime(std::string& out, const timespec& time, int32_t utc_offset, Time
 
 std::string NowRfc3339();
 
+// Columns of the terminal at this descriptor; SIZE_MAX for what is none.
+size_t TerminalWidth(int fd);
+
 // "262144" as "256.0K", for people.
 std::string HumanSize(uint64_t bytes);
 

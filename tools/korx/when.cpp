@@ -4,6 +4,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
+
 namespace korx::tool {
 namespace {
 
@@ -42,6 +44,12 @@ std::optional<int64_t> TakeFraction(const char*& text) {
     return value;
 }
 
+int DaysOfMonth(int64_t year, int64_t month) {
+    const bool is_leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+    constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    return kDays[month - 1] + (month == 2 && is_leap ? 1 : 0);
+}
+
 bool TakeDate(const char*& text, struct tm* date) {
     const int64_t year = TakeNumber(text, 4, 4);
     if (year < 0 || !TakeCharacter(text, '-'))
@@ -50,7 +58,7 @@ bool TakeDate(const char*& text, struct tm* date) {
     if (month < 1 || month > 12 || !TakeCharacter(text, '-'))
         return false;
     const int64_t day = TakeNumber(text, 1, 2);
-    if (day < 1 || day > 31)
+    if (day < 1 || day > DaysOfMonth(year, month))
         return false;
     date->tm_year = static_cast<int>(year - 1900);
     date->tm_mon = static_cast<int>(month - 1);
@@ -91,7 +99,7 @@ bool TakeZone(const char*& text, int64_t* offset) {
     const int64_t hours = TakeNumber(text, 2, 2);
     (void) TakeCharacter(text, ':');
     const int64_t minutes = TakeNumber(text, 2, 2);
-    if (hours < 0 || minutes < 0)
+    if (hours < 0 || hours > 23 || minutes < 0 || minutes > 59)
         return false;
     *offset = sign * (hours * 3600 + minutes * 60);
     return true;
@@ -103,8 +111,29 @@ struct tm LocalDay(int64_t at_us, int days_back) {
     localtime_r(&seconds, &date);
     date.tm_hour = date.tm_min = date.tm_sec = 0;
     date.tm_mday -= days_back;
-    date.tm_isdst = -1;
     return date;
+}
+
+// Not by mktime, which takes either moment of a repeated hour as it likes. The offset is one of
+// those that hold a day before and a day behind; in an hour that is left out neither is right, and
+// both count.
+int64_t LocalMoment(struct tm date, Twice twice) {
+    constexpr int64_t kDay = 86400;
+    const int64_t as_utc = timegm(&date);
+    int64_t found[2];
+    bool is_right[2];
+    for (const int i : {0, 1}) {
+        const time_t near = as_utc + (i == 0 ? -kDay : kDay);
+        struct tm local = {};
+        localtime_r(&near, &local);
+        found[i] = as_utc - local.tm_gmtoff;
+        const time_t seconds = found[i];
+        const long offset = local.tm_gmtoff;
+        is_right[i] = localtime_r(&seconds, &local) != nullptr && local.tm_gmtoff == offset;
+    }
+    if (is_right[0] != is_right[1])
+        return is_right[0] ? found[0] : found[1];
+    return twice == Twice::kEarlier ? std::min(found[0], found[1]) : std::max(found[0], found[1]);
 }
 
 std::optional<int64_t> ParseAge(const char* text, int64_t now_us) {
@@ -125,7 +154,7 @@ std::optional<int64_t> ParseAge(const char* text, int64_t now_us) {
     return now_us - age * kSecond;
 }
 
-std::optional<int64_t> ParseCalendar(const char* text, int64_t now_us) {
+std::optional<int64_t> ParseCalendar(const char* text, int64_t now_us, Twice twice) {
     struct tm date = LocalDay(now_us, 0);
     const bool has_date = strchr(text, '-') != nullptr && strchr(text, ':') != text;
     const char* const colon = strchr(text, ':');
@@ -135,14 +164,14 @@ std::optional<int64_t> ParseCalendar(const char* text, int64_t now_us) {
         if (!TakeDate(text, &date))
             return std::nullopt;
         if (*text == '\0')
-            return mktime(&date) * kSecond;
+            return LocalMoment(date, twice) * kSecond;
         if (!TakeCharacter(text, ' ') && !TakeCharacter(text, 'T'))
             return std::nullopt;
     }
     if (!TakeClock(text, &date, &microseconds))
         return std::nullopt;
     if (*text == '\0')
-        return mktime(&date) * kSecond + microseconds;
+        return LocalMoment(date, twice) * kSecond + microseconds;
     if (!TakeZone(text, &offset) || *text != '\0')
         return std::nullopt;
     return (timegm(&date) - offset) * kSecond + microseconds;
@@ -160,12 +189,11 @@ int64_t NowMicroseconds() {
     return Microseconds(now);
 }
 
-std::optional<int64_t> ParseWhen(const std::string& text, int64_t now_us) {
+std::optional<int64_t> ParseWhen(const std::string& text, int64_t now_us, Twice twice) {
     if (text == "now")
         return now_us;
     if (text == "today" || text == "yesterday") {
-        struct tm date = LocalDay(now_us, text == "today" ? 0 : 1);
-        return mktime(&date) * kSecond;
+        return LocalMoment(LocalDay(now_us, text == "today" ? 0 : 1), twice) * kSecond;
     }
     const char* rest = text.c_str();
     if (TakeCharacter(rest, '@')) {
@@ -177,7 +205,7 @@ std::optional<int64_t> ParseWhen(const std::string& text, int64_t now_us) {
     }
     if (const auto age = ParseAge(rest, now_us))
         return age;
-    return ParseCalendar(rest, now_us);
+    return ParseCalendar(rest, now_us, twice);
 }
 
 }  // namespace korx::tool
