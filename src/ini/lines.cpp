@@ -17,6 +17,11 @@ bool IsBlank(char c) {
     return c == ' ' || c == '\t';
 }
 
+// Not substr: where that is not inlined, its exception is, and the C++ library with it.
+std::string_view First(std::string_view text, size_t length) {
+    return {text.data(), length};
+}
+
 std::string_view TrimEnd(std::string_view text) {
     while (!text.empty() && IsBlank(text.back()))
         text.remove_suffix(1);
@@ -96,14 +101,16 @@ std::string_view SkipBlanks(std::string_view text) {
     size_t blanks = 0;
     while (blanks < text.size() && IsBlank(text[blanks]))
         ++blanks;
-    return text.substr(blanks);
+    text.remove_prefix(blanks);
+    return text;
 }
 
 std::string_view TextOf(std::string_view line) {
-    const std::string_view text = line.substr(0, strnlen(line.data(), line.size()));
+    std::string_view text = First(line, strnlen(line.data(), line.size()));
     if (text.starts_with('\n') || text.starts_with('\r'))
-        return text.substr(0, 0);
-    return text.substr(0, text.size() - LineEndLength(text));
+        return First(text, 0);
+    text.remove_suffix(LineEndLength(text));
+    return text;
 }
 
 uint32_t Classify(std::string_view text) {
@@ -116,15 +123,18 @@ uint32_t Classify(std::string_view text) {
 }
 
 std::string_view SectionName(std::string_view text) {
-    return SkipBlanks(text).substr(0, kSectionSize - 1);
+    text = SkipBlanks(text);
+    return First(text, std::min(text.size(), kSectionSize - 1));
 }
 
 KeyLine KeyLine::Split(std::string_view text) {
     text = SkipBlanks(text);
     const size_t split = text.rfind('=');
     if (split == text.npos)
-        return {text, text.substr(text.size()), true};
-    return {TrimEnd(text.substr(0, split)), TrimEnd(SkipBlanks(text.substr(split + 1))), false};
+        return {text, {text.data() + text.size(), 0}, true};
+    std::string_view value = text;
+    value.remove_prefix(split + 1);
+    return {TrimEnd(First(text, split)), TrimEnd(SkipBlanks(value)), false};
 }
 
 LoadStatus RefuseLine(std::string_view text) {

@@ -93,7 +93,9 @@ struct KeyLine {
     bool is_bare;  // has no "="; then the key is cut if it is too long
 
     static KeyLine Split(std::string_view text);
-    std::string_view stored_key() const { return key.substr(0, kKeySize - 1); }
+    std::string_view stored_key() const {
+        return {key.data(), key.size() < kKeySize ? key.size() : kKeySize - 1};
+    }
     bool is_cut() const { return is_bare && key.size() >= kKeySize; }
     bool is_bad() const { return !is_bare && (key.size() >= kKeySize || value.size() > kMaxValue); }
 };

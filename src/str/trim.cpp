@@ -17,14 +17,15 @@ std::string_view WithoutLeading(std::string_view text, char c) {
     size_t count = 0;
     while (count < text.size() && text[count] == c)
         ++count;
-    return text.substr(count);
+    text.remove_prefix(count);  // substr, where it is not inlined, brings its exception along
+    return text;
 }
 
 std::string_view WithoutTrailing(std::string_view text, char c) {
     size_t length = text.size();
     while (length > 0 && text[length - 1] == c)
         --length;
-    return text.substr(0, length);
+    return {text.data(), length};
 }
 
 std::string_view WithoutStart(std::string_view text) {

@@ -92,17 +92,17 @@ TEST_F(Budget, OfSystemCalls) {
          [] { return KORX_LifeCycleLog(0, 1, 1, 0, 0, "%s", "text") == 0; }},
         {"process record", 6, [] { return KORX_PLog(1, 0, 0, "%s", "text") == 0; }},
         {"start record", 12, [] { return KORX_STLog(3, 1, 0, "%s", "text") == 0; }},
-        {"text line", 18, [&] { return line(ORX_LOG_MODE_FILE); }},
-        {"text line and record", 27, [&] { return line(ORX_LOG_MODE_DIAG); }},
-        {"profile lookup", 9,
+        {"text line", 10, [&] { return line(ORX_LOG_MODE_FILE); }},
+        {"text line and record", 19, [&] { return line(ORX_LOG_MODE_DIAG); }},
+        {"profile lookup", 6,
          [] {
              char value[256] = {};
              return KORX_IniGetValue("./p.ini", "[A]", "key99", value, sizeof value) == 0 &&
                     strcmp(value, "value") == 0;
          }},
-        {"profile change", 51,
+        {"profile change", 44,
          [] { return KORX_IniSetOrAddValue("./p.ini", "[A]", "key99", "value") == 0; }},
-        {"copied small file", 30, [&] {
+        {"copied small file", 22, [&] {
              const std::string to = "./to" + std::to_string(copies++);
              return KORXFS_CopyFile("./from", 6, to.c_str(), ORXFS_OVERWRITE,
                                     static_cast<uint32_t>(to.size())) == 0;
