@@ -200,7 +200,7 @@ TEST(Ring, HeadSaysWhichRecordsThereAreAndWhichAreUnread) {
          kDiag,
          turned,
          Lines(10, 1),
-         {"clock-back", "dump-position"}},
+         {"dump-position", "clock-back"}},
         {"lap just ended, taken", {0, 1000, 1000}, kLife, turned, {}, {"clock-back"}},
         {"whole lap unread", {0, 0, 1000}, kLife, turned, turned, {"clock-back"}},
         {"length outside", {5000, 0, 0}, kLife, turned, turned, {"head-length", "clock-back"}},

@@ -26,7 +26,7 @@ Fate FateOf(korx_reader_code code) {
         case KORX_READER_OK:
         case KORX_READER_CURSOR:
             return Fate::kAcknowledged;
-        case KORX_READER_WRITE:
+        case KORX_READER_UNSURE:
             return Fate::kUnknown;
         default:
             return Fate::kNot;
