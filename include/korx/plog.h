@@ -11,6 +11,8 @@
  * A file that is removed or replaced gets the next record under its name. A process may close the
  * library's descriptors, as daemons close all they have: the next record opens its file again, and
  * whatever has the number by then is left alone. A FIFO under a log's name is refused.
+ * The rings and the start log's header are read and written at offsets: the positions of their
+ * descriptors say nothing. The process logs and the start log itself go on where they stand.
  *
  * Functions of this header report their failures to the system log through DBG_SysLog, once the
  * locks are free. Where a result is "0xFFFFFFFF", it is KORX_ERR_ALL_BITS.
