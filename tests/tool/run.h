@@ -48,8 +48,9 @@ class Command {
     explicit Command(const Args& args, int out_fd = -1, uid_t user = 0) : pid_(fork()) {
         if (pid_ != 0)
             return;
-        dup2(out_fd >= 0 ? out_fd : creat("cmd.out", 0600), STDOUT_FILENO);
-        dup2(creat("cmd.err", 0600), STDERR_FILENO);
+        constexpr int kNew = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC;
+        dup2(out_fd >= 0 ? out_fd : open("cmd.out", kNew, 0600), STDOUT_FILENO);
+        dup2(open("cmd.err", kNew, 0600), STDERR_FILENO);
         if (user != 0 && (setgid(user) != 0 || setuid(user) != 0))
             _exit(126);
         std::vector<char*> argv{const_cast<char*>(KORX_TOOL)};

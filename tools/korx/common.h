@@ -14,6 +14,7 @@ enum Status : int {
     kInput = 3,      // something cannot be read: missing, no permission, locked, not a log
     kOutput = 4,     // the output failed; nothing of it was acknowledged
     kUnchanged = 5,  // the records were printed but not acknowledged; the profile was not changed
+    kNoLog = 7,      // there is no log to verify
 };
 
 // Whether another try is worth it: kBusy is a writer that held the log for too long.
