@@ -15,6 +15,7 @@ enum Status : int {
     kOutput = 4,     // the output failed; nothing of it was acknowledged
     kUnchanged = 5,  // the records were printed but not acknowledged; the profile was not changed
     kNotCome = 6,    // the record that was waited for has not come
+    kNoLog = 7,      // there is no log to verify
 };
 
 // Whether another try is worth it: kBusy is a writer that held the log for too long.

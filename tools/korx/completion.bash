@@ -42,7 +42,7 @@ _korx() {
             local command="${words[0]-} ${words[1]-}" choices=
             case $command in
                 " ") choices="log ini paths space doctor --help --version" ;;
-                "log ") choices="list show take verify --help" ;;
+                "log ") choices="list show take repair verify --help" ;;
                 "ini ") choices="get set unset list check diff revert --help" ;;
                 "log list") choices="--json --dir --help" ;;
                 "log show")
@@ -53,6 +53,10 @@ _korx() {
                     ;;
                 "log take")
                     choices="--json --dir --follow --output --exec --ack-fd --board --help"
+                    [[ ${#words[@]} -gt 2 ]] || choices+=" $kinds"
+                    ;;
+                "log repair")
+                    choices="--json --dir --output --help"
                     [[ ${#words[@]} -gt 2 ]] || choices+=" $kinds"
                     ;;
                 "log verify") choices="--json --dir --help $kinds" ;;
@@ -66,7 +70,7 @@ _korx() {
             esac
             mapfile -t COMPREPLY < <(compgen -W "$choices" -- "$cur")
             case $command in
-                "log show" | "log take" | "log verify" | ini\ ?*)
+                "log show" | "log take" | "log repair" | "log verify" | ini\ ?*)
                     if [[ $cur != -* ]]; then
                         mapfile -t -O ${#COMPREPLY[@]} COMPREPLY < <(compgen -f -- "$cur")
                         compopt -o filenames 2>/dev/null

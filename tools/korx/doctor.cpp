@@ -39,22 +39,30 @@ class Doctor {
         : globals_(globals), color_(WantsColor(STDOUT_FILENO)) {}
 
     int run() {
-        const Paths paths = ResolvePaths();
+        // A copy of logs, from another board perhaps, says nothing about this one.
+        const bool is_board = globals_.directory.empty();
+        if (is_board)
+            check_board(ResolvePaths());
+        else
+            check_logs();
+        if (!globals_.json)
+            out_.write(std::string(is_board ? "\nThis board is " : "\nWhat these logs tell is ") +
+                       (worst_ >= Verdict::kWarning ? "not well.\n" : "well.\n"));
+        out_.flush();
+        return worst_ >= Verdict::kWarning ? kFinding : kWell;
+    }
+
+  private:
+    void check_board(const Paths& paths) {
         check_configuration();
         check_directory("log directory", paths.log, StateOfLogDirectory(paths.log));
         check_directory("data directory", paths.data, StateOfData(paths.data));
         check_agent();
         check_markers();
         check_logs();
-        check_space(globals_.directory.empty() ? paths.log.path : globals_.directory);
-        if (!globals_.json)
-            out_.write(worst_ >= Verdict::kWarning ? "\nThis board is not well.\n"
-                                                   : "\nThis board is well.\n");
-        out_.flush();
-        return worst_ >= Verdict::kWarning ? kFinding : kWell;
+        check_space(paths.log.path);
     }
 
-  private:
     static LinkState StateOfData(const ConfiguredPath& data) {
         struct stat st;
         LinkState state;
@@ -177,7 +185,11 @@ class Doctor {
             return;
         const korx_reader_info info = InfoOf(reader.get());
         korx_damage damage;
-        if (info.damage > 0 && korx_reader_get_damage(reader.get(), 0, &damage) != 0)
+        std::string why;
+        if (StateOfHead(reader.get(), &why) != HeadState::kSound)
+            tell(Verdict::kFault, source.file,
+                 "the head is damaged, " + why + " (" + RepairCommand(source) + ")");
+        else if (info.damage > 0 && korx_reader_get_damage(reader.get(), 0, &damage) != 0)
             tell(Verdict::kFault, source.file,
                  std::to_string(info.damage) + " damaged places, the first at offset " +
                      std::to_string(damage.offset) + ": " + damage.text +
@@ -186,6 +198,16 @@ class Doctor {
             tell(Verdict::kOk, source.file,
                  std::to_string(info.records) + " records, " + std::to_string(info.unread_records) +
                      " unread");
+        const uint32_t doubts = korx_reader_doubts(reader.get());
+        for (const std::string& doubt : DoubtsIn(doubts))
+            tell(Verdict::kNote, source.file, doubt);
+        tell_unread(source, info, (doubts & KORX_DOUBT_LOST) == 0);
+        struct stat st;
+        if (globals_.directory.empty() && stat(source.path.c_str(), &st) == 0)
+            warn_if_open(source.file, source.path, st);
+    }
+
+    void tell_unread(const Source& source, const korx_reader_info& info, bool lost_is_known) {
         const bool refuses = KindOf(info.kind).unread == Unread::kProtected;
         if (refuses && info.limit > 0 && info.unread_bytes * 100 >= info.limit * kUnreadPercent)
             tell(Verdict::kWarning, source.file,
@@ -194,11 +216,10 @@ class Doctor {
                      korx_log_kind_name(info.kind) + ")");
         if (info.gap != 0)
             tell(Verdict::kWarning, source.file,
-                 "records were written over before anybody took them (at least " +
-                     std::to_string(info.gap_lost) + ")");
-        struct stat st;
-        if (stat(source.path.c_str(), &st) == 0)
-            warn_if_open(source.file, source.path, st);
+                 "records were written over before anybody took them (" +
+                     (lost_is_known ? "at least " + std::to_string(info.gap_lost)
+                                    : std::string("how many is unknown")) +
+                     ")");
     }
 
     // Only the file system that the logs are on; korx space shows all.

@@ -36,6 +36,8 @@ struct TakeOptions {
     bool follow = false;
 };
 int RunLogTake(const Globals& globals, const TakeOptions& options);
+// Of the options only what and output.
+int RunLogRepair(const Globals& globals, const TakeOptions& options);
 
 int RunLogList(const Globals& globals);
 int RunLogVerify(const Globals& globals, const std::vector<std::string>& what);

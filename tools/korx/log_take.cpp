@@ -123,21 +123,37 @@ class Take {
         const Reader reader = OpenReader(sources_[i]);
         if (!reader)
             return Delivery::kDone;
-        std::string damage;
-        if (HeadIsDamaged(reader.get(), &damage))
-            throw Failure{kUnchanged, sources_[i].path + ": " + damage +
-                                          "; nothing taken, because nothing can be "
-                                          "acknowledged (korx log show prints what is there)"};
         const korx_reader_info info = InfoOf(reader.get());
-        const bool gap = tell_gap(i, info) && style_.form == Form::kJson;
+        refuse_damaged(i, reader.get(), info);
+        tell_doubts(i, reader.get());
+        const bool lost_is_known = (korx_reader_doubts(reader.get()) & KORX_DOUBT_LOST) == 0;
+        const bool gap = tell_gap(i, info, lost_is_known) && style_.form == Form::kJson;
         if (info.unread_records == 0 && !gap)
             return Delivery::kDone;
         destination_->begin();
         // In JSON it is a line of its own, so that it reaches whoever keeps them.
         if (gap)
-            AppendGap(destination_->out().buffer(), info, sources_[i].file);
+            AppendGap(destination_->out().buffer(), info, lost_is_known, sources_[i].file);
         destination_->commit(hand_out(i, reader.get()));
         return acknowledge(reader.get());
+    }
+
+    void refuse_damaged(size_t i, const korx_reader* reader, const korx_reader_info& info) const {
+        std::string damage;
+        const HeadState state = StateOfHead(reader, &damage);
+        if (state == HeadState::kDamaged ||
+            (state == HeadState::kPositionDamaged && info.unread_records == 0))
+            throw Failure{kUnchanged, sources_[i].path + ": " + damage +
+                                          "; nothing taken, because nothing can be acknowledged (" +
+                                          RepairCommand(sources_[i]) + ")"};
+    }
+
+    // Told once while it lasts.
+    void tell_doubts(size_t i, const korx_reader* reader) {
+        const uint32_t doubts = korx_reader_doubts(reader);
+        const uint32_t before = std::exchange(reported_[i].doubts, doubts);
+        for (const std::string& doubt : DoubtsIn(doubts & ~before))
+            Complain(sources_[i].path + ": note: " + doubt);
     }
 
     Delivery acknowledge(korx_reader* reader) {
@@ -176,7 +192,7 @@ class Take {
     }
 
     // A gap is told once. Returns whether it was.
-    bool tell_gap(size_t i, const korx_reader_info& info) {
+    bool tell_gap(size_t i, const korx_reader_info& info, bool lost_is_known) {
         Reported& reported = reported_[i];
         if (info.gap == 0) {
             reported.gap_bytes = UINT64_MAX;
@@ -185,9 +201,12 @@ class Take {
         if (reported.gap_bytes == info.gap_bytes && info.unread_records == 0)
             return false;
         reported.gap_bytes = info.gap_bytes;
-        Complain(sources_[i].path + ": gap: at least " + std::to_string(info.gap_lost) +
-                 " records (" + std::to_string(info.gap_bytes) +
-                 " bytes) were written over before anybody took them, " +
+        const std::string lost = lost_is_known
+                                     ? "at least " + std::to_string(info.gap_lost) + " records (" +
+                                           std::to_string(info.gap_bytes) + " bytes)"
+                                     : "an unknown number of records";
+        Complain(sources_[i].path + ": gap: " + lost +
+                 " were written over before anybody took them, " +
                  std::to_string(info.gap_recovered) + " hidden ones were recovered");
         return true;
     }
@@ -195,6 +214,7 @@ class Take {
     struct Reported {
         std::string trouble;
         uint64_t gap_bytes = UINT64_MAX;
+        uint32_t doubts = 0;
     };
 
     std::vector<Source> sources_;

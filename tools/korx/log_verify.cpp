@@ -28,15 +28,25 @@ void ReportDamage(Output& out, const Source& source, const korx_damage& damage,
               korx_damage_rule_name(damage.rule) + ": " + damage.text + "\n");
 }
 
+// What is worth knowing and no damage.
+void ReportNote(Output& out, const Source& source, const std::string& text,
+                const Globals& globals) {
+    out.write(globals.json ? JsonLine({{"file", source.path}, {"note", text}})
+                           : source.path + ": note: " + text + "\n");
+}
+
+// kNoLog: it is missing and may be.
 int VerifyOne(Output& out, const Source& source, const Globals& globals) {
     const Reader reader = OpenReader(source);
     if (!reader)
-        return kWell;
+        return kNoLog;
     uint64_t listed = 0;
     korx_damage damage;
     for (; korx_reader_get_damage(reader.get(), listed, &damage) != 0; ++listed)
         ReportDamage(out, source, damage, globals);
     const korx_reader_info info = InfoOf(reader.get());
+    for (const std::string& doubt : DoubtsIn(korx_reader_doubts(reader.get())))
+        ReportNote(out, source, doubt, globals);
     if (!globals.json) {
         if (info.damage > listed)
             out.write(source.path + ": and " + std::to_string(info.damage - listed) + " more\n");
@@ -54,21 +64,28 @@ int VerifyOne(Output& out, const Source& source, const Globals& globals) {
 int RunLogVerify(const Globals& globals, const std::vector<std::string>& what) {
     Output out;
     int status = kWell;
+    bool any = false;
     for (const std::string& word : what) {
         for (const Source& source : FindSources(globals, word)) {
             try {
-                status = std::max(status, VerifyOne(out, source, globals));
+                const int found = VerifyOne(out, source, globals);
+                any |= found != kNoLog;
+                status = std::max(status, found == kNoLog ? int{kWell} : found);
             } catch (const Failure& failure) {
                 if (failure.status != kInput)
                     throw;
                 out.flush();
                 Complain(failure.text);
                 status = kInput;
+                any = true;
             }
         }
     }
     out.flush();
-    return status;
+    if (any)
+        return status;
+    Complain("there is no log here that could be verified");
+    return kNoLog;
 }
 
 }  // namespace korx::tool

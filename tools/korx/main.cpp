@@ -122,6 +122,20 @@ void AddTake(CLI::App& log, Commands& c) {
     take->callback([&c] { c.run = [&c] { return RunLogTake(c.globals, c.take); }; });
 }
 
+void AddRepair(CLI::App& log, Commands& c) {
+    CLI::App* const repair =
+        Add(log, "repair",
+            "Give a ring whose head is damaged a sound one, so that it can be written again. All "
+            "sound records in it are handed out first, and the damaged file is kept beside it.",
+            "  korx log repair security                     its records to standard output\n"
+            "  korx log repair life --json --output F       appended to F and synced");
+    AddGlobals(repair, c, Reads::kLogs);
+    AddWhat(repair, c.take.what);
+    repair->add_option("-o,--output", c.take.output, "Append the records to this file")
+        ->type_name("FILE");
+    repair->callback([&c] { c.run = [&c] { return RunLogRepair(c.globals, c.take); }; });
+}
+
 void AddVerify(CLI::App& log, Commands& c) {
     CLI::App* const verify = Add(log, "verify", "Name all damage, with file, offset and rule",
                                  "  korx log verify\n"
@@ -147,6 +161,7 @@ void AddLog(CLI::App& app, Commands& c) {
     AddShow(*log, c);
     AddTake(*log, c);
     AddVerify(*log, c);
+    AddRepair(*log, c);
 }
 
 using IniCommand = int (*)(const Globals& globals, const IniOptions& options);

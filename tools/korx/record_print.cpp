@@ -347,7 +347,8 @@ void AppendRecord(std::string& out, const korx_reader* reader, const korx_record
     }
 }
 
-void AppendGap(std::string& out, const korx_reader_info& info, std::string_view file) {
+void AppendGap(std::string& out, const korx_reader_info& info, bool lost_is_known,
+               std::string_view file) {
     out += "{\"time\":\"";
     out += NowRfc3339();
     out += "\",\"severity\":\"warning\",\"kind\":\"";
@@ -355,9 +356,15 @@ void AppendGap(std::string& out, const korx_reader_info& info, std::string_view 
     out += "\",\"file\":";
     AppendJsonString(out, file);
     out += ",\"gap\":true,\"lost\":";
-    AppendNumber(out, info.gap_lost);
+    if (lost_is_known)
+        AppendNumber(out, info.gap_lost);
+    else
+        out += "null";
     out += ",\"lost_bytes\":";
-    AppendNumber(out, info.gap_bytes);
+    if (lost_is_known)
+        AppendNumber(out, info.gap_bytes);
+    else
+        out += "null";
     out += ",\"recovered\":";
     AppendNumber(out, info.gap_recovered);
     out += ",\"message\":\"records were written over before anybody took them\"}\n";

@@ -44,6 +44,7 @@ void AppendRecord(std::string& out, const korx_reader* reader, const korx_record
 std::string_view SeverityName(uint32_t level);
 
 // Appends what stands in the log's place of records that nobody took in time.
-void AppendGap(std::string& out, const korx_reader_info& info, std::string_view file);
+void AppendGap(std::string& out, const korx_reader_info& info, bool lost_is_known,
+               std::string_view file);
 
 }  // namespace korx::tool

@@ -157,22 +157,47 @@ Reader OpenReader(const Source& source, uint32_t flags) {
     return Reader(reader);
 }
 
+std::vector<std::string> DoubtsIn(uint32_t doubts) {
+    constexpr struct {
+        uint32_t bit;
+        const char* text;
+    } kDoubts[] = {
+        {KORX_DOUBT_LAP, "cannot tell a full lap of unread records from an empty one"},
+        {KORX_DOUBT_CURSOR, "the cursor does not belong to this head and is not followed"},
+        {KORX_DOUBT_CURSOR_FORBIDDEN, "the cursor may not be read by this user"},
+    };
+    std::vector<std::string> texts;
+    for (const auto& doubt : kDoubts)
+        if ((doubts & doubt.bit) != 0)
+            texts.emplace_back(doubt.text);
+    return texts;
+}
+
 korx_reader_info InfoOf(const korx_reader* reader) {
     korx_reader_info info = {};
     korx_reader_get_info(reader, &info);
     return info;
 }
 
-bool HeadIsDamaged(const korx_reader* reader, std::string* text) {
+HeadState StateOfHead(const korx_reader* reader, std::string* text) {
+    HeadState state = HeadState::kSound;
     korx_damage damage;
     for (size_t i = 0; korx_reader_get_damage(reader, i, &damage) != 0; ++i) {
-        if (damage.rule == KORX_DAMAGE_HEAD_SHORT || damage.rule == KORX_DAMAGE_HEAD_LENGTH ||
-            damage.rule == KORX_DAMAGE_HEAD_ORDER) {
-            *text = "offset " + std::to_string(damage.offset) + ": " + damage.text;
-            return true;
-        }
+        const bool is_head = damage.rule == KORX_DAMAGE_HEAD_SHORT ||
+                             damage.rule == KORX_DAMAGE_HEAD_LENGTH ||
+                             damage.rule == KORX_DAMAGE_HEAD_ORDER;
+        if (!is_head && damage.rule != KORX_DAMAGE_DUMP_POSITION)
+            continue;
+        *text = "offset " + std::to_string(damage.offset) + ": " + damage.text;
+        state = is_head ? HeadState::kDamaged : HeadState::kPositionDamaged;
+        if (is_head)
+            break;
     }
-    return false;
+    return state;
+}
+
+std::string RepairCommand(const Source& source) {
+    return "korx log repair " + source.path;
 }
 
 }  // namespace korx::tool

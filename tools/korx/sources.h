@@ -52,9 +52,18 @@ bool HasKind(const std::vector<Source>& sources, korx_log_kind kind);
 // Opens a log. Null when it is missing and may be. Throws Failure.
 Reader OpenReader(const Source& source, uint32_t flags = 0);
 
+// What cannot be known of a log, as the bits of korx_reader_doubts tell: one sentence each. A
+// number of lost records that is unknown is told with the gap.
+std::vector<std::string> DoubtsIn(uint32_t doubts);
+
 korx_reader_info InfoOf(const korx_reader* reader);
 
-// Whether a ring's head cannot be trusted, so that nothing can be acknowledged; text says why.
-bool HeadIsDamaged(const korx_reader* reader, std::string* text);
+// Whether a ring's head can be gone on from; text says why not. Where only the reader's position is
+// wrong, unread records can be taken and that sets it right; where there are none nothing does.
+enum class HeadState { kSound, kPositionDamaged, kDamaged };
+HeadState StateOfHead(const korx_reader* reader, std::string* text);
+
+// The command that cures a damaged head.
+std::string RepairCommand(const Source& source);
 
 }  // namespace korx::tool
