@@ -274,8 +274,9 @@ KORX_API void korx_reader_seek_newest(korx_reader* reader, size_t count);
 KORX_API korx_reader_code korx_reader_ack(korx_reader* reader, korx_reader_error* error);
 
 /* Keeps a record of a ring that is being repaired; 0 when that was done, else the repair stops. The
- * last call has a null record: it makes what was kept durable, or says that it is not. */
-typedef int korx_reader_keep(void* context, const korx_record* record);
+ * last call has a null record: it makes what was kept durable, or says that it is not. reader is
+ * good for the record's id, during the call. */
+typedef int korx_reader_keep(void* context, const korx_reader* reader, const korx_record* record);
 
 typedef struct korx_reader_repaired {
     uint64_t records; /* that were handed to keep */

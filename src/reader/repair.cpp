@@ -112,10 +112,10 @@ korx_reader_code HandOver(const Keeper& keeper, const Refusal& error, korx_reade
     while (kept && korx_reader_next(reader, &record) == 1) {
         if ((record.flags & KORX_RECORD_DAMAGED) != 0)
             continue;
-        kept = keeper.keep(keeper.context, &record) == 0;
+        kept = keeper.keep(keeper.context, reader, &record) == 0;
         ++repaired->records;
     }
-    if (kept && keeper.keep(keeper.context, nullptr) == 0)
+    if (kept && keeper.keep(keeper.context, reader, nullptr) == 0)
         return KORX_READER_OK;
     return error.refuse(KORX_READER_REFUSED, 0, "not repaired: the records were not kept");
 }

@@ -29,7 +29,7 @@ struct Repair : Files {
     korx_reader_code repair(size_t refused = SIZE_MAX) {
         kept.clear();
         refuse_at = refused;
-        const auto keep = [](void* context, const korx_record* record) {
+        const auto keep = [](void* context, const korx_reader*, const korx_record* record) {
             auto* const self = static_cast<Repair*>(context);
             self->kept.push_back(
                 record == nullptr ? "end" : std::string(record->message, record->message_length));

@@ -21,10 +21,10 @@ class Keeper {
     Keeper(Destination* destination, const Source& source, const Style& style)
         : destination_(destination), source_(source), style_(style) {}
 
-    static int Keep(void* self, const korx_record* record) {
+    static int Keep(void* self, const korx_reader* reader, const korx_record* record) {
         auto* const keeper = static_cast<Keeper*>(self);
         try {
-            keeper->keep(record);
+            keeper->keep(reader, record);
             return 0;
         } catch (const Failure& failure) {
             keeper->trouble_ = failure.text;
@@ -40,7 +40,7 @@ class Keeper {
     }
 
   private:
-    void keep(const korx_record* record) {
+    void keep(const korx_reader* reader, const korx_record* record) {
         if (record == nullptr) {
             if (records_ > 0)
                 destination_->commit(records_);
@@ -48,7 +48,7 @@ class Keeper {
         }
         if (records_++ == 0)
             destination_->begin();
-        AppendRecord(destination_->out().buffer(), *record, source_.file, style_);
+        AppendRecord(destination_->out().buffer(), reader, *record, source_.file, style_);
         destination_->out().flush_if_full();
     }
 
@@ -102,13 +102,14 @@ int RepairOne(const Source& source, Destination* destination, const Style& style
 }  // namespace
 
 int RunLogRepair(const Globals& globals, const TakeOptions& options) {
-    std::vector<Source> sources = FindSources(globals, options.what, "");
+    std::vector<Source> sources = FindSources(globals, options.what);
     if (options.what == kEveryKind)
         std::erase_if(sources, [](const Source& source) { return !IsRing(source.kind); });
     const auto destination = OpenDestination(globals, options, sources);
-    const Style style{.json = globals.json,
+    const Style style{.form = globals.json ? Form::kJson : Form::kShort,
                       .color = options.output.empty() && WantsColor(STDOUT_FILENO),
-                      .with_file = sources.size() > 1};
+                      .with_file = sources.size() > 1,
+                      .board = BoardName(globals)};
     int status = kWell;
     for (const Source& source : sources)
         if (source.absence == Absence::kFails || access(source.path.c_str(), F_OK) == 0 ||
