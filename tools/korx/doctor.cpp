@@ -201,6 +201,9 @@ class Doctor {
         const uint32_t doubts = korx_reader_doubts(reader.get());
         for (const std::string& doubt : DoubtsIn(doubts))
             tell(Verdict::kNote, source.file, doubt);
+        if (info.clock_set_back > 0)
+            tell(Verdict::kNote, source.file,
+                 "the clock was set back " + std::to_string(info.clock_set_back) + " times");
         tell_unread(source, info, (doubts & KORX_DOUBT_LOST) == 0);
         struct stat st;
         if (globals_.directory.empty() && stat(source.path.c_str(), &st) == 0)

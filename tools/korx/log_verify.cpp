@@ -47,6 +47,10 @@ int VerifyOne(Output& out, const Source& source, const Globals& globals) {
     const korx_reader_info info = InfoOf(reader.get());
     for (const std::string& doubt : DoubtsIn(korx_reader_doubts(reader.get())))
         ReportNote(out, source, doubt, globals);
+    if (info.clock_set_back > 0)
+        ReportNote(out, source,
+                   "the clock was set back " + std::to_string(info.clock_set_back) + " times",
+                   globals);
     if (!globals.json) {
         if (info.damage > listed)
             out.write(source.path + ": and " + std::to_string(info.damage - listed) + " more\n");
