@@ -73,6 +73,9 @@ TEST_F(Show, RefusesWhatCannotBeMeantInOneSentence) {
                  {"diag --json --output-fields tim", "'tim' is none of time, severity,"},
                  {"diag --after-cursor KORX_DIAG_LOG=00:00000000", "--show-cursor"},
                  {"diag --timeout 1", "--wait-for"},
+                 {"diag -b x", "'x' is no boot"},
+                 {"diag -b -1 -f", "only the newest boot"},
+                 {"diag --list-boots -g x", "takes no filters"},
                  {"diag --wait-for x --timeout -1", "seconds"},
                  {"- -f", "cannot be followed"},
                  {"", "'korx log show' needs KIND|FILE"},
@@ -155,6 +158,42 @@ TEST_F(Show, GoesOnAtACursor) {
     write(5, 1);
     EXPECT_EQ(Cat("diag --after-cursor " + cursor), "number 5\n");
     EXPECT_TRUE(Has(ReadFile("cmd.err"), "is gone"));
+}
+
+TEST_F(Show, TellsTheBootsOfABoardWithoutAClockApart) {
+    write(0, 9);
+    for (int i = 0; i < 9; ++i)
+        KORX_STLog(i < 3 ? 0 : 1, 1, 0, "start %d", i);
+    // Three boots of three records each, 20 s apart, that all begin at the same moment.
+    for (const char* const name : {"KORX_DIAG_LOG", "KORX_START_LOG"}) {
+        std::string bytes = ReadFile(log(name));
+        size_t at = 0;
+        for (int i = 0; (at = bytes.find("[20", at)) != std::string::npos; ++i)
+            bytes.replace(at++, 27, "[2020-01-01 00:00:" + std::to_string(i % 3 + 1) + "0.000000");
+        WriteFile(log(name), bytes);
+    }
+    const char* const cases[][2] = {{"diag -b", "number 6\nnumber 7\nnumber 8\n"},
+                                    {"diag -b -1", "number 3\nnumber 4\nnumber 5\n"},
+                                    {"diag --boot=-2 -r -n 1", "number 2\n"},
+                                    {"diag -b 1 -n 2 -g [01]", "number 0\nnumber 1\n"},
+                                    {"diag -b 2 --show-cursor -g 4", "number 4\n"},
+                                    {"diag -b -3", ""},
+                                    {"start -b -1", "start 3\nstart 4\nstart 5\n"}};
+    for (const auto& [options, text] : cases)
+        EXPECT_EQ(Cat(options).substr(0, strlen(text) + (text[0] == '\0')), text) << options;
+    Expect("log show diag -b 4", 1);
+    const auto boots = Korx("log show diag start --list-boots --utc --json").json();
+    ASSERT_EQ(boots.size(), 6u);
+    EXPECT_EQ(boots[1]["boot"], -1);
+    EXPECT_EQ(boots[1]["first"], "2020-01-01T00:00:10.000000+00:00");
+    EXPECT_EQ(boots[1]["last"], "2020-01-01T00:00:30.000000+00:00");
+    EXPECT_EQ(boots[5]["section"], "PATCH");
+    Follow follow("log show diag --json -f -b 0 -n 4");
+    for (int i = 6; i < 10; ++i) {
+        if (i == 9)
+            write(9, 1);
+        EXPECT_EQ(follow.next(), "number " + std::to_string(i));
+    }
 }
 
 TEST_F(Show, WaitsForARecord) {

@@ -9,7 +9,7 @@ _korx() {
     for ((i = 1; i < COMP_CWORD; ++i)); do
         word=${COMP_WORDS[i]}
         case $word in
-            -n | --lines | -S | --since | -U | --until | -p | --level | -g | --grep | --section | \
+            -n | --lines | -b | --boot | -S | --since | -U | --until | -p | --level | -g | --grep | --section | \
                 -u | --process | -D | --dir | --board | --output-fields | --after-cursor | \
                 --wait-for | --timeout | -o | --output | --exec | --ack-fd | --default) ((++i)) ;;
             -*) ;;
@@ -23,6 +23,7 @@ _korx() {
         *) local forms= ;;
     esac
     case $prev in
+        -b | --boot) mapfile -t COMPREPLY < <(compgen -W "0 -1 -2 1 2" -- "$cur") ;;
         -p | --level) mapfile -t COMPREPLY < <(compgen -W "debug info warning error fatal" -- "$cur") ;;
         --section) mapfile -t COMPREPLY < <(compgen -W "FRAME PATCH CFL DBG" -- "$cur") ;;
         -u | --process)
@@ -46,7 +47,7 @@ _korx() {
                 "ini ") choices="get set unset list check diff revert --help" ;;
                 "log list") choices="--json --dir --help" ;;
                 "log show")
-                    choices="--json --dir --lines --reverse --follow --since --until --level --grep \
+                    choices="--json --dir --lines --reverse --boot --list-boots --follow --since --until --level --grep \
                         --ignore-case --section --process --unread --output --output-fields --utc \
                         --after-cursor --show-cursor --fail-empty --wait-for --timeout --no-pager \
                         --board --help $kinds"

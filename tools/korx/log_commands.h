@@ -17,6 +17,8 @@ struct ShowOptions {
     std::string fields;  // a list; empty: all
     bool utc = false;
     std::optional<uint64_t> newest;
+    std::string boot;  // empty: all
+    bool list_boots = false;
     bool reverse = false;
     bool follow = false;
     std::string after_cursor;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "boot_list.h"
 #include "cursor_token.h"
 #include "follow.h"
 #include "json.h"
@@ -67,8 +68,16 @@ void CheckCombinations(const ShowOptions& options, const std::vector<Source>& so
         throw Failure{kUsage, "--timeout: there is no --wait-for"};
     if (options.timeout && !(*options.timeout >= 0))
         throw Failure{kUsage, "--timeout: not a number of seconds from 0 on"};
+    if (!options.boot.empty() && !options.after_cursor.empty())
+        throw Failure{kUsage, "--boot and --after-cursor contradict each other"};
+    const bool selects = !options.boot.empty() || !Filter(options.filter).selects_all();
+    if (options.list_boots && (selects || options.newest || options.reverse || Follows(options) ||
+                               !options.after_cursor.empty()))
+        throw Failure{kUsage, "--list-boots: it lists all boots and takes no filters"};
     if (!Follows(options))
         return;
+    if (!options.boot.empty() && ParseBoot(options.boot) != 0)
+        throw Failure{kUsage, "--boot: only the newest boot, 0, can be followed"};
     if (options.reverse)
         throw Failure{kUsage, "--reverse: what is still to come cannot be printed first"};
     for (const Source& source : sources)
@@ -80,6 +89,8 @@ class Show {
   public:
     Show(const ShowOptions& options, const std::vector<Source>& sources, const Style& style)
         : options_(options), filter_(options.filter), newest_(options.newest), style_(style) {
+        if (!options.boot.empty())
+            boot_ = ParseBoot(options.boot);
         if (!options.wait_for.empty())
             awaited_.emplace("--wait-for", options.wait_for, options.filter.ignore_case);
         std::vector<NamedMark> marks;
@@ -142,8 +153,11 @@ class Show {
             Complain(failure.text);
             status_ = kInput;
         }
-        if (log.reader)
-            go_to_mark(log);
+        if (!log.reader)
+            return;
+        if (boot_)
+            log.boot.emplace(log.reader.get(), *boot_);
+        go_to_mark(log);
     }
 
     // Where the mark is gone, at the oldest record from now on.
@@ -162,6 +176,7 @@ class Show {
         }
         if (!any && status_ == kWell)
             Complain("no such log has been written yet");
+        check_boot();
         uint64_t skipped = newest_ ? position_before_newest() : 0;
         struct Kept {
             const Shown* log;
@@ -183,20 +198,28 @@ class Show {
         out_.flush();
     }
 
+    // A boot that no log has is a mistake, not an empty answer.
+    void check_boot() const {
+        const auto has_it = [](const Shown& log) { return log.boot && log.boot->exists(); };
+        if (boot_.value_or(0) != 0 && std::none_of(logs_.begin(), logs_.end(), has_it))
+            throw Failure{kFinding, "--boot: there is no boot " + options_.boot +
+                                        "; --list-boots tells which there are"};
+    }
+
     // How many of the wanted records come before the newest ones.
     uint64_t position_before_newest() {
-        if (logs_.size() == 1 && filter_.selects_all() && options_.after_cursor.empty()) {
+        if (logs_.size() == 1 && filter_.selects_all() && !boot_ && options_.after_cursor.empty()) {
             if (logs_[0].reader)
                 korx_reader_seek_newest(logs_[0].reader.get(), *newest_);
             return 0;
         }
         uint64_t count = 0;
         for (Shown& log : logs_) {
-            korx_record record;
-            while (log.reader && korx_reader_next(log.reader.get(), &record) != 0)
-                count += filter_.matches(record) ? 1 : 0;
-            if (log.reader)
-                korx_reader_seek_mark(log.reader.get(), &log.mark);
+            if (!log.reader)
+                continue;
+            for (log.begin(); log.has_record; log.advance())
+                count += filter_.matches(log.record) ? 1 : 0;
+            korx_reader_seek_mark(log.reader.get(), &log.mark);
         }
         return count > *newest_ ? count - *newest_ : 0;
     }
@@ -271,6 +294,7 @@ class Show {
     const ShowOptions& options_;
     Filter filter_;
     std::optional<Expression> awaited_;
+    std::optional<int64_t> boot_;
     std::optional<uint64_t> newest_;
     Output out_;
     Style style_;
@@ -286,6 +310,8 @@ int RunLogShow(const Globals& globals, const ShowOptions& options) {
     const std::vector<Source> sources = SourcesOf(globals, options);
     CheckCombinations(options, sources);
     const Style style = StyleOf(globals, options, sources);
+    if (options.list_boots)
+        return ListBoots(sources, style);
     Show show(options, sources, style);
     std::optional<Pager> pager;
     if (options.pager && !Follows(options))

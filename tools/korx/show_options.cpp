@@ -42,6 +42,16 @@ void AddExtent(CLI::App* show, ShowOptions& options) {
     show->add_option("-n,--lines", options.newest, "Only the N newest of the wanted records")
         ->type_name("N")
         ->check(kCount);
+    show->add_option("-b,--boot", options.boot,
+                     "Only this boot of each log: 0 (also without BOOT) is the newest, -1 the one "
+                     "before it, 1 the oldest that is still there")
+        ->type_name("BOOT")
+        ->option_text("[BOOT]")
+        ->expected(0, 1)
+        ->default_str("0")
+        ->check(kNotEmpty);
+    show->add_flag("--list-boots", options.list_boots,
+                   "The boots of each log, with first and last time, instead of records");
     show->add_flag("-r,--reverse", options.reverse, "Newest first");
     show->add_flag("-f,--follow", options.follow,
                    "Go on with what is written from now on; without -n, --since and --after-cursor "

@@ -3,8 +3,10 @@
 
 #include <stdint.h>
 
+#include <optional>
 #include <vector>
 
+#include "boots.h"
 #include "progress.h"
 #include "sources.h"
 #include "when.h"
@@ -18,12 +20,22 @@ struct Shown {
     Source source;
     Reader reader;
     korx_mark mark = {};  // where it begins
+    std::optional<BootFilter> boot;
     korx_record record = {};
     bool has_record = false;
     int64_t time_us = INT64_MIN;  // a damaged record stays behind the one before it
 
+    // To the first record, where the reader stands at its place.
+    void begin() {
+        if (boot)
+            boot->rewind();
+        time_us = INT64_MIN;
+        advance();
+    }
     void advance() {
-        has_record = korx_reader_next(reader.get(), &record) != 0;
+        do
+            has_record = korx_reader_next(reader.get(), &record) != 0;
+        while (has_record && boot && !boot->matches(record));
         if (has_record && (record.fields & KORX_FIELD_TIME) != 0)
             time_us = Microseconds(record.time);
     }
@@ -39,8 +51,7 @@ void Merge(std::vector<Shown>& logs, Use use) {
         if (!log.reader)
             continue;
         total += InfoOf(log.reader.get()).records;
-        log.time_us = INT64_MIN;
-        log.advance();
+        log.begin();
         open.push_back(&log);
     }
     while (true) {
