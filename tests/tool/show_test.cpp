@@ -255,6 +255,10 @@ TEST_F(Show, PagesAndFitsATerminal) {
     EXPECT_EQ(OnTerminal("log show diag -o cat --no-pager", 0), "number 0\nnumber 1\n");
     EXPECT_EQ(OnTerminal("log show diag -g none --fail-empty", 1), "");
     EXPECT_EQ(Cat("diag -n 1"), "number 1\n");
+    std::istringstream help(OnTerminal("log show --help", 0) + OnTerminal("ini set --help", 0));
+    for (std::string line; std::getline(help, line);)
+        EXPECT_TRUE(line.size() <= 60 || line.starts_with("  korx ")) << line;
+    EXPECT_TRUE(Has(Korx("space --help").out, "      --no-record           Only show it\n"));
     std::istringstream lines(OnTerminal("log list", 0));
     bool has_path = false;
     for (std::string line; std::getline(lines, line);) {

@@ -61,9 +61,10 @@ void AppendHuman(std::string& out, const Boot& boot, int64_t number, const std::
     out += "  " + log + "\n";
 }
 
-void AppendJson(std::string& out, const Boot& boot, int64_t number, const korx_reader* reader, const Source& source,
-                const char* section, const Style& style) {
-    nlohmann::ordered_json object = {{"kind", korx_log_kind_name(InfoOf(reader).kind)}, {"file", source.file}};
+void AppendJson(std::string& out, const Boot& boot, int64_t number, const korx_reader* reader,
+                const Source& source, const char* section, const Style& style) {
+    nlohmann::ordered_json object = {{"kind", korx_log_kind_name(InfoOf(reader).kind)},
+                                     {"file", source.file}};
     if (section != nullptr)
         object["section"] = section;
     object["boot"] = number;

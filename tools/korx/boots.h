@@ -1,5 +1,5 @@
-// Which boot a record is from. A board without a clock of its own starts each boot at the same time,
-// so a boot begins where the clock was set back.
+// Which boot a record is from. A board without a clock of its own starts each boot at the same
+// time, so a boot begins where the clock was set back.
 #pragma once
 
 #include <stdint.h>

@@ -47,8 +47,8 @@ _korx() {
                 "ini ") choices="get set unset list check diff revert --help" ;;
                 "log list") choices="--json --dir --help" ;;
                 "log show")
-                    choices="--json --dir --lines --reverse --boot --list-boots --follow --since --until --level --grep \
-                        --ignore-case --section --process --unread --output --output-fields --utc \
+                    choices="--json --dir --lines --reverse --boot --list-boots --follow --since \
+                        --until --level --grep --ignore-case --section --process --unread --output --output-fields --utc \
                         --after-cursor --show-cursor --fail-empty --wait-for --timeout --no-pager \
                         --board --help $kinds"
                     ;;
@@ -62,9 +62,8 @@ _korx() {
                     ;;
                 "log verify") choices="--json --dir --help $kinds" ;;
                 "ini get") choices="--json --raw --default --help" ;;
-                "ini set") choices="--keep-comments --existing --help" ;;
-                "ini list" | "ini check" | "ini diff") choices="--json --help" ;;
-                "ini unset" | "ini revert") choices="--help" ;;
+                "ini set") choices="--json --keep-comments --existing --help" ;;
+                ini\ ?*) choices="--json --help" ;;
                 "space ") choices="--json --no-record --help" ;;
                 "paths ") choices="--json --help" ;;
                 "doctor ") choices="--json --dir --help" ;;

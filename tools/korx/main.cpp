@@ -11,6 +11,7 @@
 #include "base/unique.h"
 #include "common.h"
 #include "doctor.h"
+#include "help.h"
 #include "ini.h"
 #include "log_commands.h"
 #include "paths.h"
@@ -25,8 +26,10 @@ namespace {
 constexpr char kStatuses[] =
     "Exit status: 0 well; 1 something was found (damage, a missing key, a board that is not well); "
     "2 usage; 3 something cannot be read; 4 the output failed; 5 not acknowledged or not changed; "
-    "6 the record that was waited for has not come.\n"
+    "6 the record that was waited for has not come; 7 there is no log to verify.\n"
     "More in korx(1).";
+
+constexpr char kHelp[] = "Show this help";
 
 // Everything that the command line sets, and what is to be run in the end.
 struct Commands {
@@ -41,6 +44,8 @@ struct Commands {
 
 CLI::App* Add(CLI::App& parent, const char* name, const char* what, const char* examples) {
     CLI::App* const command = parent.add_subcommand(name, what);
+    command->group("Commands");
+    command->set_help_flag("-h,--help", kHelp);
     command->footer(std::string("Examples:\n") + examples);
     return command;
 }
@@ -102,8 +107,8 @@ void AddTake(CLI::App& log, Commands& c) {
         "Print unread records, and acknowledge them once they are written (and on disk, for a "
         "file). The logs may then write over them.",
         "  korx log take security                     to standard output\n"
-        "  korx log take all --json --output F        appended to F, synced, then acknowledged\n"
-        "  korx log take all --follow --json | logger as they come\n"
+        "  korx log take all --json --output F        appended, synced, then acknowledged\n"
+        "  korx log take all --follow --json | logger\n"
         "  korx log take all -f --json --exec 'my-shipper --batch'");
     AddGlobals(take, c, Reads::kLogs);
     AddBoardName(take, c);
@@ -300,13 +305,15 @@ int Run(int argc, char** argv) {
     Commands commands;
     CLI::App app("Reads, follows, verifies and empties the component's logs, and edits profiles.",
                  "korx");
+    app.formatter(std::make_shared<Help>(HelpWidth()));
+    app.set_help_flag("-h,--help", kHelp);
     app.footer(std::string("Examples:\n"
                            "  korx log list\n"
                            "  korx log show diag -f\n"
                            "  korx log take all --json --output /var/spool/board.json\n"
                            "  korx doctor\n\n") +
                kStatuses);
-    app.set_version_flag("--version", "korx " KORX_VERSION);
+    app.set_version_flag("--version", "korx " KORX_VERSION, "Show the version");
     app.require_subcommand(1);
     AddLog(app, commands);
     AddIni(app, commands);
