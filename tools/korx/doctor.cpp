@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "format/board.h"
@@ -179,20 +180,40 @@ class Doctor {
         }
     }
 
+    struct Damage {
+        uint64_t places = 0;
+        korx_damage first = {};
+    };
+
+    // Without the record that the text log's writer cuts off wherever a lap ends: that is worth
+    // knowing, but nothing is wrong with the board.
+    static Damage damage_of(const korx_reader* reader, const korx_reader_info& info) {
+        Damage damage{.places = info.damage, .first = {}};
+        bool has_first = false;
+        korx_damage one;
+        for (size_t i = 0; korx_reader_get_damage(reader, i, &one) != 0; ++i) {
+            if (one.rule == KORX_DAMAGE_CUT)
+                --damage.places;
+            else if (!std::exchange(has_first, true))
+                damage.first = one;
+        }
+        return damage;
+    }
+
     void check_log(const Source& source) {
         const Reader reader = OpenReader(source);
         if (!reader)
             return;
         const korx_reader_info info = InfoOf(reader.get());
-        korx_damage damage;
+        const Damage damage = damage_of(reader.get(), info);
         std::string why;
         if (StateOfHead(reader.get(), &why) != HeadState::kSound)
             tell(Verdict::kFault, source.file,
                  "the head is damaged, " + why + " (" + RepairCommand(source) + ")");
-        else if (info.damage > 0 && korx_reader_get_damage(reader.get(), 0, &damage) != 0)
+        else if (damage.places > 0)
             tell(Verdict::kFault, source.file,
-                 std::to_string(info.damage) + " damaged places, the first at offset " +
-                     std::to_string(damage.offset) + ": " + damage.text +
+                 std::to_string(damage.places) + " damaged places, the first at offset " +
+                     std::to_string(damage.first.offset) + ": " + damage.first.text +
                      " (korx log verify names all)");
         else
             tell(Verdict::kOk, source.file,
@@ -204,6 +225,8 @@ class Doctor {
         if (info.clock_set_back > 0)
             tell(Verdict::kNote, source.file,
                  "the clock was set back " + std::to_string(info.clock_set_back) + " times");
+        if (damage.places < info.damage)
+            tell(Verdict::kNote, source.file, "a record was cut off where a lap ended");
         tell_unread(source, info, (doubts & KORX_DOUBT_LOST) == 0);
         struct stat st;
         if (globals_.directory.empty() && stat(source.path.c_str(), &st) == 0)
