@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -16,6 +17,7 @@
 #include <sys/sem.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,17 +48,6 @@ static void* Next(const char* symbol) {
     }
 #define TAP(...) TAP_LIMIT(NULL, __VA_ARGS__)
 
-/* A call with an optional last argument; reading it when there is none is harmless. */
-#define TAP_VARIADIC(name, type, last, parameters, arguments) \
-    int name parameters {                                     \
-        va_list rest;                                         \
-        va_start(rest, last);                                 \
-        type argument = va_arg(rest, type);                   \
-        va_end(rest);                                         \
-        FIND_NEXT(int, name, parameters);                     \
-        return FAILS(name, NULL) ? -1 : next arguments;       \
-    }
-
 /* A call that releases its argument even when it fails. */
 #define TAP_RELEASE(name, failure, parameters, arguments) \
     int name parameters {                                 \
@@ -68,7 +59,8 @@ static void* Next(const char* symbol) {
         return fails ? failure : result;                  \
     }
 
-/* Opening. Whatever the libraries open must not reach a child's program, whoever starts it. */
+/* A call with an optional last argument; reading it when there is none is harmless. Whatever the
+ * libraries open must not reach a child's program, whoever starts it. */
 #define TAP_OPEN(name, closes, what, type, last, parameters, arguments)          \
     int name parameters {                                                        \
         va_list rest;                                                            \
@@ -79,6 +71,9 @@ static void* Next(const char* symbol) {
         KorxExpectCloseOnExec(#name, what, closes, __builtin_return_address(0)); \
         return FAILS(name, NULL) ? -1 : next arguments;                          \
     }
+#define TAP_VARIADIC(name, ...) TAP_OPEN(name, 1, "", __VA_ARGS__)
+
+/* Opening */
 TAP_OPEN(open, flags& O_CLOEXEC, path, mode_t, flags, (const char* path, int flags, ...),
          (path, flags, argument))
 TAP_OPEN(openat, flags& O_CLOEXEC, path, mode_t, flags, (int dir, const char* path, int flags, ...),
@@ -95,6 +90,11 @@ long syscall(long number, ...) {
     for (int i = 0; i < 6; ++i)
         arguments[i] = va_arg(rest, long);
     va_end(rest);
+    if (number == SYS_openat2) {
+        const struct open_how* const how = (const struct open_how*) arguments[2];
+        KorxExpectCloseOnExec("openat2", (const char*) arguments[1], (how->flags & O_CLOEXEC) != 0,
+                              __builtin_return_address(0));
+    }
     return FAILS(syscall, NULL) ? -1
                                 : next(number, arguments[0], arguments[1], arguments[2],
                                        arguments[3], arguments[4], arguments[5]);

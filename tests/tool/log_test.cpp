@@ -22,13 +22,7 @@ void WriteOneOfEach(const std::string& directory) {
     KORX_PLogInit(0, "zelk", 0);
     KORX_PLog(2, 5, 6, "process line");
     ORX_SpaceFull("/var", 87);
-    ORX_LogInfo info = {};
-    info.uiLogMode = 3;
-    info.uiModuleId = 80101;
-    info.uiMaxLogLen = 0x80000;
-    strcpy(info.acLogDir, directory.c_str());
-    strcpy(info.acLogFileName, "orx_app.log");
-    KORX_LogInit(&info);
+    SetUpText(directory);
 }
 
 TEST_F(LogShow, PrintsTheFieldsOfEveryKindAsJson) {

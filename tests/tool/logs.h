@@ -23,7 +23,8 @@ inline void WriteSecurity(int first, int count) {
         ASSERT_EQ(KORX_SecurityEventLog(1, 2, 1, 3, 4, "event %d", i), 0u);
 }
 
-inline void WriteText(const std::string& directory, int first, int count) {
+// Writes a line of its own.
+inline void SetUpText(const std::string& directory) {
     ORX_LogInfo info = {};
     info.uiLogMode = 3;
     info.uiModuleId = 80101;
@@ -31,7 +32,11 @@ inline void WriteText(const std::string& directory, int first, int count) {
     strcpy(info.acLogDir, directory.c_str());
     strcpy(info.acLogFileName, "orx_app.log");
     KORX_LogInit(&info);
-    unlink((directory + "/orx_app.log").c_str());  // setting it up is a line of its own
+}
+
+inline void WriteText(const std::string& directory, int first, int count) {
+    SetUpText(directory);
+    unlink((directory + "/orx_app.log").c_str());
     for (int i = first; i < first + count; ++i)
         ORX_Log2File(2, "event %d", i);
 }
