@@ -161,6 +161,12 @@ struct Followed : ::testing::TestWithParam<korx_log_kind> {
         (void) snprintf(g_acSTLogFileHeadName, 256, "/dev/shm/.korxloghdr");
         reopen();
     }
+    void TearDown() override { close_log(); }
+    // The start log keeps its own.
+    void close_log() {
+        if (fd > 0)
+            (void) close(fd);
+    }
     void reopen() {
         const uint32_t made = kind == KORX_LOG_START ? STLOG_CheckFileHandle()
                               : is_ring()            ? DLOG_CheckAndCreateFile(path.c_str(), &fd)
@@ -218,7 +224,7 @@ struct Followed : ::testing::TestWithParam<korx_log_kind> {
         const std::string all = ReadFile(path);
         WriteFile("/dev/shm/other", all.substr(0, random() % 2 ? all.size() : random() % 9000));
         ASSERT_EQ(rename("/dev/shm/other", path.c_str()), 0);
-        close(fd);
+        close_log();
         reopen();
     }
     // Leaves the reader at its end.
