@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "destination.h"
 #include "follow.h"
@@ -37,6 +38,7 @@ class Take {
   public:
     Take(const Globals& globals, const TakeOptions& options)
         : sources_(FindSources(globals, options.what)),
+          readers_(sources_.size()),
           reported_(sources_.size()),
           destination_(OpenDestination(globals, options, sources_)),
           style_{.form = globals.json ? Form::kJson : Form::kShort,
@@ -119,8 +121,18 @@ class Take {
 
     enum class Delivery { kDone, kChanged };
 
+    // The reader of the last time, which has to read what is new alone, or a new one.
+    Reader current_reader(size_t i) {
+        Reader reader = std::move(readers_[i]);
+        if (reader && korx_reader_refresh(reader.get(), nullptr, nullptr) == KORX_READER_OK)
+            return reader;
+        return OpenReader(sources_[i]);  // and whatever is wrong is told from there
+    }
+
+    // A reader is kept only once all that it has handed out is acknowledged: after anything else
+    // the log is opened again, and what is still there comes again.
     Delivery deliver(size_t i) {
-        const Reader reader = OpenReader(sources_[i]);
+        Reader reader = current_reader(i);
         if (!reader)
             return Delivery::kDone;
         const korx_reader_info info = InfoOf(reader.get());
@@ -128,14 +140,19 @@ class Take {
         tell_doubts(i, reader.get());
         const bool lost_is_known = (korx_reader_doubts(reader.get()) & KORX_DOUBT_LOST) == 0;
         const bool gap = tell_gap(i, info, lost_is_known) && style_.form == Form::kJson;
-        if (info.unread_records == 0 && !gap)
+        if (info.unread_records == 0 && !gap) {
+            readers_[i] = std::move(reader);
             return Delivery::kDone;
+        }
         destination_->begin();
         // In JSON it is a line of its own, so that it reaches whoever keeps them.
         if (gap)
             AppendGap(destination_->out().buffer(), info, lost_is_known, sources_[i].file);
         destination_->commit(hand_out(i, reader.get()));
-        return acknowledge(reader.get());
+        const Delivery delivery = acknowledge(reader.get());
+        if (delivery == Delivery::kDone)
+            readers_[i] = std::move(reader);
+        return delivery;
     }
 
     void refuse_damaged(size_t i, const korx_reader* reader, const korx_reader_info& info) const {
@@ -218,6 +235,7 @@ class Take {
     };
 
     std::vector<Source> sources_;
+    std::vector<Reader> readers_;
     std::vector<Reported> reported_;
     std::unique_ptr<Destination> destination_;
     Style style_;
