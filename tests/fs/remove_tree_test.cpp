@@ -86,6 +86,7 @@ TEST_F(RemoveTree, LooksAtEntriesOnlyWhereItMust) {
             EXPECT_EQ(looks, untold == 0 ? 4u + 1u : 14u) << "directories, and what is refused";
             EXPECT_EQ(Exists("t/a/b/c"), mode == kKeep);
             EXPECT_FALSE(Exists("t/file") || Exists("t/a/fifo"));
+            after_look = nullptr;
             for (const SyslogLine& line : syslog.lines())
                 lines[untold].insert(line.text);
             syslog.clear();
