@@ -29,9 +29,11 @@ Follower::Follower(const std::vector<Source>& sources)
     }
 }
 
+// For one event: each costs the writer time, and until the file has been looked at they all say the
+// same.
 void Follower::watch_content(Watched& watched) {
     const int before = watched.content;
-    watched.content = inotify_add_watch(fd_.get(), watched.path.c_str(), IN_MODIFY);
+    watched.content = inotify_add_watch(fd_.get(), watched.path.c_str(), IN_MODIFY | IN_ONESHOT);
     // The file that was there before must not wake us up any more, wherever it is now.
     if (before >= 0 && before != watched.content)
         (void) inotify_rm_watch(fd_.get(), before);
@@ -49,6 +51,7 @@ void Follower::take_events(std::vector<bool>* changed) {
             for (size_t i = 0; i < files_.size(); ++i) {
                 Watched& watched = files_[i];
                 if (event->wd == watched.content && (event->mask & IN_MODIFY) != 0) {
+                    watched.content = -1;
                     (*changed)[i] = true;
                 } else if (event->wd == watched.directory) {
                     if ((event->mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED)) != 0)
@@ -84,9 +87,14 @@ std::vector<size_t> Follower::wait(int out_fd, int64_t end_us) {
             return {};
         (void) sleep(out_fd, next_us_, false);
         take_events(&changed);
-        for (size_t i = 0; i < changed.size(); ++i)
-            if (changed[i])
-                result.push_back(i);
+        for (size_t i = 0; i < changed.size(); ++i) {
+            if (!changed[i])
+                continue;
+            // Before it is looked at, so that nothing is written unseen in between.
+            if (files_[i].content < 0)
+                watch_content(files_[i]);
+            result.push_back(i);
+        }
     }
     next_us_ = EndOfWait(kPause * 1e-6);
     return result;

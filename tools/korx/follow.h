@@ -29,7 +29,7 @@ class Follower {
         int content = -1;
     };
 
-    static constexpr int64_t kPause = 20000;
+    static constexpr int64_t kPause = 25000;
 
     bool sleep(int out_fd, int64_t end_us, bool for_changes) const;
     void watch_content(Watched& watched);
