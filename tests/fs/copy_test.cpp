@@ -248,7 +248,8 @@ TEST_F(Copy, TakesAShorterWayToTheSameEnd) {
             const CallCount looks("realpath");
             const std::string to = tree.path(row.destination);
             const uint32_t code = Safe(tree.path(row.source), to);
-            EXPECT_TRUE(is_long || looks.value() == row.looks) << row.what << looks.value();
+            EXPECT_TRUE(is_long || looks.value() == row.looks || !HasOpenat2())
+                << row.what << looks.value();
             ends[is_long] = std::to_string(code) + "\n" + logged() + ReadFile(to);
             ends[is_long] += Exists(to + ".orxtmp") ? " and a temporary file" : "";
             EXPECT_EQ(OpenFiles(), open_before) << row.what;

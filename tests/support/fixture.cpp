@@ -8,6 +8,7 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -84,6 +85,11 @@ bool Exists(const std::string& path) {
     const Untapped untapped;
     struct stat st;
     return lstat(path.c_str(), &st) == 0;
+}
+
+bool HasOpenat2() {
+    const Untapped untapped;
+    return syscall(SYS_openat2, -1, "", nullptr, 0) >= 0 || errno != ENOSYS;
 }
 
 std::set<int> OpenFiles() {

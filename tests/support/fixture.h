@@ -18,6 +18,9 @@ mode_t Mode(const std::string& path);           // permission bits; 0 when there
 void MakeDirs(const std::string& path);
 bool Exists(const std::string& path);  // a dangling link exists
 
+// Whether names can be opened without following links in them; emulators may know no such call.
+bool HasOpenat2();
+
 // The descriptors that are open: what a call must leave as it found them.
 std::set<int> OpenFiles();
 

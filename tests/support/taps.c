@@ -90,11 +90,10 @@ long syscall(long number, ...) {
     for (int i = 0; i < 6; ++i)
         arguments[i] = va_arg(rest, long);
     va_end(rest);
-    if (number == SYS_openat2) {
-        const struct open_how* const how = (const struct open_how*) arguments[2];
+    const struct open_how* const how = (const struct open_how*) arguments[2];
+    if (number == SYS_openat2 && how != NULL)
         KorxExpectCloseOnExec("openat2", (const char*) arguments[1], (how->flags & O_CLOEXEC) != 0,
                               __builtin_return_address(0));
-    }
     return FAILS(syscall, NULL) ? -1
                                 : next(number, arguments[0], arguments[1], arguments[2],
                                        arguments[3], arguments[4], arguments[5]);
