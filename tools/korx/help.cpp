@@ -12,8 +12,8 @@
 namespace korx::tool {
 namespace {
 
-constexpr size_t kNames = 28;       // the column behind the names
-constexpr size_t kNarrow = 72;      // on less, what they mean stands below the names
+constexpr size_t kNames = 28;   // the column behind the names
+constexpr size_t kNarrow = 72;  // on less, what they mean stands below the names
 constexpr size_t kNarrowIndent = 6;
 
 // Breaks text into lines that begin with indent blanks; the first one continues at column.
@@ -89,8 +89,8 @@ std::string Help::make_usage(const CLI::App* app, std::string name) const {
     std::string words = name + " [OPTION...]";
     for (const CLI::Option* option : app->get_options())
         if (option->get_positional())
-            words += option->get_required() ? " " + Argument(*option)
-                                            : " [" + Argument(*option) + "]";
+            words +=
+                option->get_required() ? " " + Argument(*option) : " [" + Argument(*option) + "]";
     if (!app->get_subcommands([](const CLI::App*) { return true; }).empty())
         words += " COMMAND";
     constexpr std::string_view kUsage = "Usage: ";

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <memory>
 #include <new>
 
 #include "base/unique.h"
@@ -102,14 +103,14 @@ void AddShow(CLI::App& log, Commands& c) {
 }
 
 void AddTake(CLI::App& log, Commands& c) {
-    CLI::App* const take = Add(
-        log, "take",
-        "Print unread records, and acknowledge them once they are written (and on disk, for a "
-        "file). The logs may then write over them.",
-        "  korx log take security                     to standard output\n"
-        "  korx log take all --json --output F        appended, synced, then acknowledged\n"
-        "  korx log take all --follow --json | logger\n"
-        "  korx log take all -f --json --exec 'my-shipper --batch'");
+    CLI::App* const take =
+        Add(log, "take",
+            "Print unread records, and acknowledge them once they are written (and on disk, for a "
+            "file). The logs may then write over them.",
+            "  korx log take security                     to standard output\n"
+            "  korx log take all --json --output F        appended, synced, then acknowledged\n"
+            "  korx log take all --follow --json | logger\n"
+            "  korx log take all -f --json --exec 'my-shipper --batch'");
     AddGlobals(take, c, Reads::kLogs);
     AddBoardName(take, c);
     AddWhat(take, c.take.what);
