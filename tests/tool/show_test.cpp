@@ -142,6 +142,11 @@ TEST_F(Show, KnowsARecordAgainWhereverItIsRead) {
     for (const auto& record : Korx("log take diag --json").json())
         taken.push_back(record["id"]);
     EXPECT_EQ(taken, live);
+    write(3, 3000);
+    const auto before = ids("diag -n 1");
+    write(3003, 400);
+    EXPECT_EQ(ids("diag -g r.3002$"), before);
+    EXPECT_EQ(Cat("diag -g r.0$"), "");  // a lap has passed
 }
 
 TEST_F(Show, GoesOnAtACursor) {

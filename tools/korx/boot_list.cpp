@@ -1,5 +1,7 @@
 #include "boot_list.h"
 
+#include <array>
+
 #include "boots.h"
 #include "format/start.h"
 #include "json.h"
