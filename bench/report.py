@@ -13,6 +13,7 @@ import pathlib
 import platform
 import statistics
 import sys
+from math import log
 
 import matplotlib
 matplotlib.use("svg")
@@ -90,7 +91,6 @@ def growth(rows):
         common = set.intersection(*(set(row["ns"]) for row in held))
         if len(held) < 2:
             continue
-        from math import log
         xs = [log(row["size"]) for row in held]
         # Of several processes the time for all counts, of everything else that of one operation.
         result[contest] = {

@@ -182,6 +182,15 @@ TEST_F(LogTake, FollowsWithoutWakingUpForNothingUntilItsReaderGoes) {
     EXPECT_EQ(follow.next(), "event 2");
     KORX_DLog(1, 2, 1, 0, 0, "a log that was not there");
     EXPECT_EQ(follow.next(), "a log that was not there");
+    WriteText(tree.path("log"), 0, 1);
+    EXPECT_EQ(follow.next(), "event 0");
+    const auto is_acknowledged = [&] { return Unread("text") == 0; };
+    for (int i = 0; i < 1000 && !is_acknowledged(); ++i)
+        usleep(10000);
+    unlink(log("orx_app.log.cursor").c_str());  // nothing says any more that it was taken
+    ORX_Log2File(2, "event 1");
+    EXPECT_EQ(follow.next(), "event 0");
+    EXPECT_EQ(follow.next(), "event 1");
     WriteFile(log("other"), "not a log of ours");
     usleep(300000);
     const std::string before = follow.switches();

@@ -121,11 +121,14 @@ class Take {
 
     enum class Delivery { kDone, kChanged };
 
-    // The reader of the last time, which has to read what is new alone, or a new one.
+    // The reader of the last time, or a new one. It looks at all that is unread: what it has passed
+    // may be unread again, for instance when somebody has taken the cursor away.
     Reader current_reader(size_t i) {
         Reader reader = std::move(readers_[i]);
-        if (reader && korx_reader_refresh(reader.get(), nullptr, nullptr) == KORX_READER_OK)
+        if (reader && korx_reader_refresh(reader.get(), nullptr, nullptr) == KORX_READER_OK) {
+            korx_reader_rewind(reader.get());
             return reader;
+        }
         return OpenReader(sources_[i]);  // and whatever is wrong is told from there
     }
 
