@@ -13,6 +13,10 @@ namespace {
 constexpr int kLengthOffset = 2;
 constexpr int kHeaderSize = 4;
 
+struct TwoWords {
+    uint64_t words[2];
+};
+
 uint16_t LoadField(const uint8_t* field) {
     uint16_t value;
     memcpy(&value, field, sizeof value);
@@ -23,22 +27,43 @@ void StoreField(uint8_t* field, uint16_t value) {
     memcpy(field, &value, sizeof value);
 }
 
-// Everything of a record but its type. The 16-bit count holds values to 32763 bytes: no longer one
-// has room. A null value with a length is a failed copy.
-bool StoreValue(uint8_t* record, int16_t* remaining, uint16_t length, const void* value) {
+// Where the value of a record goes, its length stored and counted; null when it does not go. The
+// 16-bit count holds values to 32763 bytes: no longer one has room. A null value with a length is a
+// failed copy.
+uint8_t* RoomForValue(uint8_t* record, int16_t* remaining, uint16_t length, const void* value) {
     if (record == nullptr || remaining == nullptr)
-        return false;
+        return nullptr;
     const int record_size = kHeaderSize + length;
     if (*remaining < record_size)
-        return false;
+        return nullptr;
 
     StoreField(record + kLengthOffset, length);
     if (length != 0 && value == nullptr)
-        return false;
-    if (length != 0)
-        memcpy(record + kHeaderSize, value, length);
+        return nullptr;
     *remaining = static_cast<int16_t>(*remaining - record_size);
-    return true;
+    return record + kHeaderSize;
+}
+
+// Copies a value as its first and its last block, which may overlap.
+template <typename Block>
+void CopyEnds(uint8_t* room, const uint8_t* value, size_t length) {
+    Block first, last;
+    memcpy(&first, value, sizeof first);
+    memcpy(&last, value + length - sizeof last, sizeof last);
+    memcpy(room, &first, sizeof first);
+    memcpy(room + length - sizeof last, &last, sizeof last);
+}
+
+// The end of the copy. Values of a few words, the usual ones, are not worth the C library's call.
+uint8_t* CopyValue(uint8_t* room, const void* value, size_t length) {
+    const auto* const bytes = static_cast<const uint8_t*>(value);
+    if (length >= sizeof(TwoWords) && length <= 2 * sizeof(TwoWords))
+        CopyEnds<TwoWords>(room, bytes, length);
+    else if (length >= sizeof(uint64_t) && length < sizeof(TwoWords))
+        CopyEnds<uint64_t>(room, bytes, length);
+    else if (length != 0)
+        memcpy(room, bytes, length);
+    return room + length;
 }
 
 // The first record of the type, if it lies in the buffer as a whole; else null.
@@ -66,14 +91,19 @@ using namespace korx;
 void* ORX_AppendTLV(void* position, int16_t* remaining, uint32_t type, uint16_t length,
                     const void* value) {
     auto* const record = static_cast<uint8_t*>(position);
-    if (!StoreValue(record, remaining, length, value))
+    uint8_t* const room = RoomForValue(record, remaining, length, value);
+    if (room == nullptr)
         return nullptr;
     StoreField(record, static_cast<uint16_t>(type));
-    return record + kHeaderSize + length;
+    return CopyValue(room, value, length);
 }
 
 uint32_t ORX_SetValue(void* position, int16_t* remaining, uint16_t length, const void* value) {
-    return StoreValue(static_cast<uint8_t*>(position), remaining, length, value) ? kOk : kAllBits;
+    uint8_t* const room = RoomForValue(static_cast<uint8_t*>(position), remaining, length, value);
+    if (room == nullptr)
+        return kAllBits;
+    (void) CopyValue(room, value, length);
+    return kOk;
 }
 
 uint32_t ORX_GetVFromTLV(const void* buffer, int16_t buffer_length, uint16_t type, uint16_t* length,

@@ -3,6 +3,7 @@
 
 #include <stddef.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 
@@ -68,7 +69,8 @@ uint32_t ORX_VEC_VectorEnsure(ORX_VEC_Vector* vector, uint32_t index) {
         return kFailed;
     if (vector->uiCapacity > index)
         return kOk;
-    if (vector->uiCapacity == 0 || index >= kFirstUnreachable)
+    // Callers may have filled the public structure themselves, with a capacity without slots.
+    if (vector->uiCapacity == 0 || vector->ppSlots == nullptr || index >= kFirstUnreachable)
         return kFailed;
 
     const size_t old_capacity = vector->uiCapacity;
@@ -76,17 +78,11 @@ uint32_t ORX_VEC_VectorEnsure(ORX_VEC_Vector* vector, uint32_t index) {
     while (capacity <= index)
         capacity *= 2;
 
-    MallocPtr<void*> slots(static_cast<void**>(malloc(SlotBytes(capacity))));
-    if (!slots)
+    auto* const slots = static_cast<void**>(realloc(vector->ppSlots, SlotBytes(capacity)));
+    if (slots == nullptr)
         return kFailed;
-    if (memcpy_s(slots.get(), SlotBytes(capacity), vector->ppSlots, SlotBytes(old_capacity)) != 0)
-        return kFailed;
-    const size_t added = SlotBytes(capacity - old_capacity);
-    if (memset_s(slots.get() + old_capacity, added, 0, added) != 0)
-        return kFailed;
-
-    free(vector->ppSlots);
-    vector->ppSlots = slots.release();
+    memset(slots + old_capacity, 0, SlotBytes(capacity - old_capacity));
+    vector->ppSlots = slots;
     vector->uiCapacity = static_cast<uint32_t>(capacity);
     return kOk;
 }

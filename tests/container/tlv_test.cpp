@@ -24,6 +24,17 @@ TEST(Tlv, PacksRecordsOneAfterAnother) {
     EXPECT_EQ(std::string(buffer, 16), "\7\0\3\0abc\xFE\xFF\0\0\11\0\0\0\0"s);
 }
 
+// How a value is copied depends on its length.
+TEST(Tlv, CopiesValuesOfAnyLength) {
+    const std::string value = "0123456789abcdefghijklmnopqrstuvwxyzABCDE";
+    for (size_t length = 0; length < value.size(); ++length) {
+        std::string buffer(64, 'x');
+        int16_t left = 64;
+        ORX_AppendTLV(buffer.data(), &left, 7, static_cast<uint16_t>(length), value.data());
+        EXPECT_EQ(buffer.substr(4), value.substr(0, length) + std::string(60 - length, 'x'));
+    }
+}
+
 TEST(Tlv, WritesNothingThatDoesNotFit) {
     struct Row {
         int left, length;

@@ -56,7 +56,7 @@ TEST_F(Vector, StaysAsItIsWhenItCannotGrow) {
     append(here);
     void** const slots = v->ppSlots;
     {
-        Fault fault{"malloc", 1, ENOMEM};
+        Fault fault{"realloc", 1, ENOMEM};
         EXPECT_EQ(append(here), kFailedSlot);
     }
     for (uint32_t index : {1u << 31, 0xFFFFFFFF})

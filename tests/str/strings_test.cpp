@@ -101,10 +101,10 @@ TEST_F(Strings, SplitFillsTheLowestEmptySlots) {
 
 // Allocations of the call: token a, token b, the vector's growth for it.
 TEST_F(Strings, FreeEveryElementWhenASplitFails) {
-    for (unsigned nth : {1u, 2u, 3u}) {
+    for (const auto& [call, nth] : {std::pair("malloc", 1u), {"malloc", 2u}, {"realloc", 1u}}) {
         ORX_VEC_Vector* const tokens = ORX_VEC_VectorInit(nullptr, 2);
         ORX_VEC_VectorSet(tokens, ORX_StrNdup("before", 0));
-        Fault fault{"malloc", nth, ENOMEM};
+        Fault fault{call, nth, ENOMEM};
         EXPECT_EQ(ORX_SplitString2Vector("a,b,c", ',', 0, tokens), 0x0FFFFFFFu);
         EXPECT_EQ(fault.hits(), 1u);
         EXPECT_EQ(ORX_VEC_VectorCount(tokens), 0u);

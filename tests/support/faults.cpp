@@ -78,7 +78,8 @@ bool Fault::Decide(const char* name, const void* caller, size_t* bytes) {
 }
 
 bool Fault::Strikes(const char* name, const size_t* bytes) {
-    if (strcmp(name_, "*") == 0 ? strcmp(name, "malloc") == 0 : strcmp(name_, name) != 0)
+    const bool takes_memory = strcmp(name, "malloc") == 0 || strcmp(name, "realloc") == 0;
+    if (strcmp(name_, "*") == 0 ? takes_memory : strcmp(name_, name) != 0)
         return false;
     const unsigned call = ++calls_;
     asked_ += bytes == nullptr ? 0 : *bytes;

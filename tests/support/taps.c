@@ -158,6 +158,7 @@ TAP(char*, fgets, NULL, (char* text, int size, FILE* file), (text, size, file))
 
 /* Memory, time, processes, semaphores */
 TAP(void*, malloc, NULL, (size_t size), (size))
+TAP(void*, realloc, NULL, (void* memory, size_t size), (memory, size))
 int usleep(useconds_t microseconds) {
     FIND_NEXT(int, usleep, (useconds_t));
     size_t asked = microseconds;
