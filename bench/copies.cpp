@@ -1,5 +1,6 @@
 // Files copied through a temporary name.
 #include <sys/wait.h>
+#include <syslog.h>
 
 #include <filesystem>
 #include <vector>
@@ -19,7 +20,10 @@ void CopySafely(const std::string& from, const std::string& to) {
                          ORXFS_OVERWRITE, static_cast<uint32_t>(to.size())) == 0);
 }
 
+// With the line that there was no destination yet: without a log of the component's own it goes to
+// the system log.
 void CopyFloor(const std::string& from, const std::string& to) {
+    syslog(LOG_INFO, "File '%s' is not exist.", to.c_str());
     const std::string temporary = to + ".orxtmp";
     {
         const Descriptor source(from, O_RDONLY);
