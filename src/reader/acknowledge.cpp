@@ -242,7 +242,7 @@ korx_reader_code Acknowledge(const Refusal& error, korx_reader* reader) {
         return code;
     if (file.id() != reader->file)
         return error.refuse(KORX_READER_CHANGED, 0, "nothing acknowledged: the file was replaced");
-    LogLock lock(reader->image.format.kind->lock, file.fd());
+    LogLock lock(reader->image.format.kind->lock, file);
     code = lock.acquire(Access::kChange, source.timeout_ms, error);
     if (code == KORX_READER_OK)
         code = file.examine(error);

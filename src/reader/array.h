@@ -22,10 +22,8 @@ class Array {
             return;
         items_.get()[size_++] = value;
     }
-    void reserve(size_t count) {
-        if (count > capacity_)
-            (void) grow(count);
-    }
+    // False: out of memory.
+    bool reserve(size_t count) { return count <= capacity_ || grow(count); }
     void truncate(size_t size) { size_ = std::min(size_, size); }
 
     T& operator[](size_t index) { return items_.get()[index]; }
@@ -35,6 +33,7 @@ class Array {
     const T* begin() const { return items_.get(); }
     const T* end() const { return items_.get() + size_; }
     size_t size() const { return size_; }
+    size_t capacity() const { return capacity_; }
     bool empty() const { return size_ == 0; }
     bool out_of_memory() const { return out_of_memory_; }
     void fail() { out_of_memory_ = true; }

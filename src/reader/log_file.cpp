@@ -69,15 +69,15 @@ LogLock::~LogLock() {
         return;
     const ErrnoSaver keep;
     if (kind_ == LogLockKind::kRecord)
-        (void) SetFileLock(fd_, F_UNLCK);
+        (void) SetFileLock(file_.fd(), F_UNLCK);
     else
-        (void) flock(fd_, LOCK_UN);
+        (void) flock(file_.fd(), LOCK_UN);
 }
 
 bool LogLock::attempt(Access access) const {
     if (kind_ == LogLockKind::kRecord)
-        return SetFileLock(fd_, access == Access::kRead ? F_RDLCK : F_WRLCK);
-    return flock(fd_, (access == Access::kRead ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0;
+        return SetFileLock(file_.fd(), access == Access::kRead ? F_RDLCK : F_WRLCK);
+    return flock(file_.fd(), (access == Access::kRead ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0;
 }
 
 // Asks again and again, because no waiting request has a time-out.

@@ -45,7 +45,8 @@ class LogFile {
 // readers that acknowledge apart.
 class LogLock {
   public:
-    LogLock(LogLockKind kind, int fd) : kind_(kind), fd_(fd) {}
+    // of: may be opened later.
+    LogLock(LogLockKind kind, const LogFile& of) : kind_(kind), file_(of) {}
     ~LogLock();
     LogLock(const LogLock&) = delete;
     LogLock& operator=(const LogLock&) = delete;
@@ -57,7 +58,7 @@ class LogLock {
     bool attempt(Access access) const;
 
     const LogLockKind kind_;
-    const int fd_;
+    const LogFile& file_;
     bool held_ = false;
 };
 

@@ -145,7 +145,14 @@ korx_reader_code OpenFile(int fd, const char* path, korx_log_kind kind,
     if (code != KORX_READER_OK)
         return code;
     korx_reader& opened = **reader;
-    code = TakeSnapshot(opened.source, error, &opened.image, &opened.file);
+    LogImage& image = opened.image;
+    {
+        LockedLog log(opened.source, *image.format.kind);
+        code = log.open(error);
+        if (code == KORX_READER_OK)
+            code = log.copy(error, &image);
+        opened.file = log.file().id();
+    }
     return code == KORX_READER_OK ? Finish(error, &opened) : code;
 }
 

@@ -47,6 +47,8 @@ const ShapeOperations kPlainShape = {.shape = Shape::kPlain,
                                      .analyse = AnalysePlain,
                                      .parse_fields = ParsePlain,
                                      .resembles_fields = ResemblesPlain,
-                                     .begins_file = BeginsRecord};
+                                     .begins_file = BeginsRecord,
+                                     .find_laps = nullptr,
+                                     .conclude = nullptr};
 
 }  // namespace korx

@@ -1,6 +1,7 @@
-// A reader is brought up to its log by a new copy, in which it finds its place again by the records
-// that it has passed: one that stands where it stood, with the bytes that it had, is the same. So
-// nothing depends on stamps, nor on how often the log went round meanwhile.
+// A reader is brought up to its log by what was appended or, where that is not all that happened,
+// by a new copy. In that it finds its place again by the records that it has passed: one that
+// stands where it stood, with the bytes that it had, is the same. So nothing depends on stamps, nor
+// on how often the log went round meanwhile.
 #include "reader/refresh.h"
 
 #include <errno.h>
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "reader/append.h"
 #include "reader/open.h"
 
 namespace korx {
@@ -43,7 +45,7 @@ using EntryList = Array<Entry*>;
 
 // False: out of memory.
 bool SortByOffset(Array<Entry>* entries, EntryList* sorted) {
-    sorted->reserve(entries->size());
+    (void) sorted->reserve(entries->size());
     for (Entry& entry : *entries)
         sorted->push(&entry);
     std::sort(sorted->begin(), sorted->end(),
@@ -124,15 +126,32 @@ korx_reader_code Refresh(const Refusal& error, korx_reader* reader, korx_refresh
     const bool is_header_given = reader->source.header_path == nullptr && header.data != nullptr;
     if (is_header_given && !CopyBytes(header.data.get(), header.size, &image.header))
         return RefuseMemory(error);
+    CursorState cursor;
+    const bool is_moved = IsCursorMoved(*reader, &cursor);
+    Appended appended = Appended::kUnknown;
+    korx_reader_code code = KORX_READER_OK;
     FileId file;
-    korx_reader_code code = TakeSnapshot(reader->source, error, &image, &file);
+    {
+        LockedLog log(reader->source, *image.format.kind);
+        code = log.open(error);
+        if (code != KORX_READER_OK)
+            return code;
+        file = log.file().id();
+        if (!is_moved && file == reader->file)
+            appended = TakeAppended(log.file(), reader);
+        if (appended == Appended::kUnknown)
+            code = log.copy(error, &image);
+    }
     if (code != KORX_READER_OK)
         return code;
-    CursorState cursor;
-    if (IsCursorMoved(*reader, &cursor) || !IsSameCopy(reader->image, image))
+    const bool is_other =
+        appended == Appended::kUnknown && (is_moved || !IsSameCopy(reader->image, image));
+    if (is_other)
         code = Replace(error, reader, &image, how);
     else  // this reader may have acknowledged
         Judge(cursor == CursorState::kFound ? &reader->cursor : nullptr, reader);
+    if (appended == Appended::kRecords)
+        *how = KORX_REFRESHED_MORE;
     if (code == KORX_READER_OK)
         reader->file = file;
     return code;

@@ -143,7 +143,7 @@ korx_reader_code Repair(const Keeper& keeper, const Refusal& error, korx_reader*
     korx_reader_code code = file.open(source.path, source.borrowed, Access::kChange, error);
     if (code != KORX_READER_OK)
         return code;
-    LogLock lock(image.format.kind->lock, file.fd());
+    LogLock lock(image.format.kind->lock, file);
     code = lock.acquire(Access::kChange, source.timeout_ms, error);
     if (code == KORX_READER_OK)
         code = file.examine(error);

@@ -91,6 +91,8 @@ const ShapeOperations kReserveShape = {.shape = Shape::kReserve,
                                        .analyse = AnalyseReserve,
                                        .parse_fields = ParseReserve,
                                        .resembles_fields = ResemblesReserve,
-                                       .begins_file = BeginsReserve};
+                                       .begins_file = BeginsReserve,
+                                       .find_laps = nullptr,
+                                       .conclude = nullptr};
 
 }  // namespace korx

@@ -66,6 +66,36 @@ bool IsBetweenRecords(const LogImage& image) {
     });
 }
 
+Laps LapsOf(const LOG_HEAD_S& head, size_t file_size) {
+    const size_t room = file_size - kRingHeadSize;
+    const size_t newest = std::min<size_t>(head.uiLogLen, room);
+    const bool wrapped = head.uiTotalLen != 0 && head.uiTotalLen > head.uiLogLen;
+    const size_t oldest_end = wrapped ? std::min<size_t>(head.uiTotalLen, room) : newest;
+    return {.begin = kRingHeadSize,
+            .newest_end = kRingHeadSize + newest,
+            .until = kRingHeadSize + oldest_end};
+}
+
+void ConcludeRing(LogImage* image) {
+    memcpy(&image->head, image->bytes.data.get(), kRingHeadSize);
+    const Laps laps = LapsOf(image->head, image->bytes.size);
+    image->laps = laps.newest_end < laps.until ? 1 : 0;
+    image->fill = laps.until - kRingHeadSize;
+    if (!IsBetweenRecords(*image))
+        image->damage.report(KORX_DAMAGE_DUMP_POSITION, offsetof(LOG_HEAD_S, uiDumpLen), 4,
+                             "uiDumpLen %u lies inside a record", image->head.uiDumpLen);
+}
+
+bool FindRingLaps(const LogFormat& format, std::string_view beginning, uint64_t file_size,
+                  Laps* laps) {
+    if (beginning.size() < kRingHeadSize || file_size < kRingHeadSize)
+        return false;
+    LOG_HEAD_S head;
+    memcpy(&head, beginning.data(), kRingHeadSize);
+    *laps = LapsOf(head, file_size);
+    return FaultOf(head, BoundsOf(*format.kind, file_size)) == HeadFault::kNone;
+}
+
 void AnalyseRing(LogImage* image) {
     const size_t size = image->bytes.size;
     if (size < kRingHeadSize) {
@@ -78,22 +108,11 @@ void AnalyseRing(LogImage* image) {
     memcpy(&image->head, image->bytes.data.get(), kRingHeadSize);
     CheckHead(image);
 
-    const LOG_HEAD_S& head = image->head;
-    const size_t room = size - kRingHeadSize;
-    const size_t newest = std::min<size_t>(head.uiLogLen, room);
-    const bool wrapped = head.uiTotalLen != 0 && head.uiTotalLen > head.uiLogLen;
-    const size_t oldest_end = wrapped ? std::min<size_t>(head.uiTotalLen, room) : newest;
-    image->laps = wrapped ? 1 : 0;
-    image->fill = std::max(newest, oldest_end);
-    ReadLaps({.begin = kRingHeadSize,
-              .newest_end = kRingHeadSize + newest,
-              .until = kRingHeadSize + oldest_end},
-             image);
-    if (!wrapped)
-        CheckBehind(kRingHeadSize + newest, image);
-    if (!IsBetweenRecords(*image))
-        image->damage.report(KORX_DAMAGE_DUMP_POSITION, offsetof(LOG_HEAD_S, uiDumpLen), 4,
-                             "uiDumpLen %u lies inside a record", head.uiDumpLen);
+    const Laps laps = LapsOf(image->head, size);
+    ReadLaps(laps, image);
+    if (laps.newest_end == laps.until)
+        CheckBehind(laps.newest_end, image);
+    ConcludeRing(image);
 }
 
 bool ParseRing(std::string_view text, size_t stamp, RecordHead*, korx_record* record) {
@@ -129,7 +148,9 @@ const ShapeOperations kRingShape = {.shape = Shape::kRing,
                                     .analyse = AnalyseRing,
                                     .parse_fields = ParseRing,
                                     .resembles_fields = ResemblesRing,
-                                    .begins_file = BeginsRing};
+                                    .begins_file = BeginsRing,
+                                    .find_laps = FindRingLaps,
+                                    .conclude = ConcludeRing};
 
 uint64_t NeededOfRing(const LOG_HEAD_S& head, uint64_t file_size) {
     const uint64_t text = std::max(head.uiLogLen, head.uiTotalLen);

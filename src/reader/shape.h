@@ -14,6 +14,7 @@
 
 namespace korx {
 
+struct Laps;
 struct LogImage;
 struct LogFormat;
 struct RecordHead;
@@ -39,6 +40,12 @@ struct ShapeOperations {
     bool (*resembles_fields)(std::string_view line);
     // Whether the beginning of a file looks like one of this shape.
     bool (*begins_file)(const LogFormat& format, std::string_view beginning);
+    // Where the laps end in a file of this size, by the head at its beginning. False: no writer
+    // leaves such a head. Null: there is none that says so.
+    bool (*find_laps)(const LogFormat& format, std::string_view beginning, uint64_t file_size,
+                      Laps* laps);
+    // What the image's head says beside its entries, and whether that fits them. Null as above.
+    void (*conclude)(LogImage* image);
 };
 
 extern const ShapeOperations kTextShape;

@@ -41,19 +41,6 @@ uint64_t NeededBytes(const LogImage& image, const LogFile& file) {
     return NeededOfRing(head, file.size());
 }
 
-korx_reader_code CopyLog(const Source& source, const Refusal& error, LogFile* file,
-                         LogImage* image) {
-    korx_reader_code code = file->examine(error);
-    if (code != KORX_READER_OK)
-        return code;
-    code = ReadBytes(file->fd(), NeededBytes(*image, *file), source, error, &image->bytes);
-    if (code != KORX_READER_OK)
-        return code;
-    // A file may grow while it is copied without lock.
-    image->file_size = std::max<uint64_t>(file->size(), image->bytes.size);
-    return KORX_READER_OK;
-}
-
 // A header file that can't be had is damage of the log, not a failure.
 bool OpenHeader(const Source& source, LogFile* header) {
     return source.header_path != nullptr &&
@@ -62,31 +49,32 @@ bool OpenHeader(const Source& source, LogFile* header) {
 
 }  // namespace
 
-korx_reader_code TakeSnapshot(const Source& source, const Refusal& error, LogImage* image,
-                              FileId* id) {
-    LogFile file;
-    korx_reader_code code = file.open(source.path, source.borrowed, Access::kRead, error);
+korx_reader_code LockedLog::open(const Refusal& error) {
+    korx_reader_code code = file_.open(source_.path, source_.borrowed, Access::kRead, error);
     if (code != KORX_READER_OK)
         return code;
-
-    const LogKind& kind = *image->format.kind;
-    const bool locks = source.locking == Locking::kWait && kind.lock != LogLockKind::kNone;
-    const Refusal header_error = error.about(source.header_path);
-    LogFile header;
-    const bool has_header = kind.shape == Shape::kStart && OpenHeader(source, &header);
+    const bool locks = source_.locking == Locking::kWait && kind_.lock != LogLockKind::kNone;
+    has_header_ = kind_.shape == Shape::kStart && OpenHeader(source_, &header_);
     // The writers of the start log take the header's lock first.
-    LogLock header_lock(kind.lock, header.fd());
-    LogLock lock(kind.lock, file.fd());
-    if (locks && has_header)
-        code = header_lock.acquire(Access::kRead, source.timeout_ms, header_error);
+    if (locks && has_header_)
+        code = header_lock_.acquire(Access::kRead, source_.timeout_ms,
+                                    error.about(source_.header_path));
     if (code == KORX_READER_OK && locks)
-        code = lock.acquire(Access::kRead, source.timeout_ms, error);
-    if (code == KORX_READER_OK)
-        code = CopyLog(source, error, &file, image);
-    if (code == KORX_READER_OK && has_header)
-        code = ReadBytes(header.fd(), kStartHeaderRoom, source, header_error, &image->header);
-    *id = file.id();
-    return code;
+        code = lock_.acquire(Access::kRead, source_.timeout_ms, error);
+    return code == KORX_READER_OK ? file_.examine(error) : code;
+}
+
+korx_reader_code LockedLog::copy(const Refusal& error, LogImage* image) const {
+    korx_reader_code code =
+        ReadBytes(file_.fd(), NeededBytes(*image, file_), source_, error, &image->bytes);
+    if (code != KORX_READER_OK)
+        return code;
+    // A file may grow while it is copied without lock.
+    image->file_size = std::max<uint64_t>(file_.size(), image->bytes.size);
+    if (!has_header_)
+        return KORX_READER_OK;
+    return ReadBytes(header_.fd(), kStartHeaderRoom, source_, error.about(source_.header_path),
+                     &image->header);
 }
 
 korx_reader_code PeekKind(const Source& source, const Refusal& error, korx_log_kind* kind) {

@@ -23,10 +23,26 @@ struct Source {
     Locking locking = Locking::kWait;
 };
 
-// Copies the log, and the start log's header, into the image, whose kind is known already. id: of
-// the file that was copied.
-[[nodiscard]] korx_reader_code TakeSnapshot(const Source& source, const Refusal& error,
-                                            LogImage* image, FileId* id);
+// A log, and the start log's header, opened and locked for as long as it lives.
+class LockedLog {
+  public:
+    LockedLog(const Source& source, const LogKind& kind) : source_(source), kind_(kind) {}
+
+    [[nodiscard]] korx_reader_code open(const Refusal& error);
+    // Copies it into an image, whose kind is known already.
+    [[nodiscard]] korx_reader_code copy(const Refusal& error, LogImage* image) const;
+
+    const LogFile& file() const { return file_; }
+
+  private:
+    const Source& source_;
+    const LogKind& kind_;
+    LogFile file_;
+    LogFile header_;
+    bool has_header_ = false;
+    LogLock header_lock_{kind_.lock, header_};
+    LogLock lock_{kind_.lock, file_};
+};
 
 // Tells the kind from the beginning of the file.
 [[nodiscard]] korx_reader_code PeekKind(const Source& source, const Refusal& error,

@@ -167,6 +167,8 @@ const ShapeOperations kStartShape = {.shape = Shape::kStart,
                                      .analyse = AnalyseStart,
                                      .parse_fields = ParseStart,
                                      .resembles_fields = ResemblesStart,
-                                     .begins_file = BeginsStart};
+                                     .begins_file = BeginsStart,
+                                     .find_laps = nullptr,
+                                     .conclude = nullptr};
 
 }  // namespace korx

@@ -26,7 +26,8 @@ class StretchReader {
           image_(*image),
           entries_(*entries),
           first_entry_(entries->size()),
-          bytes_(image->bytes.data.get()) {}
+          bytes_(image->bytes.data.get()),
+          time_(stretch.after) {}
 
     void run() {
         size_t at = stretch_.begin;
@@ -184,7 +185,7 @@ class StretchReader {
     const size_t first_entry_;
     const char* const bytes_;
     size_t zero_ = 0;  // the next zero byte at or behind the record looked at
-    int64_t time_ = INT64_MIN;
+    int64_t time_;     // of the record before
 
     // The last place looked at, and what is there.
     size_t looked_at_ = SIZE_MAX;

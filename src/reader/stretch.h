@@ -28,6 +28,7 @@ struct Stretch {
     Edge last = Edge::kBetweenRecords;
     ZeroTail zeros = ZeroTail::kDamage;
     Search search = Search::kRecordsAndDamage;
+    int64_t after = INT64_MIN;  // the moment of the record before it
 };
 
 // Adds what a stretch holds to entries, and its damage to the image's.

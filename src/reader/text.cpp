@@ -11,6 +11,26 @@
 namespace korx {
 namespace {
 
+uint32_t CountOf(std::string_view bytes) {
+    uint32_t count = 0;
+    memcpy(&count, bytes.data(), kTextHeadSize);
+    return count;
+}
+
+void ConcludeText(LogImage* image) {
+    image->fill = image->bytes.size - kTextHeadSize;
+    image->laps = CountOf(image->bytes.view()) < image->fill ? 1 : 0;
+}
+
+bool FindTextLaps(const LogFormat&, std::string_view beginning, uint64_t file_size, Laps* laps) {
+    if (beginning.size() < kTextHeadSize || file_size < kTextHeadSize)
+        return false;
+    *laps = {.begin = kTextHeadSize,
+             .newest_end = kTextHeadSize + CountOf(beginning),
+             .until = file_size};
+    return laps->newest_end <= file_size;
+}
+
 void AnalyseText(LogImage* image) {
     const size_t size = image->bytes.size;
     if (size < kTextHeadSize) {
@@ -18,8 +38,7 @@ void AnalyseText(LogImage* image) {
             image->damage.report(KORX_DAMAGE_HEAD_SHORT, size, 0, "the file ends in its head");
         return;
     }
-    uint32_t count = 0;
-    memcpy(&count, image->bytes.data.get(), kTextHeadSize);
+    const uint32_t count = CountOf(image->bytes.view());
     const size_t room = size - kTextHeadSize;
     if (count > room)
         image->damage.report(KORX_DAMAGE_HEAD_LENGTH, 0, kTextHeadSize,
@@ -28,8 +47,7 @@ void AnalyseText(LogImage* image) {
     ReadLaps(
         {.begin = kTextHeadSize, .newest_end = newest_end, .until = size, .old_end = OldEnd::kCut},
         image);
-    image->laps = newest_end < size ? 1 : 0;
-    image->fill = room;
+    ConcludeText(image);
 }
 
 bool ParseText(std::string_view text, size_t stamp, RecordHead*, korx_record* record) {
@@ -60,6 +78,8 @@ const ShapeOperations kTextShape = {.shape = Shape::kText,
                                     .analyse = AnalyseText,
                                     .parse_fields = ParseText,
                                     .resembles_fields = ResemblesText,
-                                    .begins_file = BeginsText};
+                                    .begins_file = BeginsText,
+                                    .find_laps = FindTextLaps,
+                                    .conclude = ConcludeText};
 
 }  // namespace korx

@@ -87,6 +87,7 @@ class CallCount : private Fault {
   public:
     explicit CallCount(const char* name) : Fault(name, 1, Action::kCount, 0, 0, kAll) {}
     unsigned value() const { return calls(); }
+    using Fault::asked;
 };
 
 // Calls of this thread pass uncounted while it lasts.
