@@ -8,10 +8,11 @@
 //
 // If the last known record stands as it stood, so that no lap can have ended meanwhile, if the next
 // old one is where it was, and if all between them is sound, the new ones join the copy and the old
-// ones that they cover leave it. In every other case nothing is touched, and the log is copied as a whole: after a lap, after a replacement, wherever damage
-// has come or gone, and for the logs whose laps no head tells. Each entry found here must be the one
-// that a reader finds who opens the log now; so what is read is taken apart by the same rules, and
-// what those rules tell by more than that is left to them.
+// ones that they cover leave it. In every other case nothing is touched, and the log is copied as a
+// whole: after a lap, after a replacement, wherever damage has come or gone, and for the logs whose
+// laps no head tells. Each entry found here must be the one that a reader finds who opens the log
+// now; so what is read is taken apart by the same rules, and what those rules tell by more than
+// that is left to them.
 #include "reader/append.h"
 
 #include <stdlib.h>
@@ -40,7 +41,10 @@ bool IsSameEntry(const Entry& a, const Entry& b) {
 class Continuation {
   public:
     Continuation(const LogFile& log, korx_reader* reader)
-        : log_(log), reader_(*reader), image_(reader->image), head_size_(image_.format.kind->head) {}
+        : log_(log),
+          reader_(*reader),
+          image_(reader->image),
+          head_size_(image_.format.kind->head) {}
 
     Appended take() {
         if (!has_same_lap() || !find_old() || !is_damage_elsewhere() || !read() ||
@@ -89,8 +93,8 @@ class Continuation {
         end_ = image_.is_ring() ? NeededOfRing(HeadOf(head_), log_.size()) : log_.size();
         if (!has_old_lap())
             return true;
-        const Entry* const found = std::find_if(
-            image_.entries.begin(), image_.entries.end(), [&](const Entry& entry) {
+        const Entry* const found =
+            std::find_if(image_.entries.begin(), image_.entries.end(), [&](const Entry& entry) {
                 return !entry.is(KORX_RECORD_OLD_LAP) || entry.offset >= now_.newest_end;
             });
         first_left_ = static_cast<size_t>(found - image_.entries.begin());
@@ -130,17 +134,15 @@ class Continuation {
         window_.format = image_.format;
         const Array<Entry>& known = image_.entries;
         const size_t newest_size = static_cast<size_t>(now_.newest_end - last().offset);
-        const bool has_before = known.size() > 1 &&
-                                !known[known.size() - 2].is(KORX_RECORD_OLD_LAP);
+        const bool has_before =
+            known.size() > 1 && !known[known.size() - 2].is(KORX_RECORD_OLD_LAP);
         ReadStretch({.begin = 0,
                      .end = newest_size,
                      .after = has_before ? known[known.size() - 2].time_us : INT64_MIN},
                     &window_, &window_.entries);
         Array<Entry> old;
         if (has_old_lap())
-            ReadStretch({.begin = newest_size,
-                         .end = window_.bytes.size,
-                         .first = Edge::kAnywhere},
+            ReadStretch({.begin = newest_size, .end = window_.bytes.size, .first = Edge::kAnywhere},
                         &window_, &old);
         else if (!AllZero(window(now_.newest_end, end_)))
             return false;

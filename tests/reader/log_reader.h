@@ -2,9 +2,11 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "korx/reader.h"
 #include "support/fixture.h"
@@ -69,5 +71,39 @@ struct LogReader {
             korx_reader_get_info(it, &info);
     }
 };
+
+using Texts = std::vector<std::string>;
+
+inline std::string IdOf(const korx_reader* reader, const korx_record& record) {
+    char id[KORX_RECORD_ID_SIZE];
+    EXPECT_EQ(korx_reader_record_id(reader, &record, id, sizeof id), 1);
+    return id;
+}
+
+inline Texts Ids(LogReader&& log) {
+    Texts ids;
+    while (log.next() == 1)
+        ids.push_back(IdOf(log.it, log.record));
+    return ids;
+}
+
+// All that a reader tells; it then stands at its end.
+inline Texts Told(korx_reader* reader) {
+    korx_reader_info info = {};
+    korx_reader_get_info(reader, &info);
+    Texts told = {std::string(reinterpret_cast<const char*>(&info), sizeof info)};
+    korx_damage damage = {};
+    for (size_t i = 0; korx_reader_get_damage(reader, i, &damage) == 1; ++i)
+        told.push_back("damage " + std::to_string(damage.rule) + " at " +
+                       std::to_string(damage.offset) + "+" + std::to_string(damage.length) + " " +
+                       damage.text);
+    std::sort(told.begin() + 1, told.end());
+    korx_reader_rewind(reader);
+    for (korx_record record = {}; korx_reader_next(reader, &record) == 1;)
+        told.push_back(IdOf(reader, record) + " flags " + std::to_string(record.flags) + " at " +
+                       std::to_string(record.time.tv_sec) + " " +
+                       std::string(record.text, record.length));
+    return told;
+}
 
 }  // namespace korx::test
