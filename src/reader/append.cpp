@@ -69,7 +69,11 @@ class Continuation {
     bool is_as_copied(uint64_t begin, uint64_t end) const {
         return end <= image_.bytes.size && window(begin, end) == image_.text(begin, end);
     }
-    bool is_as_copied() const { return is_as_copied(last().offset, end_); }
+    // The head, too: its count may move beyond the end of the file, where it moves nothing else.
+    bool is_as_copied() const {
+        return is_as_copied(last().offset, end_) && log_.size() == image_.file_size &&
+               memcmp(head_, image_.bytes.data.get(), head_size_) == 0;
+    }
 
     // Whether the newest lap is still the same, and was known whole.
     bool has_same_lap() {

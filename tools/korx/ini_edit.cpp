@@ -112,12 +112,21 @@ bool HidesText(std::string_view text, const IniLine& line) {
     return is_behind_nul || is_cut_key;
 }
 
+// Lines because of which the loader refuses the whole file. One more must not come; what is there
+// may take more than one change to mend.
+auto CountRefused(std::string_view text) {
+    const std::vector<IniLine> lines = SplitLines(text);
+    return std::count_if(lines.begin(), lines.end(),
+                         [](const IniLine& line) { return line.is_refused; });
+}
+
 }  // namespace
 
 std::optional<std::string> EditProfileText(std::string_view text, const IniChange& change,
                                            NewSection place) {
     std::string result = change.value ? WithValue(text, change, place) : WithoutKey(text, change);
-    if (EntriesOf(result) != Changed(EntriesOf(text), change, place))
+    if (CountRefused(result) > CountRefused(text) ||
+        EntriesOf(result) != Changed(EntriesOf(text), change, place))
         return std::nullopt;
     return result;
 }

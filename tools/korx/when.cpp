@@ -10,6 +10,7 @@ namespace korx::tool {
 namespace {
 
 constexpr int64_t kSecond = 1000000;
+constexpr int64_t kLongestAge = int64_t{100000} * 366 * 86400;  // in seconds
 
 // Takes digits from the text; -1 when there are fewer than least or more than most.
 int64_t TakeNumber(const char*& text, int least, int most) {
@@ -149,6 +150,8 @@ std::optional<int64_t> ParseAge(const char* text, int64_t now_us) {
             return std::nullopt;
         constexpr int64_t kLengths[] = {1, 60, 3600, 86400, 604800};
         age += count * kLengths[unit - units];
+        if (age > kLongestAge)
+            return std::nullopt;
         ++text;
     }
     return now_us - age * kSecond;
