@@ -43,8 +43,12 @@ HandedOut CollectHandedOut(const korx_reader& reader) {
     // Where the cursor alone remembers, it keeps what it says of the other sections.
     if (reader.info.has_cursor != 0 && !image.is_ring())
         handed.mark = reader.cursor.mark;
-    MarkNewest(
-        image, [&](size_t index) { return index < handed.end; }, &handed.mark);
+    // Sections are merged by their stamps, so what was acknowledged of one may lie behind what was
+    // handed out of another, and stays acknowledged.
+    const auto is_taken = [&](size_t index) {
+        return index < handed.end || !image.entries[index].is(KORX_RECORD_UNREAD);
+    };
+    MarkNewest(image, is_taken, &handed.mark);
     return handed;
 }
 
