@@ -69,6 +69,7 @@ TEST_F(IniCommand, ChangesAllOrNothingAndBack) {
                   {1, "", "set p.ini A x=6 none=6 --existing"},
                   {2, "", "set p.ini A x=6 C v=1 D"},
                   {2, "", "set p.ini A x"},
+                  {2, "", "set p.ini A x 6 --json"},
                   {2, "", "set p.ini A x=6 y==6 z=6"},
                   {0, "5\n", "get p.ini A x"},
                   {0, "", "unset p.ini A y z"},

@@ -55,12 +55,13 @@ std::string ShortTime(const korx_record& record, const Style& style) {
 }
 
 void AppendHuman(std::string& out, const Boot& boot, int64_t number, const std::string& log,
-                 const Style& style) {
+                 const Style& style, size_t width) {
     const std::string place = std::to_string(number);
-    out.append(place.size() < 4 ? 4 - place.size() : 0, ' ');
-    out += place + "  " + ShortTime(boot.first, style) + "  " + ShortTime(boot.last, style) + ' ';
-    AppendPadded(out, boot.records, 8);
-    out += "  " + log + "\n";
+    std::string columns(place.size() < 4 ? 4 - place.size() : 0, ' ');
+    columns += place + "  " + ShortTime(boot.first, style) + "  " + ShortTime(boot.last, style);
+    columns += ' ';
+    AppendPadded(columns, boot.records, 8);
+    out += TableRow(columns + "  ", log, "", width);
 }
 
 void AppendJson(std::string& out, const Boot& boot, int64_t number, const korx_reader* reader,
@@ -89,7 +90,7 @@ void ListOne(Output& out, korx_reader* reader, const Source& source, const Style
             if (style.form == Form::kJson)
                 AppendJson(out.buffer(), boot, number, reader, source, section, style);
             else
-                AppendHuman(out.buffer(), boot, number, log, style);
+                AppendHuman(out.buffer(), boot, number, log, style, TerminalWidth(out.fd()));
             ++number;
         }
     }
@@ -101,7 +102,8 @@ int ListBoots(const std::vector<Source>& sources, const Style& style) {
     Output out;
     int status = kWell;
     if (style.form != Form::kJson)
-        out.write("BOOT  FIRST                LAST                  RECORDS  LOG\n");
+        out.write(TableRow("BOOT  FIRST                LAST                  RECORDS  ", "LOG", "",
+                           TerminalWidth(out.fd())));
     for (const Source& source : sources) {
         try {
             if (const Reader reader = OpenReader(source))

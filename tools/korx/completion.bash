@@ -62,7 +62,8 @@ _korx() {
                     ;;
                 "log verify") choices="--json --dir --help $kinds" ;;
                 "ini get") choices="--json --raw --default --help" ;;
-                "ini set") choices="--json --keep-comments --existing --help" ;;
+                "ini set") choices="--keep-comments --existing --help" ;;
+                "ini unset" | "ini revert") choices="--help" ;;
                 ini\ ?*) choices="--json --help" ;;
                 "space ") choices="--json --no-record --help" ;;
                 "paths ") choices="--json --help" ;;

@@ -20,6 +20,7 @@
 #include "profile.h"
 #include "sources.h"
 #include "space.h"
+#include "text.h"
 
 namespace korx::tool {
 namespace {
@@ -28,6 +29,7 @@ namespace {
 enum class Verdict { kOk, kNote, kWarning, kFault };
 
 constexpr const char* kVerdictNames[] = {"ok", "note", "warning", "fault"};
+constexpr size_t kNameWidth = 8;
 constexpr const char* kVerdictColors[] = {"\033[32m", "\033[2m", "\033[33m", "\033[31m"};
 
 // When the log that refuses records is this full of unread ones, somebody should take them.
@@ -37,7 +39,9 @@ constexpr uint32_t kDiskPercent = 95;
 class Doctor {
   public:
     explicit Doctor(const Globals& globals)
-        : globals_(globals), color_(WantsColor(STDOUT_FILENO)) {}
+        : globals_(globals),
+          color_(WantsColor(STDOUT_FILENO)),
+          width_(TerminalWidth(STDOUT_FILENO)) {}
 
     int run() {
         // A copy of logs, from another board perhaps, says nothing about this one.
@@ -81,10 +85,12 @@ class Doctor {
             return;
         }
         std::string name = kVerdictNames[index];
-        name.append(8 - name.size(), ' ');
+        name.append(kNameWidth - name.size(), ' ');
         if (color_)
             name = kVerdictColors[index] + name + "\033[0m";
-        out_.write(name + subject + ": " + text + "\n");
+        const std::string line = subject + ": " + text;
+        const bool fits = kNameWidth + line.size() <= width_;
+        out_.write(name + (fits ? line + "\n" : Wrapped(line, width_, kNameWidth, kNameWidth)));
     }
 
     void warn_if_open(const std::string& subject, const std::string& path, const struct stat& st) {
@@ -266,6 +272,7 @@ class Doctor {
     const Globals& globals_;
     Output out_;
     bool color_;
+    size_t width_;
     Verdict worst_ = Verdict::kOk;
 };
 

@@ -16,24 +16,6 @@ constexpr size_t kNames = 28;   // the column behind the names
 constexpr size_t kNarrow = 72;  // on less, what they mean stands below the names
 constexpr size_t kNarrowIndent = 6;
 
-// Breaks text into lines that begin with indent blanks; the first one continues at column.
-std::string Wrapped(const std::string& text, size_t width, size_t indent, size_t column) {
-    std::istringstream words(text);
-    std::string out;
-    for (std::string word; words >> word;) {
-        if (column > indent && column + 1 + word.size() > width) {
-            out += "\n" + std::string(indent, ' ');
-            column = indent;
-        } else if (column > indent) {
-            out += ' ';
-            ++column;
-        }
-        out += word;
-        column += word.size();
-    }
-    return out + "\n";
-}
-
 // "korx log list          what it does" in two lines, if it has to be.
 std::string Example(const std::string& line, size_t width) {
     const size_t gap = line.find("  ", line.find_first_not_of(' '));

@@ -51,23 +51,12 @@ std::string Columns(const std::string& kind, const std::string (&numbers)[6]) {
            Right(numbers[3], 7) + Right(numbers[4], 6) + Right(numbers[5], 6);
 }
 
-// A row of the table. A terminal that is too narrow for it gets the path in a line of its own: one
-// that is broken in the middle can be neither read nor copied.
 struct Row {
     std::string columns;  // with the blanks that lead to the path
     std::string path;
     std::string note;
 
-    std::string text(size_t width) const {
-        const std::string remark = note.empty() ? "" : "  (" + note + ")";
-        const std::string line = columns + path + remark;
-        if (line.size() <= width)
-            return line + "\n";
-        const size_t end = columns.find_last_not_of(' ') + 1;
-        const std::string indent = path.size() + 2 <= width ? "  " : "";
-        return columns.substr(0, end) + "\n" + indent + path + "\n" +
-               (note.empty() ? "" : remark + "\n");
-    }
+    std::string text(size_t width) const { return TableRow(columns, path, note, width); }
 };
 
 Row RowOf(const Source& source, const korx_reader_info* info, const std::string& trouble,

@@ -5,9 +5,11 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "base/unique.h"
 #include "common.h"
@@ -172,9 +174,14 @@ void AddLog(CLI::App& app, Commands& c) {
 
 using IniCommand = int (*)(const Globals& globals, const IniOptions& options);
 
+// What a command that does well prints.
+enum class Prints { kText, kNothing };
+
 // Every command on profiles names its file first; what follows is added by its own lines.
-CLI::App* AddIniCommand(CLI::App* command, Commands& c, IniCommand run) {
-    AddGlobals(command, c, Reads::kNoLogs);
+CLI::App* AddIniCommand(CLI::App* command, Commands& c, IniCommand run,
+                        Prints prints = Prints::kText) {
+    if (prints == Prints::kText)
+        AddGlobals(command, c, Reads::kNoLogs);
     command->add_option("file", c.ini.file, "The profile")->type_name("FILE")->required();
     command->callback([&c, run] { c.run = [&c, run] { return run(c.globals, c.ini); }; });
     return command;
@@ -199,7 +206,7 @@ void AddIniSet(CLI::App& ini, Commands& c) {
             "  korx ini set ./device.ini NET PORT 8080\n"
             "  korx ini set ./device.ini NET PORT=8080 HOST=a LOG LEVEL=3 --keep-comments\n"
             "  korx ini set ./device.ini NET PORT 8080 --existing");
-    AddIniCommand(set, c, RunIniSet);
+    AddIniCommand(set, c, RunIniSet, Prints::kNothing);
     AddSection(set, c)->required();
     AddKey(set, c)->type_name("KEY|KEY=VALUE")->description("The key, or the first pair");
     set->add_option("value", c.ini.value, "The value, or another pair")
@@ -219,7 +226,7 @@ void AddIniUnset(CLI::App& ini, Commands& c) {
             "Take keys out, all or none, as set changes them; the rest of the text stays. Status 1 "
             "if one is not there",
             "  korx ini unset ./device.ini NET PORT HOST");
-    AddIniCommand(unset, c, RunIniUnset);
+    AddIniCommand(unset, c, RunIniUnset, Prints::kNothing);
     AddSection(unset, c)->required();
     AddKey(unset, c);
     unset->add_option("more", c.ini.more, "More keys of the section")->type_name("KEY");
@@ -274,7 +281,7 @@ void AddIni(CLI::App& app, Commands& c) {
                                  "Bring the backup FILE- back, in exchange for the profile; done "
                                  "twice, nothing has changed",
                                  "  korx ini revert ./device.ini");
-    AddIniCommand(revert, c, RunIniRevert);
+    AddIniCommand(revert, c, RunIniRevert, Prints::kNothing);
 }
 
 void AddBoard(CLI::App& app, Commands& c) {
@@ -320,7 +327,9 @@ int Run(int argc, char** argv) {
     AddIni(app, commands);
     AddBoard(app, commands);
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> words = WithBoots(argc - 1, argv + 1);
+        std::reverse(words.begin(), words.end());  // as the parser wants them
+        app.parse(std::move(words));
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0)
             return app.exit(error);

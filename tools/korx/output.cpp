@@ -10,6 +10,7 @@
 #include <algorithm>
 
 #include "signals.h"
+#include "text.h"
 
 namespace korx::tool {
 
@@ -69,7 +70,12 @@ std::string SystemError(const std::string& path, int error) {
 }
 
 void Complain(const std::string& text) {
-    const std::string line = "korx: " + text + "\n";
+    constexpr std::string_view kName = "korx: ";
+    const size_t width = TerminalWidth(STDERR_FILENO);
+    const bool fits = kName.size() + text.size() <= width;
+    const std::string line =
+        std::string(kName) +
+        (fits ? text + "\n" : Wrapped(text, width, kName.size(), kName.size()));
     (void) !::write(STDERR_FILENO, line.data(), line.size());
 }
 

@@ -82,4 +82,21 @@ void AddShowOptions(CLI::App* show, ShowOptions& options) {
     AddForm(show, options);
 }
 
+std::vector<std::string> WithBoots(int count, const char* const* words) {
+    const auto is_number = [](const std::string& word) {
+        const size_t digits = word.find_first_not_of("+-");
+        return digits <= 1 && word.find_first_not_of("0123456789", digits) == std::string::npos;
+    };
+    std::vector<std::string> all(words, words + count);
+    for (size_t i = 0; i < all.size() && all[i] != "--"; ++i) {
+        if (all[i] != "-b" && all[i] != "--boot")
+            continue;
+        const bool has_number = i + 1 < all.size() && is_number(all[i + 1]);
+        all[i] = "--boot=" + (has_number ? all[i + 1] : "0");
+        if (has_number)
+            all.erase(all.begin() + static_cast<ptrdiff_t>(i) + 1);
+    }
+    return all;
+}
+
 }  // namespace korx::tool

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
 
 #include "log_commands.h"
 
@@ -9,5 +11,9 @@ namespace korx::tool {
 
 // options outlives the command.
 void AddShowOptions(CLI::App* show, ShowOptions& options);
+
+// The words of a command line, where -b takes the next one only if that is a number: in
+// "show -b diag" the KIND is diag. The parser would take any.
+std::vector<std::string> WithBoots(int count, const char* const* words);
 
 }  // namespace korx::tool

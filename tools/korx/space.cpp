@@ -64,6 +64,7 @@ int RunSpace(const Globals& globals, const SpaceOptions& options) {
         }
     }
     Output out;
+    const size_t width = TerminalWidth(out.fd());
     if (!globals.json)
         out.write("  SIZE    USED    FREE  USE%  MOUNT\n");
     for (const Mount& mount : MountedFileSystems()) {
@@ -78,9 +79,9 @@ int RunSpace(const Globals& globals, const SpaceOptions& options) {
         char numbers[64];
         snprintf(numbers, sizeof numbers, "%6s  %6s  %6s  %3u%%  ", HumanSize(mount.size).c_str(),
                  HumanSize(mount.used).c_str(), HumanSize(mount.available).c_str(), mount.percent);
-        AppendPlain(out.buffer(), numbers, 0);
-        AppendPlain(out.buffer(), mount.directory, 0);
-        out.write("\n");
+        std::string directory;
+        AppendPlain(directory, mount.directory, 0);
+        out.write(TableRow(numbers, directory, "", width));
     }
     out.flush();
     return status;

@@ -3,6 +3,7 @@
 #include <sys/ioctl.h>
 
 #include <array>
+#include <sstream>
 
 namespace korx::tool {
 namespace {
@@ -211,6 +212,35 @@ std::string NowRfc3339() {
 size_t TerminalWidth(int fd) {
     winsize size = {};
     return ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : SIZE_MAX;
+}
+
+std::string Wrapped(const std::string& text, size_t width, size_t indent, size_t column) {
+    std::istringstream words(text);
+    std::string out;
+    for (std::string word; words >> word;) {
+        if (column > indent && column + 1 + word.size() > width) {
+            out += "\n" + std::string(indent, ' ');
+            column = indent;
+        } else if (column > indent) {
+            out += ' ';
+            ++column;
+        }
+        out += word;
+        column += word.size();
+    }
+    return out + "\n";
+}
+
+std::string TableRow(const std::string& columns, const std::string& path, const std::string& note,
+                     size_t width) {
+    const std::string remark = note.empty() ? "" : "  (" + note + ")";
+    const std::string line = columns + path + remark;
+    if (line.size() <= width)
+        return line + "\n";
+    const size_t end = columns.find_last_not_of(' ') + 1;
+    const std::string indent = path.size() + 2 <= width ? "  " : "";
+    return columns.substr(0, end) + "\n" + indent + path + "\n" +
+           (note.empty() ? "" : remark + "\n");
 }
 
 std::string HumanSize(uint64_t bytes) {

@@ -32,6 +32,16 @@ std::string NowRfc3339();
 // Columns of the terminal at this descriptor; SIZE_MAX for what is none.
 size_t TerminalWidth(int fd);
 
+// Breaks text between its words into lines that begin with indent blanks; the first one continues
+// at column. Ends with a line end.
+std::string Wrapped(const std::string& text, size_t width, size_t indent, size_t column);
+
+// A row of a table that ends with a path and perhaps a note. A terminal that is too narrow for it
+// gets the path in a line of its own: one that is broken in the middle can be neither read nor
+// copied. columns: with the blanks that lead to the path.
+std::string TableRow(const std::string& columns, const std::string& path, const std::string& note,
+                     size_t width);
+
 // "262144" as "256.0K", for people.
 std::string HumanSize(uint64_t bytes);
 
