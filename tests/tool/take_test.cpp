@@ -192,8 +192,11 @@ TEST_F(LogTake, FollowsWithoutWakingUpForNothingUntilItsReaderGoes) {
     EXPECT_EQ(follow.next(), "event 0");
     EXPECT_EQ(follow.next(), "event 1");
     WriteFile(log("other"), "not a log of ours");
-    usleep(300000);
-    const std::string before = follow.switches();
+    std::string before;
+    for (int i = 0; i < 100 && before != follow.switches(); ++i) {
+        before = follow.switches();
+        usleep(300000);
+    }
     WriteFile(log("other"), "but written to");
     usleep(500000);
     EXPECT_EQ(follow.switches(), before);
