@@ -1,19 +1,16 @@
 // Feeds the reader with anything. The first byte chooses the kind; for the start log the next 76
 // bytes are its header file. What must hold of any input is checked, the sanitizers do the rest.
 #include <stdint.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include "korx/reader.h"
+#include "support.h"
+
+using korx::fuzz::Require;
 
 namespace {
 
 constexpr size_t kHeaderSize = 76;
-
-void Require(bool holds) {
-    if (!holds)
-        abort();
-}
 
 void ReadAll(korx_reader* reader, const char* bytes, size_t size) {
     korx_reader_info info = {};
