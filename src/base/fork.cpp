@@ -1,30 +1,46 @@
 #include "base/fork.h"
 
+#include <unistd.h>
+
 namespace korx {
 namespace {
 
 constinit pthread_mutex_t list_mutex = PTHREAD_MUTEX_INITIALIZER;
 constinit bool has_handler = false;
 constinit std::atomic<ForkMutex*> first = nullptr;
+constinit pthread_mutex_t time_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+void AwaitTime() {
+    (void) libc_time_mutex.lock();
+}
+
+void ReleaseTime() {
+    (void) libc_time_mutex.unlock();
+}
 
 }  // namespace
 
-// Runs in the child, whose only thread is the one that forked. Nothing is locked before a fork: a
-// prepare handler that took the logs' mutexes would wait behind a thread that waits for another
-// process's file lock, and fork with it.
+constinit ForkMutex libc_time_mutex(&time_mutex);
+constinit std::atomic<bool> ClosedInChild::marks_[kMostFiles] = {};
+
+// Runs in the child, whose only thread is the one that forked.
 void RenewMutexesInChild() {
     list_mutex = PTHREAD_MUTEX_INITIALIZER;
     for (ForkMutex* mutex = first.load(std::memory_order_acquire); mutex != nullptr;
          mutex = mutex->next_)
         *mutex->mutex_ = PTHREAD_MUTEX_INITIALIZER;
+    for (int fd = 0; fd < ClosedInChild::kMostFiles; ++fd) {
+        if (ClosedInChild::marks_[fd].exchange(false))
+            (void) close(fd);
+    }
 }
 
 // The list is whole at every moment, because a fork may come from another thread at any. dlclose
-// takes the handler back: pthread_atfork enters it under this library's own handle.
+// takes the handlers back: pthread_atfork enters them under this library's own handle.
 void ForkMutex::make_known() {
     (void) pthread_mutex_lock(&list_mutex);
     if (!has_handler)
-        has_handler = pthread_atfork(nullptr, nullptr, RenewMutexesInChild) == 0;
+        has_handler = pthread_atfork(AwaitTime, ReleaseTime, RenewMutexesInChild) == 0;
     if (!known_.load(std::memory_order_relaxed)) {
         next_ = first.load(std::memory_order_relaxed);
         first.store(this, std::memory_order_release);

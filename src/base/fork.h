@@ -1,8 +1,13 @@
-// Mutexes that a forked child finds free.
+// What a forked child finds free although another thread of its parent was using it.
 //
 // fork copies a mutex as it is. If another thread of the parent held it just then, nobody in the
 // child will ever release it, and the child's first log line would wait for ever. So every mutex of
-// the library is known to one child handler, which makes them all new.
+// the library is known to the fork handlers, and the child's makes them all new.
+//
+// libc has such a lock, too, and does not make it new: that of its time zone. Nothing but the fork
+// itself can keep out of it, so the library enters it under a mutex that a fork waits for. (It does
+// not wait for the logs' own: behind a thread that waits for another process's file lock it would
+// stand as long as that one likes.)
 #pragma once
 
 #include <pthread.h>
@@ -32,6 +37,31 @@ class ForkMutex {
     pthread_mutex_t* const mutex_;
     std::atomic<bool> known_ = false;
     ForkMutex* next_ = nullptr;
+};
+
+extern ForkMutex libc_time_mutex;  // around tzset and localtime_r
+
+// A descriptor that a forked child closes at once: the lock on its open file is shared with the
+// child. Where the parent is killed before it unlocks, a child that lives on would keep everybody
+// out, and itself. It does so once a ForkMutex was locked, as the time of each line does. Declare
+// it behind the descriptor's owner and before the lock.
+class ClosedInChild {
+  public:
+    explicit ClosedInChild(int fd) : fd_(fd) { mark(true); }
+    ~ClosedInChild() { mark(false); }
+    ClosedInChild(const ClosedInChild&) = delete;
+    ClosedInChild& operator=(const ClosedInChild&) = delete;
+
+  private:
+    friend void RenewMutexesInChild();
+    void mark(bool closed) const {
+        if (fd_ >= 0 && fd_ < kMostFiles)
+            marks_[fd_].store(closed, std::memory_order_relaxed);
+    }
+
+    static constexpr int kMostFiles = 1024;
+    static std::atomic<bool> marks_[kMostFiles];
+    const int fd_;
 };
 
 }  // namespace korx

@@ -3,12 +3,15 @@
 #include <sys/time.h>
 #include <time.h>
 
+#include "base/lock.h"
+
 namespace korx {
 
 // The time now, and what the clock on the wall shows. A changed time zone takes effect at once.
 struct LocalNow {
-    LocalNow() {
+    [[gnu::noinline]] LocalNow() {
         (void) gettimeofday(&now, nullptr);
+        const MutexGuard no_fork_meanwhile(libc_time_mutex);
         tzset();
         (void) localtime_r(&now.tv_sec, &local);
     }

@@ -97,11 +97,30 @@ class RecordLock {
     bool held_ = false;
 };
 
+class MutexGuard {
+  public:
+    explicit MutexGuard(ForkMutex& mutex)
+        : mutex_(mutex), error_(mutex.lock()), held_(error_ == 0) {}
+    ~MutexGuard() { (void) release(); }
+    MutexGuard(const MutexGuard&) = delete;
+    MutexGuard& operator=(const MutexGuard&) = delete;
+
+    // What pthread_mutex_lock returned: 0 when the mutex is held.
+    int error() const { return error_; }
+    // What pthread_mutex_unlock returns; 0 when there is nothing left to release.
+    int release() { return std::exchange(held_, false) ? mutex_.unlock() : 0; }
+
+  private:
+    ForkMutex& mutex_;
+    const int error_;
+    bool held_;
+};
+
 // The flock of an open file. It is given back by LOCK_UN, not by close alone: a child forked
 // meanwhile shares the open file and would keep it locked.
 class FlockGuard {
   public:
-    explicit FlockGuard(int fd) : fd_(fd) {}
+    explicit FlockGuard(int fd) : fd_(fd), not_inherited_(fd) {}
     ~FlockGuard() { release(); }
     FlockGuard(const FlockGuard&) = delete;
     FlockGuard& operator=(const FlockGuard&) = delete;
@@ -122,26 +141,8 @@ class FlockGuard {
 
   private:
     const int fd_;
+    const ClosedInChild not_inherited_;
     bool held_ = false;
-};
-
-class MutexGuard {
-  public:
-    explicit MutexGuard(ForkMutex& mutex)
-        : mutex_(mutex), error_(mutex.lock()), held_(error_ == 0) {}
-    ~MutexGuard() { (void) release(); }
-    MutexGuard(const MutexGuard&) = delete;
-    MutexGuard& operator=(const MutexGuard&) = delete;
-
-    // What pthread_mutex_lock returned: 0 when the mutex is held.
-    int error() const { return error_; }
-    // What pthread_mutex_unlock returns; 0 when there is nothing left to release.
-    int release() { return std::exchange(held_, false) ? mutex_.unlock() : 0; }
-
-  private:
-    ForkMutex& mutex_;
-    const int error_;
-    bool held_;
 };
 
 }  // namespace korx

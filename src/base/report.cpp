@@ -67,8 +67,7 @@ void HeldReports::send() const {
         Lead lead;
         memcpy(&lead, kept_ + at, sizeof lead);
         at += sizeof lead;
-        syslog(lead.priority, "%s", kept_ + at);
-        Finish(lead.after);
+        ReportLine(lead.priority, lead.after, "%s", kept_ + at);
         at += strlen(kept_ + at) + 1;
     }
 }

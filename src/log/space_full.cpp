@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "base/codes.h"
+#include "base/local_time.h"
 #include "base/report.h"
 #include "base/text.h"
 #include "base/unique.h"
@@ -100,10 +101,7 @@ void ORX_SpaceFullLogInit(void) {
 }
 
 void ORX_SpaceFull(const char* name, uint32_t value) {
-    struct timeval now = {};
-    struct tm local = {};
-    (void) gettimeofday(&now, nullptr);
-    (void) localtime_r(&now.tv_sec, &local);
+    const LocalNow now;
 
     DirectoryText directory;
     DirectoryText path;
@@ -120,7 +118,7 @@ void ORX_SpaceFull(const char* name, uint32_t value) {
             return;
         (void) fputs(kSpaceHeader, stream.get());
     }
-    WriteRecord(stream.get(), now, local, name == nullptr ? "" : name, value);
+    WriteRecord(stream.get(), now.now, now.local, name == nullptr ? "" : name, value);
 }
 
 void ORX_GetAndSaveAllDfInfo() {

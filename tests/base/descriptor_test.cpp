@@ -1,4 +1,7 @@
 // What base does with a descriptor: locks, whole writes, owners.
+#include <atomic>
+#include <thread>
+
 #include "base/lock.h"
 #include "base/unique.h"
 #include "base/write_all.h"
@@ -67,24 +70,42 @@ TEST_F(Lock, OnlyWhatIsHeldIsReleased) {
     EXPECT_EQ(refused.calls(), 2u);
 }
 
-// A forked child shares the open file: without an unlock it would keep the flock.
-TEST_F(Lock, FlockIsGivenBackWhileAChildStillHoldsTheFile) {
-    int hold[2];
-    ASSERT_EQ(pipe(hold), 0);
-    const UniqueFd end(hold[0]);
+// Somebody else may share the open file: without an unlock it would stay locked.
+TEST_F(Lock, FlockIsGivenBackWhileTheFileIsStillOpen) {
     const UniqueFd fd = open_file();
+    const UniqueFd same(dup(fd.get()));
     FlockGuard lock(fd.get());
     ASSERT_TRUE(lock.acquire());
-    const pid_t child = fork();
-    if (child == 0) {
-        char byte;
-        close(hold[1]);
-        _exit(static_cast<int>(read(hold[0], &byte, 1)));
-    }
     lock.release();
     const UniqueFd other = open_file();
     EXPECT_EQ(flock(other.get(), LOCK_EX | LOCK_NB), 0);
-    close(hold[1]);
+}
+
+// The parent may be killed before it unlocks, and the child live on.
+TEST_F(Lock, FlockIsNotInheritedByAChild) {
+    EXPECT_EQ(MutexGuard(libc_time_mutex).error(), 0);  // as for the time of every line
+    const UniqueFd fd = open_file();
+    FlockGuard lock(fd.get());
+    ASSERT_TRUE(lock.acquire());
+    EXPECT_EQ(RunChild([&] { return fcntl(fd.get(), F_GETFD) < 0 ? 0 : 1; }), 0);
+    const UniqueFd other = open_file();
+    EXPECT_LT(flock(other.get(), LOCK_EX | LOCK_NB), 0);
+}
+
+// libc's lock is copied as it is, so a fork comes before or after its use.
+TEST_F(Lock, AForkWaitsForWhoeverUsesTheTimeZone) {
+    std::atomic<int> state = 0;
+    std::thread user([&] {
+        const MutexGuard guard(libc_time_mutex);
+        state = 1;
+        usleep(50000);
+        state = 2;
+    });
+    while (state == 0)
+        usleep(100);
+    EXPECT_EQ(RunChild([&] { return state == 2 ? MutexGuard(libc_time_mutex).error() : 1; }), 0);
+    user.join();
+    EXPECT_EQ(MutexGuard(libc_time_mutex).release(), 0) << "the parent has let go";
 }
 
 struct WriteAllTest : RoomTest {

@@ -38,11 +38,11 @@ class Fault {
         return Fault(name, nth, Action::kShorten, 0, bytes, count);
     }
 
-    // Right before the nth call somebody else does something, and it goes on as if nothing had
-    // been.
+    // Right before the nth call, or count in a row, somebody else does something, and it goes on as
+    // if nothing had been.
     [[nodiscard]] static Fault Meanwhile(const char* name, unsigned nth,
-                                         std::function<void()> something) {
-        return Fault(name, nth, std::move(something));
+                                         std::function<void()> something, int count = 1) {
+        return Fault(name, nth, std::move(something), count);
     }
 
     ~Fault();
@@ -63,8 +63,8 @@ class Fault {
     Fault(const char* name, unsigned nth, Action action, int error, size_t bytes, int count);
 
   private:
-    Fault(const char* name, unsigned nth, std::function<void()> meanwhile)
-        : Fault(name, nth, Action::kMeanwhile, 0, 0, 1) {
+    Fault(const char* name, unsigned nth, std::function<void()> meanwhile, int count)
+        : Fault(name, nth, Action::kMeanwhile, 0, 0, count) {
         meanwhile_ = std::move(meanwhile);
     }
     bool Strikes(const char* name, const size_t* bytes);

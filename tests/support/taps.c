@@ -27,6 +27,9 @@ int KorxTap(const char* name, const void* caller, size_t* bytes);
 /* Ends the test when one of the libraries opens something that a child's program would inherit. */
 void KorxExpectCloseOnExec(const char* name, const char* what, int closes, const void* caller);
 
+/* Keeps a journal, if the test has one, informed of what is on disk from now on. */
+__attribute__((weak)) void KorxSynced(int fd);
+
 static void* Next(const char* symbol) {
     const int saved = errno;
     void* const next = dlsym(RTLD_NEXT, symbol);
@@ -57,6 +60,15 @@ static void* Next(const char* symbol) {
         const int result = next arguments;                \
         errno = fails ? error : errno;                    \
         return fails ? failure : result;                  \
+    }
+
+#define TAP_SYNC(name)                                        \
+    int name(int fd) {                                        \
+        FIND_NEXT(int, name, (int) );                         \
+        const int result = FAILS(name, NULL) ? -1 : next(fd); \
+        if (result == 0 && KorxSynced)                        \
+            KorxSynced(fd);                                   \
+        return result;                                        \
     }
 
 /* A call with an optional last argument; reading it when there is none is harmless. Whatever the
@@ -110,8 +122,8 @@ TAP_LIMIT(&count, ssize_t, sendfile, -1, (int out, int in, off_t* offset, size_t
           (out, in, offset, count))
 TAP(off_t, lseek, -1, (int fd, off_t offset, int whence), (fd, offset, whence))
 TAP(int, ftruncate, -1, (int fd, off_t length), (fd, length))
-TAP(int, fsync, -1, (int fd), (fd))
-TAP(int, fdatasync, -1, (int fd), (fd))
+TAP_SYNC(fsync)
+TAP_SYNC(fdatasync)
 TAP(int, flock, -1, (int fd, int operation), (fd, operation))
 TAP(int, fchmod, -1, (int fd, mode_t mode), (fd, mode))
 TAP(int, fchown, -1, (int fd, uid_t owner, gid_t group), (fd, owner, group))

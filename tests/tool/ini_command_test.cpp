@@ -141,23 +141,14 @@ class Tapped {
         for (const char* name : {"LD_PRELOAD", "KORX_FAULT", "KORX_CALLS"})
             unsetenv(name);
     }
-    // Those of the names that were called, in their order.
-    static std::string calls(const std::set<std::string>& names) {
-        std::string found;
-        for (const std::string& call : Args(ReadFile("calls")))
-            found += names.contains(call) ? call + " " : "";
-        return found;
-    }
 };
 
 // Each change, and the profile and its backup before and after it.
 const struct {
-    std::string command, before, backup, after, synced;
-} kCommands[] = {
-    {"set p.ini A x 2 --keep-comments", "[A]\nx=1\n", "b", "[A]\nx=2\n",
-     "write fsync rename fsync "},
-    {"unset p.ini A x", "[A]\nx=1\n", "b", "[A]\n", "write fsync rename fsync "},
-    {"revert p.ini", "[A]\nx=1\n", "[A]\nx=0\n", "[A]\nx=0\n", "fsync renameat2 fsync "}};
+    std::string command, before, backup, after;
+} kCommands[] = {{"set p.ini A x 2 --keep-comments", "[A]\nx=1\n", "b", "[A]\nx=2\n"},
+                 {"unset p.ini A x", "[A]\nx=1\n", "b", "[A]\n"},
+                 {"revert p.ini", "[A]\nx=1\n", "[A]\nx=0\n", "[A]\nx=0\n"}};
 
 TEST_F(IniCommand, LeavesAWholeProfileWhateverCallFailsOrIsItsLast) {
     for (const auto& row : kCommands) {
@@ -171,7 +162,6 @@ TEST_F(IniCommand, LeavesAWholeProfileWhateverCallFailsOrIsItsLast) {
         {
             const Tapped tapped("");
             EXPECT_EQ(Korx("ini " + row.command).status, 0);
-            EXPECT_EQ(tapped.calls({"write", "fsync", "rename", "renameat2"}), row.synced);
         }
         const size_t calls = Args(ReadFile("calls")).size();
         for (size_t i = 0; i < 2 * calls; ++i) {
