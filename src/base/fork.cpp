@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <utility>
+
 namespace korx {
 namespace {
 
@@ -10,12 +12,23 @@ constinit bool has_handler = false;
 constinit std::atomic<ForkMutex*> first = nullptr;
 constinit pthread_mutex_t time_mutex = PTHREAD_MUTEX_INITIALIZER;
 
+constinit thread_local bool holds_time = false;
+constexpr int kTries = 100;
+constexpr useconds_t kPauseUs = 1000;
+
+// Nobody is in there for longer than it takes to read the rules of a zone, unless a signal has
+// interrupted him and its handler forks: so this gives up.
 void AwaitTime() {
-    (void) libc_time_mutex.lock();
+    for (int i = 0; i < kTries && !holds_time; ++i) {
+        holds_time = pthread_mutex_trylock(&time_mutex) == 0;
+        if (!holds_time)
+            (void) usleep(kPauseUs);
+    }
 }
 
 void ReleaseTime() {
-    (void) libc_time_mutex.unlock();
+    if (std::exchange(holds_time, false))
+        (void) pthread_mutex_unlock(&time_mutex);
 }
 
 }  // namespace
@@ -25,7 +38,8 @@ constinit std::atomic<bool> ClosedInChild::marks_[kMostFiles] = {};
 
 // Runs in the child, whose only thread is the one that forked.
 void RenewMutexesInChild() {
-    list_mutex = PTHREAD_MUTEX_INITIALIZER;
+    holds_time = false;
+    time_mutex = list_mutex = PTHREAD_MUTEX_INITIALIZER;
     for (ForkMutex* mutex = first.load(std::memory_order_acquire); mutex != nullptr;
          mutex = mutex->next_)
         *mutex->mutex_ = PTHREAD_MUTEX_INITIALIZER;
