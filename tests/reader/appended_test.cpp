@@ -72,6 +72,13 @@ TEST_F(Files, FollowersSeeWhatElseHasHappened) {
          KORX_REFRESHED_MORE, "014x "},
         {"an old one that is newer than the one behind it", [](Places* at) { at->put(5, 5, 59); },
          10, [](Places* at) { at->append(); }, KORX_REFRESHED_MORE, "014 "},
+        {"another file with the same head and newest records", [](Places*) {}, 10,
+         [](Places* at) {
+             at->append(), at->put(8, 99, 8);
+             (void) rename("/dev/shm/ring", "/dev/shm/t");  // its number is not used again
+             at->store();
+         },
+         KORX_REFRESHED_MORE, "014 "},
         {"the old lap is gone", [](Places*) {}, 10,
          [](Places* at) { at->append(), at->head.uiTotalLen = 0; }, KORX_REFRESHED_MORE, "014 "},
         {"what had been passed is gone", [](Places*) {}, 1, [](Places* at) { at->append(); },
@@ -97,7 +104,7 @@ TEST_F(Files, FollowersSeeWhatElseHasHappened) {
         for (size_t i = 0; i < c.passed; ++i)
             EXPECT_EQ(log.next(), 1);
         c.then(&places);
-        // The file stays the same one.
+        // Otherwise the file stays the same one.
         std::ofstream("/dev/shm/ring", std::ios::in | std::ios::binary)
             << BytesOf(places.head) << places.records;
         korx_refreshed how;

@@ -54,6 +54,8 @@ TEST_F(Files, RefreshedInVainLeaveTheReaderAsItWas) {
     EXPECT_EQ(log.next(), 1);
     EXPECT_EQ(std::string(log.record.message, log.record.message_length), "002");
     add(1);
+    WriteFile("copy", ReadFile("ring"));  // another file, which is read as a whole
+    ASSERT_EQ(rename("copy", "ring"), 0);
     ASSERT_EQ(korx_reader_refresh(log.it, nullptr, &log.error), KORX_READER_OK);
     EXPECT_EQ(log.next_unread(), 1);
     EXPECT_EQ(std::string(log.record.message, log.record.message_length), "003");
