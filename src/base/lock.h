@@ -12,6 +12,7 @@
 
 #include "base/errno_saver.h"
 #include "base/fork.h"
+#include "base/unique.h"
 
 namespace korx {
 
@@ -77,7 +78,13 @@ class RecordLock {
     // Asks for the release even where the lock was not granted and the work went on without it.
     bool release() {
         held_ = false;
-        return SetRecordLock(fd_, F_SETLK, F_UNLCK, 0, SEEK_SET, 0, OnDeadlock::kFail) >= 0;
+        if (SetRecordLock(fd_, F_SETLK, F_UNLCK, 0, SEEK_SET, 0, OnDeadlock::kFail) >= 0)
+            return true;
+        // A log's descriptor stays open, and would keep all other processes waiting: the close of
+        // any other descriptor of the file drops the lock as well.
+        const ErrnoSaver keep;
+        const UniqueFd copy(fcntl(fd_, F_DUPFD_CLOEXEC, 0));
+        return false;
     }
     bool is_held() const { return held_; }
     // Takes the lock of another file from now on; the one held, if any, is given back.

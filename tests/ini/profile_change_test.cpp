@@ -4,8 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <functional>
-
 #include "base/unique.h"
 #include "ini/ini_room.h"
 #include "korx/ini.h"
@@ -116,15 +114,6 @@ TEST_F(ProfileChange, AFileThatCannotBeReadIsNotReplaced) {
         const Fault fault("read", 2, EIO);
         EXPECT_EQ(add("[A]", "x", "1"), kFailed);
     }
-    // Every allocation of a change that adds a section; those of the log and the resolver included.
-    for (unsigned nth = 1; Exists("p-") == false; ++nth) {
-        const Fault fault("malloc", nth, ENOMEM);
-        const uint32_t result = add("[C]", "z", "1");
-        EXPECT_TRUE(result == 12 || (result == 0) == Exists("p-")) << nth;
-        EXPECT_TRUE(Exists("p-") || ReadFile("p") == kOld) << nth;
-        ASSERT_LT(nth, 100u);
-    }
-    EXPECT_EQ(ReadFile("p"), std::string("[C]\nz=1\n\n") + kOld);
     WriteFile("p", "");
     EXPECT_EQ(set("[A]", "x", "1"), 3u);
     EXPECT_EQ(syslog.lines().back(), load_line[0]);
@@ -345,52 +334,6 @@ TEST_F(ProfileChange, FailedStepLeavesTheOldVersion) {
     EXPECT_EQ(KORX_IniSaveFile("./p", nullptr), kFailed);
     EXPECT_EQ(syslog.lines(), (Lines{{3, "[ORX] Can't open file './p', errno=5!"}}))
         << "not by the diagnostic log";
-}
-
-// The same for every call there is, whatever its place; and a power cut before each of them.
-TEST_F(ProfileChange, AnyFailedCallLeavesAWholeVersion) {
-    const auto open_before = OpenFiles();
-    const std::function<uint32_t()> changes[] = {[&] { return add("[A]", "x", "new"); },
-                                                 [&] { return set("[A]", "x", "new"); }};
-    for (const auto& change : changes) {
-        bool hit = true;
-        for (unsigned nth = 1; hit; ++nth) {
-            WriteFile("p", kOld);
-            {
-                const Fault fault("*", nth, EIO);
-                if (change() == 0) {
-                    EXPECT_EQ(ReadFile("p"), kNew) << nth;
-                }
-                hit = fault.hits() != 0;
-            }
-            EXPECT_TRUE(ReadFile("p") == kOld || ReadFile("p") == kNew) << ReadFile("p");
-            EXPECT_EQ(OpenFiles(), open_before) << nth;
-            expect_next_change_works("call " + std::to_string(nth));
-            ASSERT_LT(nth, 200u);
-        }
-        EXPECT_EQ(RunChild([&] { return int(change()); }), 0) << "and no lock is held any more";
-    }
-}
-
-TEST_F(ProfileChange, KillBeforeAnyCallLeavesAWholeVersion) {
-    unsigned old_versions = 0, new_versions = 0;
-    int status = Fault::kKilled;
-    for (unsigned nth = 1; status == Fault::kKilled; ++nth) {
-        WriteFile("p", kOld);
-        status = RunChild([&] {
-            const Fault kill = Fault::Kill("*", nth);
-            return int(add("[A]", "x", "new"));
-        });
-        const std::string content = ReadFile("p");
-        old_versions += content == kOld;
-        new_versions += content == kNew;
-        EXPECT_EQ(old_versions + new_versions, nth) << content;
-        expect_next_change_works("kill before call " + std::to_string(nth));
-        ASSERT_LT(nth, 200u);
-    }
-    EXPECT_EQ(status, 0);
-    EXPECT_GT(old_versions, 20u);
-    EXPECT_GT(new_versions, 3u);
 }
 
 // Every thread counts in a key of its own, by turns of the two setters; who loses an update finds

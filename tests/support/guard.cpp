@@ -1,5 +1,7 @@
 // What every case must leave as it found it, whatever it is about: the descriptors that are open,
 // the published mutexes, and the file locks of the process.
+#include "support/guard.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -13,6 +15,7 @@
 
 #include "korx/ini.h"
 #include "korx/plog.h"
+#include "support/faults.h"
 #include "support/fixture.h"
 
 // Some programs do without the library.
@@ -59,35 +62,25 @@ std::string LocksOfThisProcess() {
     return held;
 }
 
-class Guard : public ::testing::EmptyTestEventListener {
-    void OnTestStart(const ::testing::TestInfo&) override { before_ = open_files(); }
+// Without libc's socket for the system log, which is there from the first line on.
+std::set<int> OpenNow() {
+    std::set<int> open = OpenFiles();
+    closelog();
+    std::erase_if(open, [](int fd) { return fcntl(fd, F_GETFD) < 0; });
+    return open;
+}
 
-    void OnTestEnd(const ::testing::TestInfo&) override {
-        for (const int fd : open_files())
-            EXPECT_TRUE(before_.contains(fd) || IsLog(fd))
-                << "left open: " << fd << ", " << TargetOf(fd);
-        for (pthread_mutex_t* const mutex :
-             {&g_unDLogMutex, &g_unSLogMutex, &g_unLLogMutex, &g_unKorxIniWriteLock})
-            EXPECT_TRUE(IsFree(mutex)) << "a published mutex is held";
-        EXPECT_EQ(LocksOfThisProcess(), "") << "held at the end";
-    }
+std::string TargetOf(int fd) {
+    char target[512] = "";
+    (void) !readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), target, sizeof target - 1);
+    return target;
+}
 
-    // Without libc's socket for the system log, which is there from the first line on.
-    static std::set<int> open_files() {
-        std::set<int> open = OpenFiles();
-        closelog();
-        std::erase_if(open, [](int fd) { return fcntl(fd, F_GETFD) < 0; });
-        return open;
-    }
+struct Guard : ::testing::EmptyTestEventListener {
+    void OnTestStart(const ::testing::TestInfo&) override { before_ = Belongings(); }
+    void OnTestEnd(const ::testing::TestInfo&) override { EXPECT_EQ(before_.left_behind(), ""); }
 
-    static std::string TargetOf(int fd) {
-        char target[512] = "";
-        (void) !readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), target,
-                         sizeof target - 1);
-        return target;
-    }
-
-    std::set<int> before_;
+    Belongings before_;
 };
 
 [[maybe_unused]] const bool g_watches = [] {
@@ -96,4 +89,20 @@ class Guard : public ::testing::EmptyTestEventListener {
 }();
 
 }  // namespace
+
+Belongings::Belongings() : open_(OpenNow()) {
+}
+
+std::string Belongings::left_behind() const {
+    const Untapped untapped;
+    std::string left = LocksOfThisProcess();
+    for (const int fd : OpenNow())
+        if (!open_.contains(fd) && !IsLog(fd))
+            left += "open: " + std::to_string(fd) + ", " + TargetOf(fd) + "\n";
+    for (pthread_mutex_t* const mutex :
+         {&g_unDLogMutex, &g_unSLogMutex, &g_unLLogMutex, &g_unKorxIniWriteLock})
+        left += IsFree(mutex) ? "" : "a published mutex is held\n";
+    return left;
+}
+
 }  // namespace korx::test

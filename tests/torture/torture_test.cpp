@@ -1,0 +1,322 @@
+// What is tortured: every exported call that talks to the kernel or takes memory.
+#include "torture/torture.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "base/unique.h"
+#include "korx/basic.h"
+#include "korx/reader.h"
+#include "support/faults.h"
+#include "support/fixture.h"
+#include "support/records.h"
+
+namespace korx::test {
+namespace {
+
+constexpr char kProfile[] = "[A]\nx=1\n\n[B]\ny=2\n";
+constexpr uint32_t kAll = KORX_ERR_ALL_BITS;
+
+std::string Here() {
+    const Untapped untapped;
+    const MallocPtr<char> here(getcwd(nullptr, 0));
+    return here.get();
+}
+
+void Nothing() {
+}
+void AFile() {
+    WriteFile("f", "content\n");
+}
+void AProfile() {
+    WriteFile("p", kProfile);
+}
+void ATree() {
+    MakeDirs("d/sub/deep");
+    for (const char* const name : {"d/f", "d/sub/f", "d/sub/deep/f"})
+        WriteFile(name, "content\n");
+}
+void TwoFiles() {
+    WriteFile("f", "content\n");
+    WriteFile("to", "older\n");
+}
+void Logs() {
+    SetLogPath(Here());
+    LOG_FileInit();
+    KORX_PLogInit(0, "zelk", 0);
+}
+void ALink() {
+    AFile();
+    if (symlink("nowhere", "l") != 0)
+        abort();
+}
+void AnUnreadLog() {
+    constexpr char kRecord[] =
+        "[2026-11-24 12:00:00.000001][Index:0x1][AppCid:1][INFO][L:1 M:1][1]a\n";
+    int fd = -1;
+    if (DLOG_CheckAndCreateFile((Here() + "/korx_safe.log").c_str(), &fd) != 0 ||
+        SLOG_Buff2File(fd, kRecord, sizeof kRecord - 1, 4096) != 0 || close(fd) != 0)
+        abort();
+}
+
+uint32_t Opened(int flags) {
+    const int fd = ZUVA_CanonicalOpen("./f", flags);
+    return fd < 0 ? kFailed : uint32_t(ZUVA_CanonicalClose(fd) == 0 ? 0 : 2);
+}
+
+uint32_t Visit(const char*, const char*, uint32_t*, void*) {
+    return 0;
+}
+
+uint32_t ReadUnread(bool acknowledges) {
+    korx_reader* reader = nullptr;
+    korx_reader_error error = {};
+    korx_reader_code code =
+        korx_reader_open("korx_safe.log", KORX_LOG_SECURITY, nullptr, &reader, &error);
+    korx_record record = {};
+    if (code == KORX_READER_OK && acknowledges && korx_reader_next_unread(reader, &record) == 1)
+        code = korx_reader_ack(reader, &error);
+    korx_refreshed how;
+    if (code == KORX_READER_OK && !acknowledges)
+        code = korx_reader_refresh(reader, &how, &error);
+    korx_reader_close(reader);
+    return code;
+}
+
+const Scenario kScenarios[] = {
+    // Files
+    {"Mkdir",
+     Nothing,
+     [] { return KORX_Mkdir((Here() + "/a/b").c_str(), 0750); },
+     {KORX_ERR_CREATE_DIR},
+     kLoses,
+     {"a"}},
+    {"MkDir",
+     Nothing,
+     [] { return ORX_MkDir((Here() + "/a/b").c_str(), 0750); },
+     {KORX_ERR_CREATE_DIR, kFailed},
+     kLoses,
+     {"a"}},
+    {"CreateDirByFile",
+     Nothing,
+     [] { return ORX_CreateDirByFile((Here() + "/a/b/f").c_str()); },
+     {kFailed, KORX_ERR_CREATE_DIR},
+     kLoses,
+     {"a"}},
+    {"CreateFile", Nothing, [] { return KORX_CreateFile("./f"); }},
+    {"Fchmod", AFile, [] { return KORX_Fchmod("f", 0600); }, {kFailed}, kSilent},
+    {"DelFile", AFile, [] { return KORX_DelFile("f", 2); }, {ORXFS_ERR_REMOVE}, kNone, {}, {"f"}},
+    {"IsDirEmpty", ATree, [] { return KORX_IsDirEmpty("d"); }, {ORXFS_ERR_DIR_OPEN, 1}, kSilent},
+    {"RmWriteRight", AFile, [] { return KORX_RmWriteRight("f"); }, {kFailed}, kSilent},
+    {"CanonicalOpen", AFile, [] { return Opened(O_RDONLY); }, {kFailed, 2}, kSilent},
+    {"Canonical",
+     AFile,
+     [] {
+         char out[400];
+         return KORX_GetCanonicalFilepath("f", out, sizeof out);
+     },
+     {kFailed},
+     kUntold},
+    {"LinkFile",
+     ALink,
+     [] { return KORX_LinkFile("f", 2, "l", 2); },
+     {ORXFS_ERR_NOT_EXIST, ORXFS_ERR_SAME_FILE, ORXFS_ERR_SYMLINK},
+     kLoses,
+     {},
+     {"l"}},
+    {"LinkFilesSafe",
+     ALink,
+     [] { return KORX_LinkFilesSafe(Here().c_str(), "f", Here().c_str(), "l"); },
+     {kFailed, ORXFS_ERR_SYMLINK, ORXFS_ERR_SAME_FILE},
+     kLoses | kUntold,
+     {},
+     {"l"}},
+    {"Walk",
+     ATree,
+     [] { return ORX_WalkDirRecur("d", "", Visit, Visit, nullptr); },
+     {kFailed},
+     kSilent,
+     {},
+     {"d/sub"}},
+    {"RemoveTree",
+     ATree,
+     [] { return ORX_RmParentDir("d", ORX_RM_ALL); },
+     {kFailed},
+     kLoses | kUntold,
+     {},
+     {"d/sub", "d/sub/deep", "d/f", "d/sub/f"}},
+    {"EmptyTree",
+     ATree,
+     [] { return ORX_RmParentDir("d", ORX_RM_KEEP_DIRECTORIES); },
+     {kFailed},
+     kLoses | kUntold,
+     {},
+     {"d/sub", "d/sub/deep", "d/f", "d/sub/f"}},
+    {"RawCopy",
+     TwoFiles,
+     [] { return KORX_CopyFile("./f", 4, "./to", 5); },
+     {kFailed},
+     kLoses,
+     {"to"}},
+    {"SafeCopy",
+     TwoFiles,
+     [] { return KORXFS_CopyFile("./f", 4, "./to", ORXFS_OVERWRITE, 5); },
+     {kFailed, ORXFS_ERR_NOT_EXIST, ORXFS_ERR_SAME_FILE, ORXFS_ERR_PROTECTED},
+     kLoses | kUntold,
+     {"to.orxtmp"},
+     {"to", "to.orxtmp"}},
+    {"SpaceFull",
+     Logs,
+     [] {
+         ORX_SpaceFull("/data", 97);
+         return 0u;
+     },
+     {},
+     kUntold,
+     {"orx_spacefull.log"}},
+    // Profiles
+    {"GetValue",
+     AProfile,
+     [] {
+         char value[8];
+         return KORX_IniGetValue("./p", "[A]", "x", value, sizeof value);
+     },
+     {KORX_INI_ERR_LOAD, KORX_INI_ERR_NO_MEMORY}},
+    {"SetValue",
+     AProfile,
+     [] { return KORX_IniSetValue("./p", "[A]", "x", "new"); },
+     {kFailed, KORX_INI_ERR_LOAD},
+     kOwnRights,
+     {"p+", "p-", "p.lock"},
+     {"p+", "p-"}},
+    {"SetOrAdd",
+     AProfile,
+     [] { return KORX_IniSetOrAddValue("./p", "[C]", "x", "new"); },
+     {kFailed, KORX_INI_ERR_NO_MEMORY},
+     kOwnRights | kSilent,
+     {"p+", "p-", "p.lock"},
+     {"p+", "p-"}},
+    {"SaveFile",
+     AProfile,
+     [] { return KORX_IniSaveFile("./p", nullptr); },
+     {kFailed},
+     kOwnRights,
+     {"p+", "p-"},
+     {"p+", "p-"}},
+    // Paths, strings, containers, semaphores, commands
+    {"Paths",
+     [] { SetLogPath(Here()); },
+     [] {
+         char path[300];
+         return KORX_GetLogPath(path, sizeof path);
+     },
+     {kFailed, 1},
+     kUntold},
+    {"Split",
+     Nothing,
+     [] {
+         ORX_VEC_Vector* const vector = ORX_VEC_VectorInit(nullptr, 1);
+         if (vector == nullptr)
+             return kFailed;
+         const uint32_t code = ORX_SplitString2Vector("a b c", ' ', 0, vector);
+         ORX_FreeVectorNodes(vector);
+         ORX_VEC_VectorFree(vector);
+         return code;
+     },
+     {kFailed},
+     kSilent},
+    {"Stack",
+     Nothing,
+     [] {
+         ORX_StackNode* const stack = ORX_CreateStack();
+         if (stack == nullptr)
+             return kFailed;
+         const uint32_t code = ORX_PushStack(stack, nullptr);
+         ORX_DestroyStack(stack);
+         return code;
+     },
+     {kFailed},
+     kSilent},
+    {"Semaphore", AFile,
+     [] {
+         uint32_t key = 0, id = 0;
+         uint32_t code = KORX_MutexSemaGetKey("f", 7, &key);
+         if (code == 0)
+             code = KORX_MutexSemaCreate(key, &id);
+         return code == 0 ? KORX_MutexSemaDestroy(id) : code;
+     }},
+    {"Execvp", Nothing, [] { return KORX_Execvp("true", " "); }, {kFailed, kAll}},
+    {"Filtered", Nothing, [] { return KORX_SystemWithFilter("true %s", 1, "x"); }, {kFailed, kAll}},
+    // Logs
+    {"CreateLogfile",
+     Nothing,
+     [] { return ORX_CreateLogfile(Here().c_str(), "orx_app.log"); },
+     {kFailed, 1},
+     kUntold,
+     {"orx_app.log"}},
+    {"WriteLogfile",
+     Nothing,
+     [] { return ORX_WriteLogfile((Here() + "/orx_app.log").c_str(), 100000, "line\n"); },
+     {kFailed, kAll},
+     kShortCounts | kUntold | kSilent,
+     {"orx_app.log"}},
+    {"DiagRecord",
+     Logs,
+     [] { return KORX_DLog(1, 2, 1, 0, 0, "line"); },
+     {kAll, ORX_PLOG_ERR_OPEN, ORX_PLOG_ERR_LOCK},
+     kShortCounts | kUntold | kSilent,
+     {"KORX_DIAG_LOG"}},
+    {"SecurityRecord",
+     Logs,
+     [] { return KORX_SecurityEventLog(1, 2, 1, 0, 0, "line"); },
+     {kAll, ORX_PLOG_ERR_OPEN, ORX_PLOG_ERR_LOCK},
+     kShortCounts | kUntold | kSilent,
+     {"korx_safe.log"}},
+    {"LifeRecord",
+     Logs,
+     [] { return KORX_LifeCycleLog(1, 2, 1, 0, 0, "line"); },
+     {kAll, ORX_PLOG_ERR_OPEN, ORX_PLOG_ERR_LOCK},
+     kShortCounts | kUntold | kSilent,
+     {"korx_life.log"}},
+    {"ProcessRecord",
+     Logs,
+     [] { return KORX_PLog(1, 0, 0, "line"); },
+     {kAll},
+     kShortCounts | kUntold | kSilent,
+     {"zelk.log"}},
+    {"StartRecord",
+     Logs,
+     [] { return KORX_STLog(1, 1, 0, "line"); },
+     {kAll, ORX_PLOG_ERR_LOCK, ORX_PLOG_ERR_SEEK, ORX_PLOG_ERR_CUT, ORX_PLOG_ERR_HEADER},
+     kShortCounts | kUntold | kSilent,
+     {"KORX_START_LOG"}},
+    // The outside reader
+    {"Read",
+     AnUnreadLog,
+     [] { return ReadUnread(false); },
+     {KORX_READER_NO_MEMORY, KORX_READER_OPEN, KORX_READER_READ, KORX_READER_LOCKED},
+     kSilent},
+    {"Acknowledge",
+     AnUnreadLog,
+     [] { return ReadUnread(true); },
+     {KORX_READER_NO_MEMORY, KORX_READER_OPEN, KORX_READER_READ, KORX_READER_LOCKED,
+      KORX_READER_CHANGED, KORX_READER_WRITE, KORX_READER_CURSOR, KORX_READER_UNSURE},
+     kSilent | kLoses | kOwnRights,
+     {"korx_safe.log.cursor", "korx_safe.log.cursor.new"},
+     {"korx_safe.log.cursor", "korx_safe.log.cursor.new"}},
+};
+
+struct Tortured : ::testing::TestWithParam<Scenario> {};
+
+TEST_P(Tortured, KeepsItsPromises) {
+    Torture(GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, Tortured, ::testing::ValuesIn(kScenarios),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+}  // namespace
+}  // namespace korx::test
