@@ -25,12 +25,13 @@ enum Excuse : unsigned {
 
 struct Scenario {
     const char* name;
-    void (*prepare)();     // makes what there is, in an empty working directory
-    uint32_t (*call)();    // what is tried
+    void (*prepare)();                        // makes what there is, in an empty working directory
+    uint32_t (*call)();                       // what is tried
     std::set<uint32_t> failures = {kFailed};  // its documented codes for calls that fail
     unsigned excuses = kNone;
     std::set<std::string> leftovers = {};  // names that a failure may leave until the next call
-    std::vector<std::string> swapped = {};  // names that must not be followed when they become links
+    std::vector<std::string> swapped =
+        {};  // names that must not be followed when they become links
 };
 
 inline void PrintTo(const Scenario& scenario, std::ostream* out) {
