@@ -219,7 +219,8 @@ std::string Wrapped(const std::string& text, size_t width, size_t indent, size_t
     std::string out;
     for (std::string word; words >> word;) {
         if (column > indent && column + 1 + word.size() > width) {
-            out += "\n" + std::string(indent, ' ');
+            out += '\n';
+            out.append(indent, ' ');
             column = indent;
         } else if (column > indent) {
             out += ' ';
