@@ -1,6 +1,6 @@
 // A reader that goes along with a file against one that is opened anew, after each of a few changes
-// to it. The input is the kind, the length of the file, the file, and changes: which, how many bytes,
-// and these. Records that stand are not changed: nobody does that, and nobody looks for it.
+// to it. The input is the kind, the length of the file, the file, and changes: which, how many
+// bytes, and these. Records that stand are not changed: nobody does that, and nobody looks for it.
 #include <fcntl.h>
 #include <unistd.h>
 
