@@ -77,6 +77,11 @@ TEST_F(Doctor, SaysWhetherTheBoardIsWell) {
     WriteFile(log("orx_app.log"), std::string(4, '\0') + text.substr(4, text.size() - 9));
     Expect("log verify text", 1, "cut");
     Expect("doctor", 0, "cut off");
+
+    std::string ring = ReadFile(log("korx_safe.log"));
+    const auto taken = static_cast<uint32_t>(ring.find('\n', 12) + 1 - 12);  // by somebody else
+    WriteFile(log("korx_safe.log"), ring.replace(4, 4, reinterpret_cast<const char*>(&taken), 4));
+    Expect("doctor", 1, "the cursor");
 }
 
 TEST_F(Space, RecordsAndShowsTheSame) {
