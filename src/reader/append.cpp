@@ -101,11 +101,12 @@ class Continuation {
             std::find_if(image_.entries.begin(), image_.entries.end(), [&](const Entry& entry) {
                 return !entry.is(KORX_RECORD_OLD_LAP) || entry.offset >= now_.newest_end;
             });
+        if (!found->is(KORX_RECORD_OLD_LAP) || !IsSound(*found))
+            return false;
+        const Entry& behind = found[1];  // there is one: the newest lap has its last known record
         first_left_ = static_cast<size_t>(found - image_.entries.begin());
-        const Entry& behind = found[1];  // there is one: found is not the last
         end_ = found->end();
-        if (found == &last() || !found->is(KORX_RECORD_OLD_LAP) || !IsSound(*found) ||
-            !behind.is(KORX_RECORD_OLD_LAP) || end_ - now_.newest_end > kMostAppended)
+        if (!behind.is(KORX_RECORD_OLD_LAP) || end_ - now_.newest_end > kMostAppended)
             return false;
         // One that begins where the newest lap ends may be no old one: its writer may have ended
         // before he entered it in the head. Then it is newer than the one behind it.
@@ -164,7 +165,7 @@ class Continuation {
             entry.offset += last().offset;
     }
 
-    // From here on nothing can fail.
+    // False: out of memory. Once there is room nothing can fail any more.
     bool make_room() {
         Array<Entry>& entries = image_.entries;
         const size_t count = entries.size() + window_.entries.size();

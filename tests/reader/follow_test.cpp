@@ -210,7 +210,9 @@ struct Followed : ::testing::TestWithParam<korx_log_kind> {
             passed.clear();
         while (log->next() == 1 && !HasFailure()) {
             const std::string id = IdOf(log->it, log->record);
-            EXPECT_TRUE(passed.insert(id).second) << id;
+            // What is damaged may change and change back: cut shorter, or with zeros behind it.
+            const bool is_sound = (log->record.flags & KORX_RECORD_DAMAGED) == 0;
+            EXPECT_TRUE(passed.insert(id).second || !is_sound) << id;
             EXPECT_NE(how, KORX_REFRESHED_SAME);
         }
     }
