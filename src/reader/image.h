@@ -58,6 +58,7 @@ struct LogImage {
 
     LocalClock clock;
     Array<Entry> entries;  // oldest first
+    Array<Entry> passed;   // what a follower has passed, still stands and is no entry at present
     DamageList damage;
     uint32_t laps = 0;
     uint64_t fill = 0;

@@ -1,7 +1,7 @@
 // A reader is brought up to its log by what was appended or, where that is not all that happened,
 // by a new copy. In that it finds its place again by the records that it has passed: one that
-// stands where it stood, with the bytes that it had, is the same. So nothing depends on stamps, nor
-// on how often the log went round meanwhile.
+// stands where it stood, with the bytes that it had, is the same, and every other one is new. So
+// nothing depends on stamps, nor on how often the log went round meanwhile.
 #include "reader/refresh.h"
 
 #include <errno.h>
@@ -34,61 +34,73 @@ bool IsSameCopy(const LogImage& a, const LogImage& b) {
            a.header.view() == b.header.view();
 }
 
-// Whether an entry is the record that an earlier copy had there. The text log cuts the end off its
-// newest record when a lap begins.
-bool IsSameRecord(const LogImage& before, const Entry& old, const LogImage& image,
-                  const Entry& entry) {
-    return old.offset == entry.offset && BeginsWith(before.text(old), image.text(entry));
+bool SameText(const LogImage& a, const LogImage& b, const Entry& entry) {
+    return entry.end() <= std::min(a.bytes.size, b.bytes.size) && a.text(entry) == b.text(entry);
 }
 
 using EntryList = Array<Entry*>;
 
-// False: out of memory.
-bool SortByOffset(Array<Entry>* entries, EntryList* sorted) {
-    (void) sorted->reserve(entries->size());
-    for (Entry& entry : *entries)
-        sorted->push(&entry);
+// Those that are no entries now as well. False: out of memory.
+bool SortByOffset(LogImage* image, EntryList* sorted) {
+    (void) sorted->reserve(image->entries.size() + image->passed.size());
+    for (Array<Entry>* const entries : {&image->entries, &image->passed}) {
+        for (Entry& entry : *entries)
+            sorted->push(&entry);
+    }
     std::sort(sorted->begin(), sorted->end(),
               [](const Entry* a, const Entry* b) { return a->offset < b->offset; });
     return !sorted->out_of_memory();
 }
 
-// Marks in an image what of it has been passed in the one before, and what was handed out.
+// Marks in an image what of it has been passed in the one before, and what was handed out. An entry
+// is the same when its bytes stood there before: the text log cuts the end off its newest record
+// when a lap begins. Where in the order it stands says nothing, because clocks are set back. What
+// is no entry now, because it seems to be the leftover of an older lap, may be one again later.
 // False: out of memory.
 bool MarkStanding(LogImage* before, LogImage* image) {
     EntryList olds;
     EntryList entries;
-    if (!SortByOffset(&before->entries, &olds) || !SortByOffset(&image->entries, &entries))
+    if (!SortByOffset(before, &olds) || !SortByOffset(image, &entries))
         return false;
     size_t at = 0;
-    for (const Entry* const old : olds) {
+    for (Entry* const old : olds) {
         while (at < entries.size() && entries[at]->offset < old->offset)
             ++at;
-        if (at < entries.size() && IsSameRecord(*before, *old, *image, *entries[at]))
-            entries[at]->set((old->flags & (kSeen | kHandedOut)) | kStands);
+        Entry left = *old;  // the file may have been cut
+        left.length = static_cast<uint32_t>(image->text(*old).size());
+        const bool is_entry = at < entries.size() && entries[at]->offset == old->offset &&
+                              SameText(*before, *image, *entries[at]);
+        if (is_entry)
+            entries[at]->set(old->flags & (kSeen | kHandedOut));
+        else if (left.length == 0 || !SameText(*before, *image, left))
+            continue;
+        else if (old->is(kSeen))
+            image->passed.push(left);
+        old->set(kStands);
     }
-    return true;
+    return !image->passed.out_of_memory();
 }
 
-// What lies before a passed record of its section has been passed, too. The place is lost where
-// none of them stands any more: there may have been others behind them.
-Place FindPlace(const LogImage& before, LogImage* image) {
-    bool was_passed[kSectionCount] = {};
-    for (const Entry& old : before.entries)
-        was_passed[old.section] |= old.is(kSeen);
-    bool is_passed[kSectionCount] = {};
-    bool stands_any = false;
-    for (size_t i = image->entries.size(); i-- > 0;) {
-        Entry& entry = image->entries[i];
-        is_passed[entry.section] |= entry.is(kSeen);
-        entry.set(is_passed[entry.section] ? kSeen : 0);
-        stands_any |= entry.is(kStands);
-        entry.clear(kStands);
+// The place is lost where nothing stands any more that was passed: there may have been others
+// behind it. Of the old lap the very end can outlast the lap that came after it, so that says
+// nothing where the newest lap had been reached.
+Place FindPlace(const LogImage& before) {
+    enum { kOld, kNewest, kLaps };
+    bool was_passed[kSectionCount][kLaps] = {};
+    bool is_passed[kSectionCount][kLaps] = {};
+    bool stands_any = before.entries.empty();
+    for (const Entry& old : before.entries) {
+        const size_t lap = old.is(KORX_RECORD_OLD_LAP) ? kOld : kNewest;
+        was_passed[old.section][lap] |= old.is(kSeen);
+        is_passed[old.section][lap] |= old.is(kSeen) && old.is(kStands);
+        stands_any |= old.is(kStands);
     }
-    const bool lost_all = !before.entries.empty() && !stands_any;
-    return lost_all || !std::equal(was_passed, was_passed + kSectionCount, is_passed)
-               ? Place::kLost
-               : Place::kKept;
+    bool is_kept = stands_any;
+    for (size_t s = 0; s < kSectionCount; ++s) {
+        const size_t lap = was_passed[s][kNewest] ? kNewest : kOld;
+        is_kept &= !was_passed[s][lap] || is_passed[s][lap];
+    }
+    return is_kept ? Place::kKept : Place::kLost;
 }
 
 // The reader's image becomes the new one. The old one gets the place.
@@ -110,7 +122,7 @@ korx_reader_code Replace(const Refusal& error, korx_reader* reader, LogImage* ot
         reader->cursor = cursor;
         return code;
     }
-    const Place place = FindPlace(*other, &reader->image);
+    const Place place = FindPlace(*other);
     reader->next = 0;
     *how = place == Place::kKept ? KORX_REFRESHED_MORE : KORX_REFRESHED_GAP;
     return KORX_READER_OK;

@@ -78,7 +78,7 @@ TEST_F(Files, FollowersSeeWhatElseHasHappened) {
              (void) rename("/dev/shm/ring", "/dev/shm/t");  // its number is not used again
              at->store();
          },
-         KORX_REFRESHED_MORE, "014 "},
+         KORX_REFRESHED_MORE, "099 014 "},
         {"the old lap is gone", [](Places*) {}, 10,
          [](Places* at) { at->append(), at->head.uiTotalLen = 0; }, KORX_REFRESHED_MORE, "014 "},
         {"what had been passed is gone", [](Places*) {}, 1, [](Places* at) { at->append(); },

@@ -8,6 +8,7 @@
 #include <functional>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "korx/log.h"
@@ -123,7 +124,7 @@ TEST_F(Files, PlaceOfAMarkIsKnownWhereItsRecordIsGone) {
 }
 
 // A log that is written, killed at, cut, replaced and acknowledged by chance.
-struct Followed : ::testing::TestWithParam<korx_log_kind> {
+struct Followed : ::testing::TestWithParam<std::tuple<korx_log_kind, unsigned>> {
     void SetUp() override {
         (void) snprintf(g_acSTLogFileName, 256, "%s", path.c_str());
         (void) snprintf(g_acSTLogFileHeadName, 256, "/dev/shm/.korxloghdr");
@@ -206,24 +207,33 @@ struct Followed : ::testing::TestWithParam<korx_log_kind> {
     }
     // What comes next has not come before, unless the reader says so.
     void expect_new(LogReader* log, korx_refreshed how) {
-        if (how == KORX_REFRESHED_GAP)
-            passed.clear();
         while (log->next() == 1 && !HasFailure()) {
             const std::string id = IdOf(log->it, log->record);
             // What is damaged may change and change back: cut shorter, or with zeros behind it.
-            const bool is_sound = (log->record.flags & KORX_RECORD_DAMAGED) == 0;
-            EXPECT_TRUE(passed.insert(id).second || !is_sound) << id;
+            const bool may_come_again =
+                how == KORX_REFRESHED_GAP || (log->record.flags & KORX_RECORD_DAMAGED) != 0;
+            EXPECT_TRUE(passed.insert(id).second || may_come_again) << id;
+            stamps.insert(log->record.time.tv_nsec);
             EXPECT_NE(how, KORX_REFRESHED_SAME);
+        }
+    }
+    // No two records have the same fraction of a second.
+    void expect_all_passed(LogReader&& log) {
+        while (log.next() == 1 && !HasFailure()) {
+            const bool is_sound = (log.record.flags & KORX_RECORD_DAMAGED) == 0;
+            EXPECT_TRUE(!is_sound || stamps.contains(log.record.time.tv_nsec))
+                << IdOf(log.it, log.record);
         }
     }
 
     static constexpr uint32_t kLimit = 6000;
-    const korx_log_kind kind = GetParam();
+    const korx_log_kind kind = std::get<0>(GetParam());
     const std::string path = kind == KORX_LOG_PROCESS ? "/dev/shm/zelk.log" : "/dev/shm/log";
     int fd = 0;
     unsigned serial = 100000, written = 0;
     std::set<std::string> passed;
-    Chance random{17};
+    std::set<long> stamps;
+    Chance random{std::get<1>(GetParam())};
 };
 
 TEST_P(Followed, TellsWhatAReaderOpenedNowTells) {
@@ -257,14 +267,18 @@ TEST_P(Followed, TellsWhatAReaderOpenedNowTells) {
         expect_new(&log, how);
         LogReader fresh(path, kind);
         ASSERT_EQ(Told(log.it), Told(fresh.it));
+        expect_all_passed(LogReader(path, kind));
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Logs, Followed,
-                         ::testing::Values(KORX_LOG_TEXT, KORX_LOG_DIAG, KORX_LOG_SECURITY,
-                                           KORX_LOG_START, KORX_LOG_PROCESS, KORX_LOG_SPACE),
-                         [](const auto& instance) {
-                             return std::string(korx_log_kind_name(instance.param));
+                         ::testing::Combine(::testing::Values(KORX_LOG_TEXT, KORX_LOG_DIAG,
+                                                              KORX_LOG_SECURITY, KORX_LOG_START,
+                                                              KORX_LOG_PROCESS, KORX_LOG_SPACE),
+                                            ::testing::Values(8, 17)),
+                         [](const auto& course) {
+                             return korx_log_kind_name(std::get<0>(course.param)) +
+                                    std::to_string(std::get<1>(course.param));
                          });
 
 }  // namespace
