@@ -1,5 +1,6 @@
 // What must be true of the logs at any moment, and of what was taken from them.
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
@@ -17,11 +18,40 @@ struct Window {
     std::string path;
     uint32_t opened;  // ticket
     std::vector<Name> records;
-    unsigned damaged;
+    // Of a text log whose lap has ended: its last text and where that begins, and the tickets
+    // between which the lap has ended.
+    std::string last_old;
+    uint64_t last_old_at;
+    uint32_t old_begun, new_ended;
 };
 
 bool IsForeign(std::string_view message) {
     return message.starts_with("New log will wrap undumped log") || message.starts_with("****");
+}
+
+void NoteLap(const korx_record& record, const Call* call, Window* window) {
+    const bool is_old = (record.flags & KORX_RECORD_OLD_LAP) != 0;
+    if (is_old) {
+        window->last_old.assign(record.text, record.length);
+        window->last_old_at = record.offset;
+    }
+    if (call != nullptr && is_old)
+        window->old_begun = std::max<uint32_t>(window->old_begun, call->begun);
+    else if (call != nullptr && call->ended != 0)
+        window->new_ended = std::min<uint32_t>(window->new_ended, call->ended);
+}
+
+void JudgeRecord(const korx_record& record, Window* window) {
+    const std::string_view message(record.message == nullptr ? "" : record.message,
+                                   record.message_length);
+    const bool is_whole = (record.flags & KORX_RECORD_DAMAGED) == 0 && !IsForeign(message);
+    Name name;
+    const bool is_known = is_whole && ParseMessage(message, &name) && name.log == window->log;
+    NoteLap(record, is_known ? &name.call() : nullptr, window);
+    if (is_known)
+        window->records.push_back(name);
+    else if (is_whole)
+        Complain("%s: torn: %.*s", window->path.c_str(), int(message.size()), message.data());
 }
 
 // The records as a reader sees them. In a calm round there is no damage.
@@ -37,19 +67,8 @@ bool ReadWindow(Window* window) {
         Complain("%s: offset %llu: %s", window->path.c_str(),
                  static_cast<unsigned long long>(damage.offset), damage.text);
     korx_record record;
-    while (korx_reader_next(reader, &record) == 1) {
-        const std::string_view message(record.message == nullptr ? "" : record.message,
-                                       record.message_length);
-        Name name;
-        const bool is_damaged = (record.flags & KORX_RECORD_DAMAGED) != 0;
-        window->damaged += is_damaged;
-        if (is_damaged || IsForeign(message))
-            continue;
-        if (ParseMessage(message, &name) && name.log == window->log)
-            window->records.push_back(name);
-        else
-            Complain("%s: torn: %.*s", window->path.c_str(), int(message.size()), message.data());
-    }
+    while (korx_reader_next(reader, &record) == 1)
+        JudgeRecord(record, window);
     korx_reader_close(reader);
     return true;
 }
@@ -69,46 +88,82 @@ void JudgeOrder(const Window& window) {
     }
 }
 
+// What a text log has lost where its lap ended. The lap ends once the count of bytes exceeds the
+// limit, but the file is cut to the limit with the head that the count leaves out: so the last
+// record goes beyond, and where the one before it ends in the head's length beyond, all of it.
+class Cut {
+  public:
+    explicit Cut(const Window& window) : window_(window) {
+        if (window.log != kText || window.last_old.empty())
+            return;
+        const size_t at = window.last_old.find('<');
+        unsigned log = 0;
+        char colon[2];
+        is_named_ = at != std::string::npos && sscanf(&window.last_old[at], "<%u.%u.%u%1[:]", &log,
+                                                      &name_.writer, &name_.number, colon) == 4;
+        const size_t whole = window.last_old_at + at + MessageOf(name_).size() + 1;
+        others_ = !is_named_ || (whole >= kRingLimit && whole <= kRingLimit + kHead);
+    }
+
+    bool took(const Name& name) {
+        if (is_named_ && name.writer == name_.writer && name.number == name_.number)
+            return true;
+        const bool stood_there =
+            name.call().ended > window_.old_begun && name.call().begun < window_.new_ended;
+        return stood_there && others_ != 0 && others_-- != 0;
+    }
+
+  private:
+    static constexpr size_t kHead = 4;
+    const Window& window_;
+    bool is_named_ = false;
+    Name name_{kText, 0, 0};  // of what stands last there, whole or cut
+    unsigned others_ = 0;
+};
+
 // All whose calls lie between the oldest record's and the opening are there, unless somebody has
-// taken the file away since. A text log is cut off at its limit, and with it the record there.
+// taken the file away since.
 void JudgeCompleteness(const Window& window, const std::set<unsigned>& writers) {
-    const auto oldest =
-        std::find_if(window.records.begin(), window.records.end(),
-                     [](const Name& name) { return name.call().ended.load() != 0; });
-    if (oldest == window.records.end())
-        return;
-    const uint32_t since = std::max<uint32_t>(oldest->call().ended, g_shared->disturbed);
-    unsigned cut = window.log == kText ? std::max(window.damaged, 1u) : 0;
+    uint32_t oldest = UINT32_MAX;
     std::set<std::pair<unsigned, unsigned>> found;
-    for (const Name& name : window.records)
+    for (const Name& name : window.records) {
         found.emplace(name.writer, name.number);
+        if (const uint32_t ended = name.call().ended; ended != 0)
+            oldest = std::min(oldest, ended);
+    }
+    const uint32_t since = std::max<uint32_t>(oldest, g_shared->disturbed);
+    Cut cut(window);
     for (const unsigned writer : writers) {
         const unsigned drawn = std::min<unsigned>(g_shared->drawn[window.log][writer], kMostCalls);
         for (unsigned number = 0; number < drawn; ++number) {
             const Name name{window.log, writer, number};
-            const Call& call = name.call();
-            if (call.outcome == Outcome::kAccepted && call.begun > since && call.ended != 0 &&
-                call.ended < window.opened && !found.contains({writer, number}) && cut-- == 0)
+            if (name.call().was_accepted(since, window.opened) &&
+                !found.contains({writer, number}) && !cut.took(name))
                 Complain("%s: record %u of writer %u is missing", window.path.c_str(), number,
                          writer);
         }
     }
 }
 
-void JudgeWindow(unsigned log, const std::string& file, const std::set<unsigned>& writers) {
-    Window window{log, "../log/" + file, 0, {}, 0};
+void JudgeWindow(unsigned log, const std::set<unsigned>& writers) {
+    Window window{log, std::string("../log/") + FileOf(log), 0, {}, "", 0, 0, UINT32_MAX};
     if (!ReadWindow(&window))
         return;
     std::erase_if(window.records, [&](const Name& name) { return !writers.contains(name.writer); });
+    const unsigned errors = g_shared->errors;
     JudgeOrder(window);
     JudgeCompleteness(window, writers);
+    std::error_code ignored;
+    if (g_shared->errors != errors)
+        std::filesystem::copy_file(window.path, std::string("../wrong-") + FileOf(log),
+                                   std::filesystem::copy_options::overwrite_existing, ignored);
 }
 
-std::set<unsigned> WritersOf(unsigned process, unsigned section) {
+// All, or those of a section of the start log.
+std::set<unsigned> WritersOf(unsigned section = kThreads) {
     std::set<unsigned> writers;
     for (unsigned writer = 0; writer < kWriters; ++writer)
-        if ((process == kProcesses || writer / kSlots == process) &&
-            (section == kThreads || writer % kSlots % kThreads == section))
+        if (section == kThreads || writer % kSlots % kThreads == section)
             writers.insert(writer);
     return writers;
 }
@@ -143,7 +198,7 @@ void ReadTaken(Taken (&taken)[kLogs]) {
 }
 
 // Returns 1 when the record is lost.
-unsigned JudgeRecord(const Name& name, const std::vector<std::string>& ids) {
+unsigned JudgeTakenRecord(const Name& name, const std::vector<std::string>& ids) {
     const Call& call = name.call();
     const bool may_repeat = g_shared->round == Round::kKills;
     if (ids.size() > 1 && (!may_repeat || std::set(ids.begin(), ids.end()).size() > 1))
@@ -158,16 +213,12 @@ unsigned JudgeRecord(const Name& name, const std::vector<std::string>& ids) {
 }  // namespace
 
 void JudgeWindows() {
-    const std::set<unsigned> all = WritersOf(kProcesses, kThreads);
+    const std::set<unsigned> all = WritersOf();
     for (const unsigned log : {kText, kDiag, kSecurity, kLife})
-        JudgeWindow(log, FileOf(log), all);
+        JudgeWindow(log, all);
     for (unsigned section = 0; section < kThreads; ++section)
-        JudgeWindow(kStart, FileOf(kStart), WritersOf(kProcesses, section));
-    // A process that was started anew goes on at the end of its log, wherever it was.
-    for (unsigned process = 0;
-         process < std::size(kProcessNames) && g_shared->round != Round::kKills; ++process)
-        JudgeWindow(kProcess, std::string(kProcessNames[process]) + ".log",
-                    WritersOf(process, kThreads));
+        JudgeWindow(kStart, WritersOf(section));
+    JudgeProcessLogs();
 }
 
 void JudgeTaken() {
@@ -178,7 +229,7 @@ void JudgeTaken() {
         unsigned lost = 0;
         for (unsigned writer = 0; writer < kWriters; ++writer)
             for (unsigned number = 0; number < g_shared->drawn[log][writer]; ++number)
-                lost += JudgeRecord({log, writer, number}, taken[log][{writer, number}]);
+                lost += JudgeTakenRecord({log, writer, number}, taken[log][{writer, number}]);
         if (lost > g_shared->hidden_laps[log] * kMostInLap)
             Complain("%s: %u records were overwritten before they were taken", FileOf(log), lost);
     }

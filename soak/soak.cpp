@@ -90,6 +90,8 @@ void KillOne(std::vector<pid_t>* writers, Random* random) {
     kill(writer, SIGKILL);
     Await(writer, true);
     const unsigned seed = (*random)();
+    JudgeProcessLogs();
+    NoteStart(process);
     writer = Start([=] { RunWriter(process, seed); });
 }
 
@@ -139,6 +141,8 @@ void RunRound(Round round, double seconds, const char* korx, Random* random) {
     g_shared->round = round;
     LayOut();
     std::vector<pid_t> writers;
+    for (unsigned process = 0; process < kProcesses; ++process)
+        NoteStart(process);
     for (unsigned process = 0; process < kProcesses; ++process)
         writers.push_back(Start([&, seed = (*random)()] { RunWriter(process, seed); }));
     const std::vector<pid_t> others{Start(RunTaker), Start(RunSampler),

@@ -25,6 +25,10 @@ enum class Outcome : uint32_t { kNone, kAccepted, kRefused, kFailed };
 struct Call {
     std::atomic<uint32_t> begun, ended;
     std::atomic<Outcome> outcome;
+    // A call whose process was killed in it has not ended: nothing is known of its record.
+    bool was_accepted(uint32_t since, uint32_t until) const {
+        return outcome == Outcome::kAccepted && begun > since && ended != 0 && ended < until;
+    }
 };
 
 enum class Round { kCalm, kKills, kRemovals };
@@ -71,5 +75,8 @@ void TakeRest();
 // What stands in the logs now; what has been taken in the round.
 void JudgeWindows();
 void JudgeTaken();
+void JudgeProcessLogs();
+// A process is about to be started, for the first time or anew.
+void NoteStart(unsigned process);
 
 }  // namespace soak

@@ -1,0 +1,167 @@
+// What must be true of the process logs, byte by byte, also of those whose process was killed: its
+// successor goes on at the file's end, or from the beginning once that is where the limit is, so a
+// file may hold pieces of many runs, and no reader can tell in which order they were written.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tickets.h"
+
+namespace soak {
+namespace {
+
+// No record is longer. What stands so close to the limit may be left of any lap: a lap ends where
+// the next record does not fit.
+constexpr size_t kLongest = 300;
+
+struct Found {
+    Name name;
+    size_t begin, end;
+    bool is_near_limit() const { return end + kLongest > kRingLimit; }
+    bool is_same_as(const Found& other) const {
+        return name.writer == other.name.writer && name.number == other.name.number &&
+               begin == other.begin;
+    }
+};
+
+struct Content {
+    size_t size = 0;
+    std::vector<Found> records;
+    bool has(const Found& record) const {
+        return std::any_of(records.begin(), records.end(),
+                           [&](const Found& found) { return found.is_same_as(record); });
+    }
+    bool has(const Name& name) const {
+        return std::any_of(records.begin(), records.end(), [&](const Found& found) {
+            return found.name.writer == name.writer && found.name.number == name.number;
+        });
+    }
+};
+
+// The process that now writes a log: since when, and what it has found there.
+struct Run {
+    uint32_t started = 0;
+    std::vector<Found> before;
+    bool wrote(const Found& record) const { return record.name.call().begun > started; }
+};
+Run g_runs[std::size(kProcessNames)];
+
+std::string PathOf(unsigned process) {
+    return std::string("../log/") + kProcessNames[process] + ".log";
+}
+
+// Under the writers' lock.
+std::string BytesOf(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return "";
+    struct flock lock = {};
+    lock.l_type = F_RDLCK;
+    while (fcntl(fd, F_SETLKW, &lock) < 0 && errno == EINTR)
+        continue;
+    struct stat st = {};
+    fstat(fd, &st);
+    std::string bytes(static_cast<size_t>(st.st_size), '\0');
+    bytes.resize(static_cast<size_t>(std::max<ssize_t>(0, pread(fd, &bytes[0], bytes.size(), 0))));
+    close(fd);
+    return bytes;
+}
+
+Content ContentOf(const std::string& path) {
+    const std::string bytes = BytesOf(path);
+    Content content{bytes.size(), {}};
+    for (size_t begin = 0, end; (end = bytes.find('\n', begin)) != bytes.npos; begin = end + 1) {
+        const std::string_view line(&bytes[begin], end - begin);
+        const size_t message = line.find("]<");
+        Found found{{}, begin, end + 1};
+        if (message != line.npos && ParseMessage(line.substr(message + 1), &found.name) &&
+            found.name.log == kProcess)
+            content.records.push_back(found);
+    }
+    return content;
+}
+
+// What the run has found there stays until the run, from the beginning on, has got to it.
+void JudgeFormer(const std::string& path, const Run& run, const Content& content) {
+    const size_t end = run.before.empty() ? 0 : run.before.back().end;
+    size_t reached = 0;
+    for (const Found& found : content.records)
+        if (run.wrote(found) && found.begin < end)
+            reached = std::max(reached, found.end);
+    for (const Found& former : run.before)
+        if (former.begin >= reached && !former.is_near_limit() && !content.has(former))
+            Complain("%s: record %u of writer %u was at %zu before the last kill, and is not there",
+                     path.c_str(), former.name.number, former.name.writer, former.begin);
+}
+
+// In a ring there is one place at which a later record is followed by an earlier one.
+void JudgeOrder(const std::string& path, const Run& run, const Content& content) {
+    unsigned falls = 0;
+    uint32_t newest_begun = 0;
+    for (const Found& found : content.records) {
+        if (!run.wrote(found) || found.is_near_limit())
+            continue;
+        const uint32_t ended = found.name.call().ended;
+        const bool falls_here = ended != 0 && ended < newest_begun;
+        falls += falls_here;
+        newest_begun =
+            falls_here ? 0 : std::max<uint32_t>(newest_begun, found.name.call().begun);
+    }
+    if (falls > 1)
+        Complain("%s: its records' order is none of a ring", path.c_str());
+}
+
+// The ticket behind which none of the run's records may be missing. As long as anything stands
+// there that the run has found, or the file has not reached its limit, the run has written over
+// nothing of its own.
+uint32_t CompleteSince(const Run& run, const Content& content) {
+    const bool is_intact = content.size < kRingLimit ||
+                           std::any_of(run.before.begin(), run.before.end(), [&](const Found& it) {
+                               return !it.is_near_limit() && content.has(it);
+                           });
+    uint32_t since = UINT32_MAX;
+    for (const Found& found : content.records)
+        if (const uint32_t ended = found.name.call().ended;
+            run.wrote(found) && !found.is_near_limit() && ended != 0)
+            since = std::min(since, ended);
+    return std::max<uint32_t>(is_intact ? run.started : since, g_shared->disturbed);
+}
+
+void JudgeProcessLog(unsigned process) {
+    const Run& run = g_runs[process];
+    const std::string path = PathOf(process);
+    const uint32_t opened = ++g_shared->tickets;
+    const Content content = ContentOf(path);
+    if (g_shared->disturbed <= run.started) {
+        JudgeFormer(path, run, content);
+        JudgeOrder(path, run, content);
+    }
+    const uint32_t since = CompleteSince(run, content);
+    for (unsigned writer = process * kSlots; writer < (process + 1) * kSlots; ++writer) {
+        const unsigned drawn = std::min<unsigned>(g_shared->drawn[kProcess][writer], kMostCalls);
+        for (unsigned number = 0; number < drawn; ++number) {
+            const Name name{kProcess, writer, number};
+            if (name.call().was_accepted(since, opened) && !content.has(name))
+                Complain("%s: record %u of writer %u is missing", path.c_str(), number, writer);
+        }
+    }
+}
+
+}  // namespace
+
+void JudgeProcessLogs() {
+    for (unsigned process = 0; process < std::size(kProcessNames); ++process)
+        JudgeProcessLog(process);
+}
+
+void NoteStart(unsigned process) {
+    if (process < std::size(kProcessNames))
+        g_runs[process] = {++g_shared->tickets, ContentOf(PathOf(process)).records};
+}
+
+}  // namespace soak
