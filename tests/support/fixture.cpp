@@ -81,6 +81,16 @@ void MakeDirs(const std::string& path) {
     stdfs::create_directories(path);
 }
 
+void RemoveAll(const std::string& path) {
+    const Untapped untapped;
+    std::error_code error;
+    stdfs::remove_all(path, error);
+    if (!error)
+        return;
+    (void) !system(("chattr -R -f -ia -- " + path).c_str());
+    stdfs::remove_all(path, error);
+}
+
 bool Exists(const std::string& path) {
     const Untapped untapped;
     struct stat st;
@@ -117,12 +127,7 @@ TempTree::~TempTree() {
     const Untapped untapped;
     std::error_code ignored;
     stdfs::current_path(back_, ignored);
-    stdfs::remove_all(root_, ignored);
-    if (!ignored)
-        return;
-    // A test has protected something.
-    (void) !system(("chattr -R -f -ia -- " + root_).c_str());
-    stdfs::remove_all(root_, ignored);
+    RemoveAll(root_);
 }
 
 std::ostream& operator<<(std::ostream& out, const SyslogLine& line) {

@@ -16,7 +16,8 @@ void WriteFile(const std::string& path, std::string_view content);
 std::string ReadFile(const std::string& path);  // empty when there is none
 mode_t Mode(const std::string& path);           // permission bits; 0 when there is none
 void MakeDirs(const std::string& path);
-bool Exists(const std::string& path);  // a dangling link exists
+void RemoveAll(const std::string& path);  // what a test has protected, too
+bool Exists(const std::string& path);     // a dangling link exists
 
 // Whether names can be opened without following links in them; emulators may know no such call.
 bool HasOpenat2();

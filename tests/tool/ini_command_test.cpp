@@ -11,6 +11,7 @@
 #include "base/unique.h"
 #include "run.h"
 #include "support/processes.h"
+#include "tapped.h"
 
 namespace korx::test {
 namespace {
@@ -128,66 +129,6 @@ TEST_F(IniCommand, ChangesTheFileThatLinksLeadTo) {
 }
 
 #ifdef KORX_TAPPED
-// What the command does while it lasts is tapped.
-class Tapped {
-  public:
-    explicit Tapped(const std::string& fault) {
-        unlink("calls");
-        setenv("LD_PRELOAD", KORX_TAPPED, 1);
-        setenv("KORX_FAULT", fault.c_str(), 1);
-        setenv("KORX_CALLS", "calls", 1);
-    }
-    ~Tapped() {
-        for (const char* name : {"LD_PRELOAD", "KORX_FAULT", "KORX_CALLS"})
-            unsetenv(name);
-    }
-};
-
-// Each change, and the profile and its backup before and after it.
-const struct {
-    std::string command, before, backup, after;
-} kCommands[] = {{"set p.ini A x 2 --keep-comments", "[A]\nx=1\n", "b", "[A]\nx=2\n"},
-                 {"unset p.ini A x", "[A]\nx=1\n", "b", "[A]\n"},
-                 {"revert p.ini", "[A]\nx=1\n", "[A]\nx=0\n", "[A]\nx=0\n"}};
-
-TEST_F(IniCommand, LeavesAWholeProfileWhateverCallFailsOrIsItsLast) {
-    for (const auto& row : kCommands) {
-        const auto lay_out = [&] {
-            for (const char* name : {"p.ini", "p.ini-", "p.ini+"})
-                unlink(name);  // they may be one file
-            WriteFile("p.ini", row.before);
-            WriteFile("p.ini-", row.backup);
-        };
-        lay_out();
-        {
-            const Tapped tapped("");
-            EXPECT_EQ(Korx("ini " + row.command).status, 0);
-        }
-        const size_t calls = Args(ReadFile("calls")).size();
-        for (size_t i = 0; i < 2 * calls; ++i) {
-            const bool is_killed = i >= calls;
-            lay_out();
-            const std::string fault =
-                "* " + std::to_string(i % calls + 1) + (is_killed ? " 0" : " 28");
-            const Tapped tapped(fault);
-            const Result result = Korx("ini " + row.command);
-            const std::string text = ReadFile("p.ini");
-            SCOPED_TRACE(row.command + " with " + fault + ": " + result.err);
-            EXPECT_TRUE(text == row.before || text == row.after) << text;
-            if (row.backup != "b") {
-                EXPECT_EQ(ReadFile("p.ini-"), text == row.before ? row.backup : row.before);
-            }
-            if (is_killed)
-                continue;
-            EXPECT_EQ(result.status == 0, text == row.after);
-            EXPECT_TRUE(result.status == 0 || result.status == 3 || result.status == 5)
-                << result.status;
-            EXPECT_TRUE(result.status == 0 || Has(result.err, "No space left")) << result.err;
-            EXPECT_FALSE(Exists("p.ini+"));
-        }
-    }
-}
-
 TEST_F(IniCommand, SaysWhatDidNotWorkOutAndGoesAnotherWay) {
     const struct {
         const char *fault, *command;

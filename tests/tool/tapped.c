@@ -1,9 +1,9 @@
 /* Preloaded into the command: the taps of tests/support, told what to do by the environment.
  *
- * KORX_FAULT "NAME NTH ERROR": the nth call of that name fails with the errno value. If that is 0
- * it never happens: the process ends there. If it is -1 the process stops before it, until SIGCONT.
- * The name * is any call but malloc. KORX_CALLS FILE: gets the name of every tapped call but
- * malloc, one a line. */
+ * KORX_FAULT "NAME NTH ERROR [+]": the nth call of that name, and with + all after it, fails with
+ * the errno value. If that is 0 it never happens: the process ends there. If it is -1 the process
+ * stops before it, until SIGCONT. The name * is any call but malloc. KORX_CALLS FILE: gets the name
+ * of every tapped call but malloc, one a line. */
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -44,6 +44,7 @@ int KorxTap(const char* name, const void* caller, size_t* bytes) {
     char wanted[32];
     unsigned nth = 0;
     int error = 0;
+    char onwards = ' ';
     (void) caller;
     (void) bytes;
     if (is_noting || strcmp(name, "malloc") == 0)
@@ -53,8 +54,9 @@ int KorxTap(const char* name, const void* caller, size_t* bytes) {
     is_noting = 0;
     errno = saved;
     const char* const fault = getenv("KORX_FAULT");
-    if (fault == NULL || sscanf(fault, "%31s %u %d", wanted, &nth, &error) != 3 ||
-        (strcmp(wanted, "*") != 0 && strcmp(wanted, name) != 0) || ++calls != nth)
+    if (fault == NULL || sscanf(fault, "%31s %u %d %c", wanted, &nth, &error, &onwards) < 3 ||
+        (strcmp(wanted, "*") != 0 && strcmp(wanted, name) != 0) ||
+        (++calls != nth && (onwards != '+' || calls < nth)))
         return 0;
     if (error == 0)
         _exit(99);

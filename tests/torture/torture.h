@@ -19,8 +19,10 @@ enum Excuse : unsigned {
     kSilent = 1 << 0,       // it may fail without a line
     kUntold = 1 << 1,       // it has no result for it, or answers 0 where only a line tells
     kLoses = 1 << 2,        // what it was about to replace or remove may be gone
-    kOwnRights = 1 << 4,    // where rights cannot be read, the new file is its owner's
     kShortCounts = 1 << 3,  // a short write counts as a whole one
+    kOwnRights = 1 << 4,    // where rights cannot be read, the new file is its owner's
+    kForgets = 1 << 5,      // where a log's length cannot be read, its older lines are gone
+    kAbandons = 1 << 6,     // an open log that cannot be examined may be somebody else's: it stays
 };
 
 struct Scenario {
@@ -33,6 +35,10 @@ struct Scenario {
     std::vector<std::string> swapped =
         {};  // names that must not be followed when they become links
 };
+
+// To this a call adds what it has read for its caller. Where it must not follow a name, nothing
+// from outside may be there.
+std::string& Returned();
 
 inline void PrintTo(const Scenario& scenario, std::ostream* out) {
     *out << scenario.name;

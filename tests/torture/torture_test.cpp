@@ -19,6 +19,7 @@ namespace {
 
 constexpr char kProfile[] = "[A]\nx=1\n\n[B]\ny=2\n";
 constexpr uint32_t kAll = KORX_ERR_ALL_BITS;
+constexpr uint32_t kWrong = 4711;  // no code of the library: the call has answered wrongly
 
 std::string Here() {
     const Untapped untapped;
@@ -34,6 +35,11 @@ void AFile() {
 void AProfile() {
     WriteFile("p", kProfile);
 }
+void AProtectedFile() {
+    AFile();
+    if (KORX_ProtectFile("f") != 0)
+        abort();
+}
 void ATree() {
     MakeDirs("d/sub/deep");
     for (const char* const name : {"d/f", "d/sub/f", "d/sub/deep/f"})
@@ -48,18 +54,57 @@ void Logs() {
     LOG_FileInit();
     KORX_PLogInit(0, "zelk", 0);
 }
+void ATextLog() {
+    ORX_LogInfo info = {};
+    info.uiLogMode = ORX_LOG_MODE_FILE;
+    info.uiMaxLogLen = 100000;
+    strcpy(info.acLogDir, Here().c_str());
+    strcpy(info.acLogFileName, "orx_app.log");
+    KORX_LogInit(&info);
+}
+void ATextLogBesideRecords() {
+    Logs();
+    if (KORX_OrxLogInit(1, "zelk") != 0)
+        abort();
+}
+void ADiagRecord() {
+    Logs();
+    if (KORX_DLog(1, 2, 1, 0, 0, "line") != 0)
+        abort();
+}
+// The archivers.
+void Programs() {
+    ATree();
+    MakeDirs("bin");
+    for (const char* const name : {"bin/zip", "bin/unzip"}) {
+        WriteFile(name, "#!/bin/sh\necho archive >\"${5:-d/f}\"\n");
+        if (chmod(name, 0755) != 0)
+            abort();
+    }
+    setenv("PATH", (Here() + "/bin:/usr/bin:/bin").c_str(), 1);
+}
 void ALink() {
     AFile();
     if (symlink("nowhere", "l") != 0)
         abort();
 }
+constexpr char kRecord[] = "[2026-11-24 12:00:00.000001][Index:0x1][AppCid:1][INFO][L:1 M:1][1]a\n";
+
 void AnUnreadLog() {
-    constexpr char kRecord[] =
-        "[2026-11-24 12:00:00.000001][Index:0x1][AppCid:1][INFO][L:1 M:1][1]a\n";
     int fd = -1;
     if (DLOG_CheckAndCreateFile((Here() + "/korx_safe.log").c_str(), &fd) != 0 ||
         SLOG_Buff2File(fd, kRecord, sizeof kRecord - 1, 4096) != 0 || close(fd) != 0)
         abort();
+}
+void ADamagedLog() {
+    AnUnreadLog();
+    WriteFile("korx_safe.log", ReadFile("korx_safe.log").replace(0, 4, "\xff\xff\xff\x7f"));
+}
+
+// The test's own descriptor, which is none of the calls that are made to fail.
+UniqueFd Own(const char* name, int flags) {
+    const Untapped untapped;
+    return UniqueFd(open(name, flags | O_CLOEXEC, 0640));
 }
 
 uint32_t Opened(int flags) {
@@ -67,23 +112,96 @@ uint32_t Opened(int flags) {
     return fd < 0 ? kFailed : uint32_t(ZUVA_CanonicalClose(fd) == 0 ? 0 : 2);
 }
 
-uint32_t Visit(const char*, const char*, uint32_t*, void*) {
+uint32_t ReadBytes() {
+    char bytes[] = "........";
+    const UniqueFd fd = Own("f", O_RDONLY);
+    const uint32_t got = ORXFS_Read(fd.get(), bytes, 8);
+    return got != 8 ? got : strcmp(bytes, "content\n") == 0 ? 0u : kWrong;
+}
+
+template <typename Length>
+uint32_t WriteBytes(int32_t (*write)(int, const void*, Length)) {
+    const UniqueFd fd = Own("to", O_WRONLY | O_TRUNC);
+    const int32_t written = write(fd.get(), "new", 3);
+    return written == 3 ? 0 : uint32_t(written);
+}
+
+uint32_t Visit(const char* path, const char*, uint32_t*, void*) {
+    Returned() += path;
     return 0;
 }
 
-uint32_t ReadUnread(bool acknowledges) {
+// The helpers of the logs that are plain files, of the rings and of the start log.
+uint32_t WriteByHelpers() {
+    int fd = -1;
+    uint32_t code = LOG_CheckAndCreateFile((Here() + "/zelk.log").c_str(), &fd);
+    if (code == 0)
+        code = LOG_Buff2File(fd, kRecord, sizeof kRecord - 1, 1000);
+    if (code == 0)
+        code = PLOG_Buff2File(fd, kRecord, sizeof kRecord - 1, 1000);
+    const UniqueFd closed(fd);
+    return code;
+}
+uint32_t WriteRingByHelpers() {
+    int fd = -1;
+    uint32_t code = DLOG_CheckAndCreateFile((Here() + "/KORX_DIAG_LOG").c_str(), &fd);
+    if (code == 0)
+        code = DLOG_Buff2File(fd, kRecord, sizeof kRecord - 1, 1000);
+    const UniqueFd closed(fd);
+    return code;
+}
+uint32_t WriteStartByHelpers() {
+    STLOG_HDR_S header;
+    uint32_t code = STLOG_CheckFileHandle();
+    if (code == 0)
+        code = STLOG_LogHdrGet(1, &header);
+    if (code == 0)
+        code = STLOG_LogHdrPut(&header);
+    return code == 0 ? STLOG_LogBuff2File(1, kRecord, sizeof kRecord - 1) : code;
+}
+
+enum class From { kPath, kDescriptor, kMemory };
+
+uint32_t ReadUnread(From from, bool acknowledges) {
+    constexpr char kName[] = "korx_safe.log";
     korx_reader* reader = nullptr;
     korx_reader_error error = {};
+    const UniqueFd fd = Own(kName, O_RDWR);
+    const std::string bytes = ReadFile(kName);
     korx_reader_code code =
-        korx_reader_open("korx_safe.log", KORX_LOG_SECURITY, nullptr, &reader, &error);
+        from == From::kPath ? korx_reader_open(kName, KORX_LOG_SECURITY, nullptr, &reader, &error)
+        : from == From::kDescriptor
+            ? korx_reader_open_fd(fd.get(), kName, KORX_LOG_SECURITY, nullptr, &reader, &error)
+            : korx_reader_open_memory(bytes.data(), bytes.size(), KORX_LOG_SECURITY, nullptr,
+                                      &reader, &error);
     korx_record record = {};
+    if (code == KORX_READER_OK && !acknowledges &&
+        (korx_reader_next(reader, &record) != 1 || *record.message != 'a'))
+        code = korx_reader_code(kWrong);
     if (code == KORX_READER_OK && acknowledges && korx_reader_next_unread(reader, &record) == 1)
         code = korx_reader_ack(reader, &error);
     korx_refreshed how;
-    if (code == KORX_READER_OK && !acknowledges)
+    if (code == KORX_READER_OK && !acknowledges && from == From::kPath)
         code = korx_reader_refresh(reader, &how, &error);
     korx_reader_close(reader);
     return code;
+}
+
+// Somebody looks after what earlier ones have kept.
+uint32_t Repair() {
+    {
+        const Untapped untapped;
+        WriteFile("kept", "");
+        (void) unlink("korx_safe.log.damaged.1");
+    }
+    const auto keep = [](void*, const korx_reader*, const korx_record* record) {
+        WriteFile("kept", ReadFile("kept") + (record != nullptr ? record->text : "end"));
+        return 0;
+    };
+    korx_reader_repaired repaired;
+    korx_reader_error error;
+    return korx_reader_repair("korx_safe.log", KORX_LOG_SECURITY, nullptr, keep, nullptr, &repaired,
+                              &error);
 }
 
 const Scenario kScenarios[] = {
@@ -111,6 +229,28 @@ const Scenario kScenarios[] = {
     {"DelFile", AFile, [] { return KORX_DelFile("f", 2); }, {ORXFS_ERR_REMOVE}, kNone, {}, {"f"}},
     {"IsDirEmpty", ATree, [] { return KORX_IsDirEmpty("d"); }, {ORXFS_ERR_DIR_OPEN, 1}, kSilent},
     {"RmWriteRight", AFile, [] { return KORX_RmWriteRight("f"); }, {kFailed}, kSilent},
+    {"GiveWriteRight", AFile, [] { return KORX_GiveWriteRight("f"); }, {kFailed}, kSilent},
+    {"IsForIoctl", AFile, [] { return KORX_IsForIoctl("f"); }, {kFailed, 0, 1}, kSilent},
+    {"IsFileProtected", AFile, [] { return KORX_IsFileProtected("f"); }, {1}, kSilent},
+    {"Protect", AFile, [] { return KORX_ProtectFile("f"); }, {kFailed}, kUntold},
+    {"Unprotect", AProtectedFile, [] { return KORX_UndoProtectFile("f"); }, {kFailed}, kUntold},
+    {"ProtectItself",
+     AFile,
+     [] { return ORXFS_ProtectFile("f", 1); },
+     {kFailed, ORXFS_ERR_NOT_EXIST},
+     kUntold,
+     {},
+     {"f"}},
+    {"UnprotectItself",
+     AProtectedFile,
+     [] { return ORXFS_UndoProtectFile("f", 1); },
+     {kFailed, ORXFS_ERR_NOT_EXIST},
+     kUntold | kSilent,
+     {},
+     {"f"}},
+    {"ReadBytes", AFile, ReadBytes, {kAll}, kSilent},
+    {"WriteBytes", TwoFiles, [] { return WriteBytes(KORX_Write); }, {kAll}, kSilent, {"to"}},
+    {"WriteText", TwoFiles, [] { return WriteBytes(ORX_Write); }, {kAll}, kSilent, {"to"}},
     {"CanonicalOpen", AFile, [] { return Opened(O_RDONLY); }, {kFailed, 2}, kSilent},
     {"Canonical",
      AFile,
@@ -177,6 +317,33 @@ const Scenario kScenarios[] = {
      {},
      kUntold,
      {"orx_spacefull.log"}},
+    {"SpaceFullLogInit",
+     Logs,
+     [] {
+         ORX_SpaceFullLogInit();
+         return 0u;
+     },
+     {},
+     kUntold | kLoses,
+     {"orx_spacefull.log"}},
+    {"AllSpace",
+     Logs,
+     [] {
+         ORX_GetAndSaveAllDfInfo();
+         WriteFile("orx_spacefull.log", "");  // what it found changes
+         return 0u;
+     },
+     {},
+     kUntold,
+     {"orx_spacefull.log"}},
+    {"Zip", Programs, [] { return ORX_ZipFile("d", "a.zip", 5); }, {kFailed}, kLoses, {"a.zip"}},
+    {"Unzip",
+     Programs,
+     [] { return ORX_UnZipFile("d/f", "new/d"); },
+     {kFailed},
+     kNone,
+     {"new", "new/d", "d/f"},
+     {"new"}},
     // Profiles
     {"GetValue",
      AProfile,
@@ -250,7 +417,48 @@ const Scenario kScenarios[] = {
      }},
     {"Execvp", Nothing, [] { return KORX_Execvp("true", " "); }, {kFailed, kAll}},
     {"Filtered", Nothing, [] { return KORX_SystemWithFilter("true %s", 1, "x"); }, {kFailed, kAll}},
+    {"LinkForPath",
+     ALink,
+     [] {
+         KORX_CreateLinkFileForPath("l", 2);
+         return 0u;
+     },
+     {},
+     kLoses | kUntold,
+     {},
+     {"l"}},
     // Logs
+    {"LogInit",
+     Nothing,
+     [] {
+         ATextLog();
+         return 0u;
+     },
+     {},
+     kShortCounts | kUntold,
+     {"orx_app.log"}},
+    {"OrxLogInit",
+     Logs,
+     [] { return KORX_OrxLogInit(1, "zelk"); },
+     {kFailed, 1},
+     kShortCounts | kUntold,
+     {"orx_app.log", "KORX_DIAG_LOG"}},
+    {"Log2File",
+     ATextLog,
+     [] {
+         ORX_Log2File(3, "line");
+         return 0u;
+     },
+     {},
+     kShortCounts | kUntold | kForgets},
+    {"Log2FileAndRecords",
+     ATextLogBesideRecords,
+     [] {
+         ORX_Log2File(3, "line");
+         return 0u;
+     },
+     {},
+     kShortCounts | kUntold | kForgets},
     {"CreateLogfile",
      Nothing,
      [] { return ORX_CreateLogfile(Here().c_str(), "orx_app.log"); },
@@ -293,15 +501,47 @@ const Scenario kScenarios[] = {
      {kAll, ORX_PLOG_ERR_LOCK, ORX_PLOG_ERR_SEEK, ORX_PLOG_ERR_CUT, ORX_PLOG_ERR_HEADER},
      kShortCounts | kUntold | kSilent,
      {"KORX_START_LOG"}},
+    {"SyncRecords", ADiagRecord, [] { return KORX_DLogFsync(); }, {kAll}, kSilent},
+    {"PlainHelpers", Logs, WriteByHelpers, {kAll}, kShortCounts | kUntold | kSilent, {"zelk.log"}},
+    {"RingHelpers",
+     Logs,
+     WriteRingByHelpers,
+     {kAll},
+     kShortCounts | kUntold | kSilent,
+     {"KORX_DIAG_LOG"}},
+    {"StartHelpers",
+     Logs,
+     WriteStartByHelpers,
+     {kAll, ORX_PLOG_ERR_SEEK, ORX_PLOG_ERR_CUT, ORX_PLOG_ERR_HEADER},
+     kShortCounts | kUntold | kSilent | kAbandons,
+     {"KORX_START_LOG"}},
     // The outside reader
     {"Read",
      AnUnreadLog,
-     [] { return ReadUnread(false); },
+     [] { return ReadUnread(From::kPath, false); },
      {KORX_READER_NO_MEMORY, KORX_READER_OPEN, KORX_READER_READ, KORX_READER_LOCKED},
      kSilent},
+    {"ReadOpened",
+     AnUnreadLog,
+     [] { return ReadUnread(From::kDescriptor, false); },
+     {KORX_READER_NO_MEMORY, KORX_READER_READ, KORX_READER_LOCKED},
+     kSilent},
+    {"ReadMemory",
+     AnUnreadLog,
+     [] { return ReadUnread(From::kMemory, false); },
+     {KORX_READER_NO_MEMORY},
+     kSilent},
+    {"Repair",
+     ADamagedLog,
+     Repair,
+     {KORX_READER_NO_MEMORY, KORX_READER_OPEN, KORX_READER_READ, KORX_READER_LOCKED,
+      KORX_READER_WRITE, KORX_READER_UNSURE},
+     kSilent | kOwnRights,
+     {"korx_safe.log.damaged.1", "kept"},
+     {"korx_safe.log.damaged.1"}},
     {"Acknowledge",
      AnUnreadLog,
-     [] { return ReadUnread(true); },
+     [] { return ReadUnread(From::kPath, true); },
      {KORX_READER_NO_MEMORY, KORX_READER_OPEN, KORX_READER_READ, KORX_READER_LOCKED,
       KORX_READER_CHANGED, KORX_READER_WRITE, KORX_READER_CURSOR, KORX_READER_UNSURE},
      kSilent | kLoses | kOwnRights,

@@ -36,8 +36,15 @@ Profile LoadProfile(const std::string& file) {
 
 Profile LoadWholeProfile(const std::string& file) {
     Profile profile = LoadProfile(file);
-    if (!profile)
-        RefuseUnloadable(file, ProfileText(file));
+    if (profile)
+        return profile;
+    const std::string text = ProfileText(file);
+    RefuseUnloadable(file, text);
+    // Without a section there is nothing to load. With one, it was not the file that was wrong, and
+    // nobody may be told that there is no such key.
+    for (const IniLine& line : SplitLines(text))
+        if (line.kind == IniLine::kSection)
+            throw Failure{kInput, file + ": loading failed"};
     return profile;
 }
 
