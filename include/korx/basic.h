@@ -1,4 +1,5 @@
-/* Everything korx_basic offers. */
+/** @file
+ * Everything korx_basic offers. */
 #ifndef KORX_BASIC_H
 #define KORX_BASIC_H
 
