@@ -22,8 +22,6 @@ foreach(name basic reader)
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()
 
-install(FILES man/korx_reader.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
-
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/korx_basic)
 install(EXPORT korx_basic-targets NAMESPACE korx:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/korx_basic-config.cmake.in
