@@ -4,8 +4,7 @@ option(KORX_DOCS "Build the reference and the guide's examples (needs Doxygen an
 
 file(GLOB format_pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*.5)
 install(FILES ${format_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
-install(FILES README.md CHANGELOG.md docs/guide.md docs/reliability.md
-    DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES CHANGELOG.md docs/guide.md docs/reliability.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY examples/guide DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 if(KORX_DOCS)

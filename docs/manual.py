@@ -12,7 +12,10 @@ import textwrap
 import xml.etree.ElementTree as ElementTree
 
 WIDTH = 78
+HEADERS = pathlib.Path(__file__).resolve().parent.parent / "include/korx"
 LIBRARIES = {"reader.h": "korx_reader"}
+# The pages of section 5 that a header's groups lead to.
+FORMATS = {"ini.h": "korx_profile", "log.h": "korx_log", "plog.h": "korx_log", "reader.h": "korx_log"}
 
 
 def escape(text):
@@ -80,6 +83,30 @@ def prose(member, *more):
     return Prose(member.find("briefdescription"), member.find("detaileddescription"), *more).text()
 
 
+def item(head, *elements):
+    """An entry of a list; its further paragraphs stay in it."""
+    text = Prose(*elements).text().replace("\n.P\n", "\n.IP\n")
+    return [".TP", head, text or "\\&"]
+
+
+def arguments(member):
+    """What each argument means, and the result."""
+    out = []
+    for parameter in member.iter("parameteritem"):
+        name = parameter.find("parameternamelist/parametername")
+        flow = {"out": ", out", "inout": ", in and out"}.get(name.get("direction"), "")
+        out += item(f".IR {quoted(name.text)} {quoted(flow)}" if flow else f".I {name.text}",
+                    parameter.find("parameterdescription"))
+    for result in member.iter("simplesect"):
+        if result.get("kind") == "return":
+            out += item(".B Returns", result)
+    return out
+
+
+def described(member):
+    return member.find("briefdescription"), member.find("detaileddescription")
+
+
 def plain(element):
     return " ".join("".join(element.itertext()).split()) if element is not None else ""
 
@@ -125,16 +152,7 @@ class Function:
         return ".BI " + " ".join(quoted(escape(part)) for part in row)
 
     def text(self):
-        out = [f".SS {self.name}", self.brief]
-        for item in self.member.iter("parameteritem"):
-            name = item.find("parameternamelist/parametername")
-            flow = {"out": ", out", "inout": ", in and out"}.get(name.get("direction"), "")
-            out += [".TP", f".IR {quoted(name.text)} {quoted(flow)}" if flow else f".I {name.text}",
-                    Prose(item.find("parameterdescription")).text()]
-        for result in self.member.iter("simplesect"):
-            if result.get("kind") == "return":
-                out += [".TP", ".B Returns", Prose(result).text()]
-        return "\n".join(out)
+        return "\n".join([f".SS {self.name}", self.brief, *arguments(self.member)])
 
 
 class Group:
@@ -150,6 +168,25 @@ class Group:
         self.others = [m for m in members if m.get("kind") != "function"]
         location = next(self.group.iter("location"))
         self.header = pathlib.PurePath(location.get("file")).name
+        self.nameless = self.nameless_structures(self.header)
+
+    @staticmethod
+    def nameless_structures(header):
+        """First and last line, and the member that they are the type of: to Doxygen, what is in one
+        is a member of the structure around it."""
+        text = (HEADERS / header).read_text()
+        return [(text.count("\n", 0, m.start()) + 1, text.count("\n", 0, m.end()) + 1, m[1])
+                for m in re.finditer(r"struct \{[^{}]*\} (\w+)\[", text)]
+
+    def place(self, member):
+        """Where a member is to stand, and by what name: those of nameless ones behind these."""
+        line_of = int(member.find("location").get("line"))
+        name = plain(member.find("name"))
+        for first, last, owner in self.nameless:
+            if first <= line_of <= last:
+                is_owner = name == owner
+                return (first, not is_owner, line_of), name if is_owner else f"{owner}[].{name}"
+        return (line_of, False, line_of), name
 
     def load(self, name):
         return ElementTree.parse(self.xml / f"{name}.xml").getroot().find("compounddef")
@@ -159,83 +196,76 @@ class Group:
 
     def structure(self, inner):
         struct = self.load(inner.get("refid"))
-        name = plain(inner)
-        if "::" in name or "@" in name:  # shown with the member that it is the type of
-            return []
-        return [f".SS struct {name}", prose(struct)] + self.fields(struct)
-
-    def fields(self, struct, prefix=""):
-        out = []
-        for member in struct.iter("memberdef"):
-            kind, name = plain(member.find("type")), plain(member.find("name"))
-            size = plain(member.find("argsstring"))
-            inner = member.find("type/ref")
-            if "@" in kind and inner is not None:
-                out += [".TP", f".B {prefix}{name}{size}", prose(member) or "\\&"]
-                out += self.fields(self.load(inner.get("refid")), f"{prefix}{name}[].")
-                continue
+        out = [f".SS struct {plain(inner)}", prose(struct)]
+        for member in sorted(struct.iter("memberdef"), key=lambda m: self.place(m)[0]):
+            kind = plain(member.find("type"))
+            kind = "struct" if "@" in kind else kind
+            name = self.place(member)[1] + plain(member.find("argsstring"))
             gap = "" if kind.endswith("*") else " "
-            out += [".TP", f".BI {quoted(escape(kind + gap))} {quoted(prefix + name)} {quoted(size)}"
-                    if size else f".BI {quoted(escape(kind + gap))} {quoted(prefix + name)}",
-                    prose(member)]
+            out += item(f".BI {quoted(escape(kind + gap))} {quoted(name)}", *described(member))
         return out
 
     def enumeration(self, member):
-        name = plain(member.find("name"))
-        out = [f".SS enum {name}" if name and "@" not in name else ".SS \"Numbers\"", prose(member)]
-        for value in member.findall("enumvalue"):
-            start = plain(value.find("initializer"))
-            out += [".TP", f".BR {plain(value.find('name'))} {quoted(' ' + escape(start))}",
-                    prose(value)]
+        """Under its name, or what the names of its values have in common."""
+        name, values = plain(member.find("name")), member.findall("enumvalue")
+        common = os.path.commonprefix([plain(value.find("name")) for value in values])
+        if len(values) > 1:
+            common = common[:common.rfind("_") + 1] + "..."
+        out = [f".SS enum {name}" if name and "@" not in name else f".SS {common}", prose(member)]
+        for value in values:
+            start = quoted(" " + escape(plain(value.find("initializer"))))
+            out += item(f".BR {plain(value.find('name'))} {start}", *described(value))
         return out
 
-    def macros(self, members):
-        out = []
-        for member in members:
-            value = plain(member.find("initializer"))
-            shown = re.fullmatch(r"\w+", value)
-            name = plain(member.find("name"))
-            out += [".TP", f".BR {name} {quoted(' = ' + value)}" if shown else f".B {name}",
-                    prose(member)]
-        return out
+    @staticmethod
+    def macro(member):
+        value, name = plain(member.find("initializer")), plain(member.find("name"))
+        is_number = re.fullmatch(r"\w+", value)
+        return item(f".BR {name} {quoted(' = ' + value)}" if is_number else f".B {name}",
+                    *described(member))
 
-    def variable(self, member):
+    @staticmethod
+    def variable(member):
         kind = plain(member.find("type")).removeprefix("KORX_API ").removeprefix("extern ")
-        text = f"{kind}{'' if kind.endswith('*') else ' '}"
+        gap = "" if kind.endswith("*") else " "
         name = plain(member.find("name")) + plain(member.find("argsstring"))
-        return [".TP", f".BI {quoted(escape(text))} {quoted(name)}", prose(member)]
+        return item(f".BI {quoted(escape(kind + gap))} {quoted(name)}", *described(member))
+
+    @staticmethod
+    def alias(member):
+        if not prose(member):
+            return []
+        text = plain(member.find("definition")) + ";"
+        text = re.sub(r" ?\(\* (\w+)\) \(", r" (*\1)(", text).replace(",...", ", ...")
+        return [f".SS {plain(member.find('name'))}", f".B {quoted(escape(text))}", ".P",
+                prose(member), *arguments(member)]
 
     def of_kind(self, kind):
         return [m for m in self.others if m.get("kind") == kind]
 
+    def rows(self, kind, make):
+        return [row for member in self.of_kind(kind) for row in make(member)]
+
     def types(self):
-        out = []
-        for inner in self.group.findall("innerclass"):
-            out += self.structure(inner)
-        for member in self.of_kind("enum"):
-            out += self.enumeration(member)
-        for member in self.of_kind("typedef"):
-            if prose(member):
-                out += [f".SS {plain(member.find('name'))}", ".nf",
-                        line(escape(plain(member.find("definition")))) + ";", ".fi", ".P",
-                        prose(member)]
-                out += Function(member).text().split("\n")[2:] if member.find("param") else []
-        return out
+        structures = [row for inner in self.group.findall("innerclass")
+                      for row in self.structure(inner)]
+        return (structures + self.rows("enum", self.enumeration)
+                + self.rows("typedef", self.alias))
 
     def sections(self):
-        constants = self.macros(self.of_kind("define"))
-        variables = [row for m in self.of_kind("variable") for row in self.variable(m)]
-        functions = [f.text() for f in self.functions]
-        notes = list(self.group.iter("description"))
-        yield "DESCRIPTION", [prose(self.group, *notes)]
-        for title, rows in (("FUNCTIONS", functions), ("TYPES", self.types()),
-                            ("CONSTANTS", constants), ("VARIABLES", variables)):
-            if rows:
-                yield title, rows
+        yield "DESCRIPTION", [prose(self.group)]
+        for part in self.group.findall("sectiondef"):
+            if part.find("description") is not None:
+                yield None, [f".SS {plain(part.find('header'))}", Prose(part.find("description")).text()]
+        yield "FUNCTIONS", [function.text() for function in self.functions]
+        yield "TYPES", self.types()
+        yield "CONSTANTS", self.rows("define", self.macro)
+        yield "VARIABLES", self.rows("variable", self.variable)
 
     def related(self, groups):
         """The groups of the same header, and the conventions of all."""
-        return [g.name for g in groups if g.header in (self.header, "common.h")]
+        near = (self.header, "common.h")
+        return [g.name for g in groups if g.header in near or self.header == "common.h"]
 
     def page(self, version, date, others):
         library = LIBRARIES.get(self.header, "korx_basic")
@@ -248,8 +278,9 @@ class Group:
                ".SH LIBRARY", f"lib{library}, \\fB\\-l{library}\\fP",
                ".SH SYNOPSIS", *synopsis, ".fi"]
         for title, rows in self.sections():
-            out += [f".SH {title}", *rows]
+            out += ([f".SH {title}"] if title and rows else []) + rows
         see = [f".BR {name} (3)" for name in others if name != self.name]
+        see += [f".BR {FORMATS[self.header]} (5)"] if self.header in FORMATS else []
         out += [".SH SEE ALSO", ",\n".join(see)]
         return "\n".join(row for row in out if row) + "\n"
 

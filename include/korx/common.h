@@ -5,7 +5,7 @@
 
 #include <stdint.h>
 
-/** @defgroup korx_common Conventions of the library
+/** @defgroup korx_basic What all parts of the library share
  *
  * Linkage, visibility and the result codes.
  *
