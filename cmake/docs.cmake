@@ -20,7 +20,7 @@ if(KORX_DOCS)
         COMMAND Python3::Interpreter docs/manual.py
             ${reference}/xml ${PROJECT_VERSION} ${reference}/man3
         COMMAND ${CMAKE_COMMAND} -E touch ${reference}/made
-        DEPENDS ${public_headers} docs/Doxyfile docs/manual.py
+        DEPENDS ${public_headers} docs/Doxyfile docs/mainpage.dox docs/manual.py
         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
         COMMENT "Making the reference" VERBATIM)
     add_custom_target(reference ALL DEPENDS ${reference}/made)

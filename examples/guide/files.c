@@ -10,6 +10,7 @@ int main(int argc, char** argv) {
 
     if (argc != 2 || KORX_OrxLogInit(80101, "zelk") != KORX_OK)
         return 1;
+    LOG_FileInit();
 
     /* The lengths are there for old callers: nobody looks at them. */
     result = KORXFS_CopyFile(argv[1], 0, file, ORXFS_OVERWRITE, 0);

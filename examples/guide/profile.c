@@ -11,8 +11,8 @@ int main(void) {
 
     if (KORX_OrxLogInit(80101, "zelk") != KORX_OK)
         return 1;
-    if (KORX_CreateFile(STATE) !=
-        KORX_OK) /* changes want a file; one that is there stays as it is */
+    LOG_FileInit(); /* or what goes wrong below would be told in the system log only */
+    if (KORX_CreateFile(STATE) != KORX_OK) /* a change wants a file; an old one stays */
         return 1;
 
     /* A missing key is "" with result 0, and so is a file that cannot be opened. An empty file is

@@ -7,7 +7,7 @@ int main(void) {
     if (KORX_OrxLogInit(80101, "zelk") != KORX_OK)
         return 1;
     LOG_FileInit();
-    ORX_Log2File(KORX_LEVEL_INFO, "about to report");
+    ORX_Log2File(KORX_LEVEL_INFO, "up"); /* makes the log directory; rings do not */
 
     result =
         KORX_SecurityEventLog(7, 0x2001, KORX_LEVEL_WARNING, 0, 13, "login of %s refused", "eve");

@@ -10,7 +10,7 @@ int main(void) {
     korx_reader* reader;
     korx_reader_error error;
     korx_record record;
-    korx_reader_code code;
+    int is_done;
 
     if (KORX_GetLogPath(directory, sizeof directory) != KORX_OK)
         return 1;
@@ -23,7 +23,7 @@ int main(void) {
         printf("%.*s\n", (int) record.length, record.text);
 
     /* Not delivered, not acknowledged: the events are handed out again the next time. */
-    code = fflush(stdout) == 0 ? korx_reader_ack(reader, &error) : KORX_READER_REFUSED;
+    is_done = fflush(stdout) == 0 && korx_reader_ack(reader, &error) == KORX_READER_OK;
     korx_reader_close(reader);
-    return code == KORX_READER_OK ? 0 : 1;
+    return is_done ? 0 : 1;
 }

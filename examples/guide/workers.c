@@ -18,6 +18,7 @@ int main(void) {
     if (KORX_OrxLogInit(80101, "zelk") != KORX_OK) /* set-up first, then threads */
         return 1;
     LOG_FileInit();
+    ORX_Log2File(KORX_LEVEL_INFO, "at work"); /* makes the log directory; rings do not */
 
     for (int i = 0; i < 2; ++i) {
         if (pthread_create(&threads[i], NULL, work, names[i]) != 0)
