@@ -109,8 +109,7 @@ void JudgeOrder(const std::string& path, const Run& run, const Content& content)
         const uint32_t ended = found.name.call().ended;
         const bool falls_here = ended != 0 && ended < newest_begun;
         falls += falls_here;
-        newest_begun =
-            falls_here ? 0 : std::max<uint32_t>(newest_begun, found.name.call().begun);
+        newest_begun = falls_here ? 0 : std::max<uint32_t>(newest_begun, found.name.call().begun);
     }
     if (falls > 1)
         Complain("%s: its records' order is none of a ring", path.c_str());
