@@ -155,7 +155,8 @@ void JudgeWindow(unsigned log, const std::set<unsigned>& writers) {
     JudgeCompleteness(window, writers);
     std::error_code ignored;
     if (g_shared->errors != errors)
-        std::filesystem::copy_file(window.path, std::string("../wrong-") + FileOf(log),
+        std::filesystem::copy_file(window.path,
+                                   std::string(g_shared->kept) + "/wrong-" + FileOf(log),
                                    std::filesystem::copy_options::overwrite_existing, ignored);
 }
 

@@ -86,12 +86,13 @@ Content ContentOf(const std::string& path) {
     return content;
 }
 
-// What the run has found there stays until the run, from the beginning on, has got to it.
+// What the run has found there stays until the run has got to it: from the beginning on, once the
+// file has reached its limit, to which its first lap's end has cut or filled it.
 void JudgeFormer(const std::string& path, const Run& run, const Content& content) {
     const size_t end = run.before.empty() ? 0 : run.before.back().end;
     size_t reached = 0;
     for (const Found& found : content.records)
-        if (run.wrote(found) && found.begin < end)
+        if (run.wrote(found) && found.begin < end && content.size >= kRingLimit)
             reached = std::max(reached, found.end);
     for (const Found& former : run.before)
         if (former.begin >= reached && !former.is_near_limit() && !content.has(former))

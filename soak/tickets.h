@@ -35,7 +35,7 @@ enum class Round { kCalm, kKills, kRemovals };
 
 struct Shared {
     Round round;
-    unsigned seed;
+    char kept[64];  // the directory for logs that were wrong
     std::atomic<bool> stops;
     std::atomic<uint32_t> tickets;
     std::atomic<uint32_t> disturbed;           // the ticket behind the last removal
