@@ -94,7 +94,7 @@ void KillOne(std::vector<pid_t>* writers, Random* random) {
     kill(writer, SIGKILL);
     Await(writer, true);
     const unsigned seed = (*random)();
-    JudgeProcessLogs();
+    JudgePlaces();
     NoteStart(process);
     writer = Start([=] { RunWriter(process, seed); });
 }

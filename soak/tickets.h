@@ -75,7 +75,7 @@ void TakeRest();
 // What stands in the logs now; what has been taken in the round.
 void JudgeWindows();
 void JudgeTaken();
-void JudgeProcessLogs();
+void JudgePlaces();
 // A process is about to be started, for the first time or anew.
 void NoteStart(unsigned process);
 
