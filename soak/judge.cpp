@@ -123,7 +123,7 @@ class Cut {
 
 // All whose calls lie between the oldest record's and the opening are there, unless somebody has
 // taken the file away since.
-void JudgeCompleteness(const Window& window, const std::set<unsigned>& writers) {
+void JudgeCompleteness(const Window& window) {
     uint32_t oldest = UINT32_MAX;
     std::set<std::pair<unsigned, unsigned>> found;
     for (const Name& name : window.records) {
@@ -133,7 +133,7 @@ void JudgeCompleteness(const Window& window, const std::set<unsigned>& writers) 
     }
     const uint32_t since = std::max<uint32_t>(oldest, g_shared->disturbed);
     Cut cut(window);
-    for (const unsigned writer : writers) {
+    for (unsigned writer = 0; writer < kWriters; ++writer) {
         const unsigned drawn = std::min<unsigned>(g_shared->drawn[window.log][writer], kMostCalls);
         for (unsigned number = 0; number < drawn; ++number) {
             const Name name{window.log, writer, number};
@@ -145,27 +145,18 @@ void JudgeCompleteness(const Window& window, const std::set<unsigned>& writers) 
     }
 }
 
-void JudgeWindow(unsigned log, const std::set<unsigned>& writers) {
+void JudgeWindow(unsigned log) {
     Window window{log, std::string("../log/") + FileOf(log), 0, {}, "", 0, 0, UINT32_MAX};
     if (!ReadWindow(&window))
         return;
-    std::erase_if(window.records, [&](const Name& name) { return !writers.contains(name.writer); });
     const unsigned errors = g_shared->errors;
     JudgeOrder(window);
-    JudgeCompleteness(window, writers);
+    JudgeCompleteness(window);
     std::error_code ignored;
     if (g_shared->errors != errors)
-        std::filesystem::copy_file(window.path, std::string("../wrong-") + FileOf(log),
+        std::filesystem::copy_file(window.path,
+                                   std::string(g_shared->kept) + "/wrong-" + FileOf(log),
                                    std::filesystem::copy_options::overwrite_existing, ignored);
-}
-
-// All, or those of a section of the start log.
-std::set<unsigned> WritersOf(unsigned section = kThreads) {
-    std::set<unsigned> writers;
-    for (unsigned writer = 0; writer < kWriters; ++writer)
-        if (section == kThreads || writer % kSlots % kThreads == section)
-            writers.insert(writer);
-    return writers;
 }
 
 std::string_view Between(std::string_view text, std::string_view begin, std::string_view end) {
@@ -178,7 +169,8 @@ std::string_view Between(std::string_view text, std::string_view begin, std::str
 
 using Taken = std::map<std::pair<unsigned, unsigned>, std::vector<std::string>>;
 
-// A line without its end is one that the command was killed in; its ids begin with the board.
+// A line without its end is one that the command was killed in; its ids begin with the board. Where
+// it says that records are missing they are counted below.
 void ReadTaken(Taken (&taken)[kLogs]) {
     for (const char* file : {"taken.reader", "taken.command"}) {
         std::ifstream lines(file);
@@ -191,7 +183,7 @@ void ReadTaken(Taken (&taken)[kLogs]) {
             if (ParseMessage(message, &name) && !id.empty())
                 taken[name.log][{name.writer, name.number}].emplace_back(
                     id.substr(id.find(name.log == kSecurity ? "security:" : "life:")));
-            else if (g_shared->round != Round::kKills)
+            else if (g_shared->round != Round::kKills && line.find("\"gap\":true") == line.npos)
                 Complain("%s: torn: %s", file, line.c_str());
         }
     }
@@ -213,12 +205,9 @@ unsigned JudgeTakenRecord(const Name& name, const std::vector<std::string>& ids)
 }  // namespace
 
 void JudgeWindows() {
-    const std::set<unsigned> all = WritersOf();
     for (const unsigned log : {kText, kDiag, kSecurity, kLife})
-        JudgeWindow(log, all);
-    for (unsigned section = 0; section < kThreads; ++section)
-        JudgeWindow(kStart, WritersOf(section));
-    JudgeProcessLogs();
+        JudgeWindow(log);
+    JudgePlaces();
 }
 
 void JudgeTaken() {

@@ -35,7 +35,7 @@ enum class Round { kCalm, kKills, kRemovals };
 
 struct Shared {
     Round round;
-    unsigned seed;
+    char kept[64];  // the directory for logs that were wrong
     std::atomic<bool> stops;
     std::atomic<uint32_t> tickets;
     std::atomic<uint32_t> disturbed;           // the ticket behind the last removal
@@ -75,7 +75,7 @@ void TakeRest();
 // What stands in the logs now; what has been taken in the round.
 void JudgeWindows();
 void JudgeTaken();
-void JudgeProcessLogs();
+void JudgePlaces();
 // A process is about to be started, for the first time or anew.
 void NoteStart(unsigned process);
 

@@ -32,6 +32,8 @@ namespace {
 
 using Random = std::minstd_rand;
 
+constexpr unsigned kPatience = 20;  // in seconds; less than the soak has
+
 void SetUp(unsigned process) {
     ORX_LogInfo info = {};
     info.uiLogMode = ORX_LOG_MODE_FILE;
@@ -87,12 +89,17 @@ void WriteOne(unsigned log, unsigned writer) {
 void WriteInChild(unsigned process) {
     const pid_t child = fork();
     if (child == 0) {
+        signal(SIGALRM, SIG_DFL);
+        alarm(kPatience);
         for (unsigned log = 0; log < kProcess; ++log)
             WriteOne(log, process * kSlots + kThreads);
         _exit(0);
     }
-    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR)
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
         continue;
+    if (status != 0)
+        Complain("a forked child has ended with status %x", status);
 }
 
 void RunThread(unsigned process, unsigned thread, unsigned seed) {

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <iterator>
 #include <utility>
 
 namespace korx {
@@ -10,36 +11,42 @@ namespace {
 constinit pthread_mutex_t list_mutex = PTHREAD_MUTEX_INITIALIZER;
 constinit bool has_handler = false;
 constinit std::atomic<ForkMutex*> first = nullptr;
-constinit pthread_mutex_t time_mutex = PTHREAD_MUTEX_INITIALIZER;
+constinit pthread_mutex_t libc_mutexes[] = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER};
 
-constinit thread_local bool holds_time = false;
+constinit thread_local bool holds_libc[std::size(libc_mutexes)] = {};
 constexpr int kTries = 100;
 constexpr useconds_t kPauseUs = 1000;
 
-// Nobody is in there for longer than it takes to read the rules of a zone, unless a signal has
-// interrupted him and its handler forks: so this gives up.
-void AwaitTime() {
-    for (int i = 0; i < kTries && !holds_time; ++i) {
-        holds_time = pthread_mutex_trylock(&time_mutex) == 0;
-        if (!holds_time)
-            (void) usleep(kPauseUs);
+// Nobody is in there for longer than it takes to read the rules of a zone or to send a line, unless
+// nobody reads the lines, or a signal has interrupted him and its handler forks: so this gives up.
+void AwaitLibc() {
+    for (size_t i = 0; i < std::size(libc_mutexes); ++i) {
+        for (int tries = 0; tries < kTries && !holds_libc[i]; ++tries) {
+            holds_libc[i] = pthread_mutex_trylock(&libc_mutexes[i]) == 0;
+            if (!holds_libc[i])
+                (void) usleep(kPauseUs);
+        }
     }
 }
 
-void ReleaseTime() {
-    if (std::exchange(holds_time, false))
-        (void) pthread_mutex_unlock(&time_mutex);
+void ReleaseLibc() {
+    for (size_t i = 0; i < std::size(libc_mutexes); ++i) {
+        if (std::exchange(holds_libc[i], false))
+            (void) pthread_mutex_unlock(&libc_mutexes[i]);
+    }
 }
 
 }  // namespace
 
-constinit ForkMutex libc_time_mutex(&time_mutex);
+constinit ForkMutex libc_time_mutex(&libc_mutexes[0]);
+constinit ForkMutex libc_syslog_mutex(&libc_mutexes[1]);
 constinit std::atomic<bool> ClosedInChild::marks_[kMostFiles] = {};
 
 // Runs in the child, whose only thread is the one that forked.
 void RenewMutexesInChild() {
-    holds_time = false;
-    time_mutex = list_mutex = PTHREAD_MUTEX_INITIALIZER;
+    list_mutex = PTHREAD_MUTEX_INITIALIZER;
+    for (bool& held : holds_libc)
+        held = false;
     for (ForkMutex* mutex = first.load(std::memory_order_acquire); mutex != nullptr;
          mutex = mutex->next_)
         *mutex->mutex_ = PTHREAD_MUTEX_INITIALIZER;
@@ -54,7 +61,7 @@ void RenewMutexesInChild() {
 void ForkMutex::make_known() {
     (void) pthread_mutex_lock(&list_mutex);
     if (!has_handler)
-        has_handler = pthread_atfork(AwaitTime, ReleaseTime, RenewMutexesInChild) == 0;
+        has_handler = pthread_atfork(AwaitLibc, ReleaseLibc, RenewMutexesInChild) == 0;
     if (!known_.load(std::memory_order_relaxed)) {
         next_ = first.load(std::memory_order_relaxed);
         first.store(this, std::memory_order_release);

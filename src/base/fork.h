@@ -4,10 +4,10 @@
 // child will ever release it, and the child's first log line would wait for ever. So every mutex of
 // the library is known to the fork handlers, and the child's makes them all new.
 //
-// libc has such a lock, too, and does not make it new: that of its time zone. Nothing but the fork
-// itself can keep out of it, so the library enters it under a mutex that a fork waits for. (It does
-// not wait for the logs' own: behind a thread that waits for another process's file lock it would
-// stand as long as that one likes.)
+// libc has such locks, too, and does not make them new: that of its time zone and that of syslog.
+// Nothing but the fork itself can keep out of them, so the library enters each under a mutex that a
+// fork waits for. (It does not wait for the logs' own: behind a thread that waits for another
+// process's file lock it would stand as long as that one likes.)
 #pragma once
 
 #include <pthread.h>
@@ -39,7 +39,8 @@ class ForkMutex {
     ForkMutex* next_ = nullptr;
 };
 
-extern ForkMutex libc_time_mutex;  // around tzset and localtime_r
+extern ForkMutex libc_time_mutex;    // around tzset and localtime_r
+extern ForkMutex libc_syslog_mutex;  // around vsyslog
 
 // A descriptor that a forked child closes at once: the lock on its open file is shared with the
 // child. Where the parent is killed before it unlocks, a child that lives on would keep everybody

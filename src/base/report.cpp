@@ -29,6 +29,8 @@ void Report(int priority, AfterReport after, const char* format, va_list args) {
         if (held->keep(priority, after, format, again.list))
             return;
     }
+    const Uncancelled uncancelled;
+    const MutexGuard no_fork_meanwhile(libc_syslog_mutex);
     vsyslog(priority, format, args);
     Finish(after);
 }

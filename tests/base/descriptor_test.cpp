@@ -92,20 +92,22 @@ TEST_F(Lock, FlockIsNotInheritedByAChild) {
     EXPECT_LT(flock(other.get(), LOCK_EX | LOCK_NB), 0);
 }
 
-// libc's lock is copied as it is, so a fork comes before or after its use.
-TEST_F(Lock, AForkWaitsForWhoeverUsesTheTimeZone) {
-    std::atomic<int> state = 0;
-    std::thread user([&] {
-        const MutexGuard guard(libc_time_mutex);
-        state = 1;
-        usleep(50000);
-        state = 2;
-    });
-    while (state == 0)
-        usleep(100);
-    EXPECT_EQ(RunChild([&] { return state == 2 ? MutexGuard(libc_time_mutex).error() : 1; }), 0);
-    user.join();
-    EXPECT_EQ(MutexGuard(libc_time_mutex).release(), 0) << "the parent has let go";
+// libc's locks are copied as they are, so a fork comes before or after their use.
+TEST_F(Lock, AForkWaitsForWhoeverIsInsideLibc) {
+    for (ForkMutex* const mutex : {&libc_time_mutex, &libc_syslog_mutex}) {
+        std::atomic<int> state = 0;
+        std::thread user([&] {
+            const MutexGuard guard(*mutex);
+            state = 1;
+            usleep(50000);
+            state = 2;
+        });
+        while (state == 0)
+            usleep(100);
+        EXPECT_EQ(RunChild([&] { return state == 2 ? MutexGuard(*mutex).error() : 1; }), 0);
+        user.join();
+        EXPECT_EQ(MutexGuard(*mutex).release(), 0) << "the parent has let go";
+    }
 }
 
 struct WriteAllTest : RoomTest {
