@@ -1,7 +1,6 @@
 // What others may do to a profile's files while a change waits for their locks.
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
@@ -11,33 +10,12 @@
 #include "ini/ini_room.h"
 #include "korx/fs.h"
 #include "korx/ini.h"
+#include "support/processes.h"
 
 namespace korx::test {
 namespace {
 
-using Action = std::function<void()>;
 using Change = std::function<uint32_t()>;
-
-// Until another process waits for the lock of the file.
-void AwaitWaiter(const char* file) {
-    struct stat st;
-    ASSERT_EQ(stat(file, &st), 0);
-    const std::string inode = ":" + std::to_string(st.st_ino) + " ";
-    for (;;) {
-        const std::string locks = ReadFile("/proc/locks");
-        for (size_t at = locks.find("->"); at != std::string::npos; at = locks.find("->", at + 1)) {
-            if (locks.substr(at, locks.find('\n', at) - at).find(inode) != std::string::npos)
-                return;
-        }
-        usleep(1000);
-    }
-}
-
-UniqueFd Locked(const char* file) {
-    UniqueFd fd(open(file, O_RDWR | O_CREAT | O_CLOEXEC, 0640));
-    EXPECT_EQ(KORX_LockFile(fd.get()), 0u);
-    return fd;
-}
 
 struct SharedProfile : RoomTest {
     SharedProfile() {
@@ -45,33 +23,10 @@ struct SharedProfile : RoomTest {
         (void) alarm(60);  // instead of a hang
     }
 
-    // Runs a change while another process holds the lock of the file. When the change waits for it,
-    // that one does something, gives the lock back, and does something more.
     static uint32_t run_behind(
-        const char* file, const Action& first, const Change& change, const Action& then = [] {}) {
-        int ready[2];
-        EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
-        const pid_t holder = fork();
-        if (holder == 0) {
-            (void) alarm(30);
-            UniqueFd fd = Locked(file);
-            if (write(ready[1], "x", 1) != 1)
-                _exit(1);
-            AwaitWaiter(file);
-            first();
-            fd.reset();
-            then();
-            _exit(::testing::Test::HasFailure() ? 1 : 0);
-        }
-        char byte;
-        EXPECT_EQ(read(ready[0], &byte, 1), 1);
-        const uint32_t result = change();
-        int status = 0;
-        EXPECT_EQ(waitpid(holder, &status, 0), holder);
-        EXPECT_EQ(status, 0) << "the other process waited in vain";
-        close(ready[0]);
-        close(ready[1]);
-        return result;
+        const char* file, const BehindLock::Act& first, const Change& change,
+        const BehindLock::Act& then = [](const BehindLock&) {}) {
+        return BehindLock(file, Lock::kRecord, change, first, then).finish();
     }
 
     static void replace(const std::string& content) {
@@ -97,7 +52,7 @@ struct SharedProfileSetter : SharedProfile, ::testing::WithParamInterface<Setter
 
 TEST_P(SharedProfileSetter, AReplacedProfileIsChangedAndNotOverwritten) {
     EXPECT_EQ(run_behind(
-                  "p", [] { replace("[A]\nx=2\ny=2\n"); }, [] { return set("3"); }),
+                  "p", [](auto&) { replace("[A]\nx=2\ny=2\n"); }, [] { return set("3"); }),
               0u);
     EXPECT_EQ(ReadFile("p"), "[A]\nx=3\ny=2\n");
     EXPECT_EQ(ReadFile("p-"), "[A]\nx=2\ny=2\n");
@@ -108,13 +63,13 @@ TEST_P(SharedProfileSetter, AReplacedLockFileIsWaitedForAgain) {
     UniqueFd next;
     EXPECT_EQ(run_behind(
                   "p.lock",
-                  [&] {
+                  [&](auto&) {
                       unlink("p.lock");
-                      next = Locked("p.lock");
+                      next = HoldLock("p.lock");
                   },
                   [] { return set("3"); },
-                  [&] {
-                      AwaitWaiter("p.lock");
+                  [&](auto& behind) {
+                      behind.await_waiter("p.lock");
                       replace("[A]\nx=2\ny=2\n");
                       next.reset();
                   }),
@@ -129,15 +84,15 @@ TEST_P(SharedProfileSetter, ADirectoryLinkThatMovesTakesTheChangeAlong) {
     WriteFile("b/p", "[A]\nx=1\nin=b\n");
     ASSERT_EQ(symlink("a", "d"), 0);
     UniqueFd lock_there;
-    const Action move = [&] {
-        lock_there = Locked("b/p.lock");
+    const auto move = [&](auto&) {
+        lock_there = HoldLock("b/p.lock");
         ASSERT_EQ(symlink("b", "e"), 0);
         ASSERT_EQ(rename("e", "d"), 0);
     };
     EXPECT_EQ(run_behind(
                   "a/p.lock", move, [] { return set("2", "./d/p"); },
-                  [&] {
-                      AwaitWaiter("b/p.lock");
+                  [&](auto& behind) {
+                      behind.await_waiter("b/p.lock");
                       lock_there.reset();
                   }),
               0u);
@@ -179,12 +134,12 @@ TEST_F(SharedProfileSave, AnotherSaversVersionIsLeftAlone) {
     KORX_IniSection section = {"[S]", nullptr, nullptr};
     EXPECT_EQ(run_behind(
                   "p",
-                  [] {
+                  [](auto&) {
                       unlink("p+");
                       WriteFile("p+", "half");
                   },
                   [&] { return KORX_IniSaveFile("./p", &section); },
-                  [] {
+                  [](auto&) {
                       usleep(300000);
                       EXPECT_EQ(ReadFile("p+"), "half");
                       unlink("p+");

@@ -2,7 +2,6 @@
 // close their descriptors, fork, cancel threads or let nobody read the system log.
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -66,53 +65,23 @@ struct SharedFile : RoomTest, ::testing::WithParamInterface<Row> {
     bool holds(const std::string& text) const { return log().find(text) != std::string::npos; }
     void write(const char* text) const { EXPECT_EQ(GetParam().write(text), 0u) << text; }
 
-    // Another process that holds the log's lock, and does something before it lets go of it.
-    struct Holder {
-        Holder(const SharedFile& test, const std::function<void()>& before_release) {
-            EXPECT_EQ(pipe2(ready_, O_CLOEXEC), 0);
-            EXPECT_EQ(pipe2(go_, O_CLOEXEC), 0);
-            child_ = fork();
-            if (child_ != 0) {
-                char byte;
-                EXPECT_EQ(read(ready_[0], &byte, 1), 1);
-                return;
-            }
-            const UniqueFd fd(open(test.file(), O_RDWR | O_CLOEXEC));
-            const bool locked = test.is_text() ? flock(fd.get(), LOCK_EX) == 0
-                                               : DBG_LockReg(fd.get(), DBG_LOCK_SET_WAIT,
-                                                             DBG_LOCK_WRITE, 0, 0, 0) == 0;
-            char byte = 0;
-            if (!locked || ::write(ready_[1], &byte, 1) != 1 || read(go_[0], &byte, 1) != 1)
-                _exit(1);
-            before_release();
-            _exit(0);
-        }
-        ~Holder() {
-            int status = 0;
-            EXPECT_EQ(waitpid(child_, &status, 0), child_);
-            EXPECT_EQ(status, 0);
-            for (const int fd : {ready_[0], ready_[1], go_[0], go_[1]})
-                close(fd);
-        }
-        void let_go() const { EXPECT_EQ(::write(go_[1], "x", 1), 1); }
-
-      private:
-        int ready_[2];
-        int go_[2];
-        pid_t child_;
+    // A line that waits because another process holds the log's lock.
+    struct WaitingLine : BehindLock {
+        explicit WaitingLine(
+            const SharedFile& test, const Act& before_release = [](const BehindLock&) {})
+            : BehindLock(
+                  test.file(), test.is_text() ? Lock::kWhole : Lock::kRecord,
+                  [] { return GetParam().write("two\n"); }, before_release) {}
     };
 };
 
 TEST_P(SharedFile, AReplacedFileGetsTheLineOfWhoeverWaitedForItsLock) {
     write("one\n");
-    const Holder holder(*this, [&] {
+    WaitingLine two(*this, [&](const BehindLock&) {
         unlink(file());
         close(open(file(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
     });
-    std::thread writer([&] { write("two\n"); });
-    AwaitLockWaiter(file());
-    holder.let_go();
-    writer.join();
+    EXPECT_EQ(two.finish(), 0u);
     EXPECT_TRUE(holds("two\n"));
     write("three\n");
     EXPECT_TRUE(holds("two\n") && holds("three\n"));
@@ -167,16 +136,13 @@ TEST_P(SharedFile, AFifoIsNoLog) {
 
 TEST_P(SharedFile, AForkedChildLogsThoughAnotherThreadWasLogging) {
     write("one\n");
-    const Holder holder(*this, [] {});
-    std::thread writer([&] { write("two\n"); });
-    AwaitLockWaiter(file());
+    WaitingLine two(*this);
     const pid_t child = fork();
     if (child == 0) {
         (void) alarm(60);
         _exit(GetParam().write("three\n") == 0 ? 0 : 1);
     }
-    holder.let_go();
-    writer.join();
+    EXPECT_EQ(two.finish(), 0u);
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
@@ -185,12 +151,9 @@ TEST_P(SharedFile, AForkedChildLogsThoughAnotherThreadWasLogging) {
 
 TEST_P(SharedFile, ACancelledThreadLeavesNothingLocked) {
     write("one\n");
-    const Holder holder(*this, [] {});
-    std::thread writer([&] { write("two\n"); });
-    AwaitLockWaiter(file());
-    EXPECT_EQ(pthread_cancel(writer.native_handle()), 0);
-    holder.let_go();
-    writer.join();
+    WaitingLine two(*this);
+    EXPECT_EQ(pthread_cancel(two.caller().native_handle()), 0);
+    EXPECT_EQ(two.finish(), 0u);
     write("three\n");
     EXPECT_TRUE(holds("two\n") && holds("three\n"));
 }

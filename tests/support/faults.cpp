@@ -78,8 +78,10 @@ bool Fault::Decide(const char* name, const void* caller, size_t* bytes) {
 }
 
 bool Fault::Strikes(const char* name, const size_t* bytes) {
-    const bool takes_memory = strcmp(name, "malloc") == 0 || strcmp(name, "realloc") == 0;
-    if (strcmp(name_, "*") == 0 ? takes_memory : strcmp(name_, name) != 0)
+    constexpr const char* kApart[] = {"malloc", "realloc", "sigaction"};
+    const bool is_apart = std::any_of(std::begin(kApart), std::end(kApart),
+                                      [=](const char* apart) { return strcmp(name, apart) == 0; });
+    if (strcmp(name_, "*") == 0 ? is_apart : strcmp(name_, name) != 0)
         return false;
     const unsigned call = ++calls_;
     asked_ += bytes == nullptr ? 0 : *bytes;

@@ -5,8 +5,8 @@
 // libstdc++ or libc call inside themselves passes, and so does everything under an Untapped. A rule
 // lasts as long as its object and is inherited by forked children. A name without a tap aborts.
 //
-// The name "*" stands for any tapped call that talks to the kernel, that is all but malloc
-// and realloc.
+// The name "*" stands for any tapped call that may fail and talks to the kernel, that is all but
+// malloc, realloc and sigaction.
 #pragma once
 
 #include <stddef.h>

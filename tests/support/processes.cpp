@@ -1,11 +1,16 @@
 #include "support/processes.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <new>
 #include <vector>
 
 #include "support/faults.h"
@@ -52,16 +57,77 @@ int RunChildren(int n, const std::function<int(int)>& body) {
     return first_failure;
 }
 
-void AwaitLockWaiter(const std::string& file) {
+UniqueFd HoldLock(const std::string& file, Lock lock) {
+    const Untapped untapped;
+    UniqueFd fd(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
+    struct flock whole = {};
+    whole.l_type = F_WRLCK;
+    const int held =
+        lock == Lock::kWhole ? flock(fd.get(), LOCK_EX) : fcntl(fd.get(), F_SETLKW, &whole);
+    EXPECT_EQ(held, 0) << file;
+    return fd;
+}
+
+BehindLock::BehindLock(const std::string& file, Lock lock, const std::function<uint32_t()>& call,
+                       const Act& before_release, const Act& after_release)
+    : shared_(new (mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
+                        -1, 0)) Shared{}),
+      naps_(Fault::Meanwhile(
+          "nanosleep", 1, [this] { shared_->naps = true; }, Fault::kAll)) {
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_), 0);
+    fflush(nullptr);
+    holder_ = fork();
+    if (holder_ == 0)
+        hold(file, lock, before_release, after_release);
+    close(ends_[1]);
+    char byte;
+    EXPECT_EQ(read(ends_[0], &byte, 1), 1) << "nobody could lock " << file;
+    caller_ = std::thread([this, call] {
+        result_ = call();
+        shared_->is_over = true;
+    });
+    await_waiter(file);
+}
+
+BehindLock::~BehindLock() {
+    if (caller_.joinable())
+        (void) finish();
+    munmap(shared_, sizeof(Shared));
+}
+
+void BehindLock::hold(const std::string& file, Lock lock, const Act& before_release,
+                      const Act& after_release) const {
+    close(ends_[0]);
+    UniqueFd fd = HoldLock(file, lock);
+    char byte = 0;
+    if (write(ends_[1], &byte, 1) != 1 || read(ends_[1], &byte, 1) != 1)
+        _exit(1);
+    before_release(*this);
+    fd.reset();
+    after_release(*this);
+    fflush(nullptr);
+    _exit(::testing::Test::HasFailure() ? kExpectationFailed : 0);
+}
+
+uint32_t BehindLock::finish() {
+    EXPECT_EQ(write(ends_[0], "", 1), 1);
+    caller_.join();
+    EXPECT_EQ(Await(holder_), 0);
+    close(ends_[0]);
+    return result_;
+}
+
+void BehindLock::await_waiter(const std::string& file) const {
+    const Untapped untapped;
     struct stat st;
     ASSERT_EQ(stat(file.c_str(), &st), 0) << file;
     const std::string inode = ":" + std::to_string(st.st_ino) + " ";
-    for (;;) {
+    for (; !shared_->naps; usleep(1000)) {
+        ASSERT_FALSE(shared_->is_over) << "the call is over, and has not waited for " << file;
         const std::string locks = ReadFile("/proc/locks");
         for (size_t at = locks.find("->"); at != std::string::npos; at = locks.find("->", at + 1))
             if (locks.substr(at, locks.find('\n', at) - at).find(inode) != std::string::npos)
                 return;
-        usleep(1000);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -19,6 +20,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 /* True when the call is to fail, with errno set; may lower *bytes. Else errno is kept. */
@@ -182,6 +184,9 @@ int usleep(useconds_t microseconds) {
     size_t asked = microseconds;
     return FAILS(usleep, &asked) ? -1 : next((useconds_t) asked);
 }
+TAP(int, nanosleep, -1, (const struct timespec* asked, struct timespec* rest), (asked, rest))
+TAP(int, sigaction, -1, (int number, const struct sigaction* action, struct sigaction* before),
+    (number, action, before))
 TAP(pid_t, wait4, -1, (pid_t pid, int* status, int options, struct rusage* usage),
     (pid, status, options, usage))
 TAP(int, semget, -1, (key_t key, int count, int flags), (key, count, flags))

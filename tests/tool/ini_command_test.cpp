@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <functional>
 #include <set>
-#include <thread>
 
 #include "base/unique.h"
 #include "run.h"
@@ -240,21 +239,20 @@ TEST_F(IniCommand, LosesNoChangeBesideTheComponentsProcesses) {
 TEST_F(IniCommand, WaitsForTheLockFileThatIsThereNow) {
     (void) alarm(60);  // instead of a hang
     WriteFile("p.ini", "[A]\nx=1\n");
-    const auto lock = [](const UniqueFd& fd) {
-        EXPECT_EQ(DBG_LockReg(fd.get(), DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, SEEK_SET, 0), 0u);
-    };
-    UniqueFd old(open("p.ini.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0640));
-    lock(old);
-    std::thread editor([&] { Expect("ini set p.ini A x 2 --keep-comments", 0); });
-    AwaitLockWaiter("p.ini.lock");
-    unlink("p.ini.lock");
-    UniqueFd now(open("p.ini.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0640));
-    lock(now);
-    old.reset();
-    AwaitLockWaiter("p.ini.lock");
-    WriteFile("p.ini", "[A]\nx=1\ny=3\n");
-    now.reset();
-    editor.join();
+    UniqueFd now;
+    const auto set = [] { return uint32_t(Korx("ini set p.ini A x 2 --keep-comments").status); };
+    BehindLock behind(
+        "p.ini.lock", Lock::kRecord, set,
+        [&](auto&) {
+            unlink("p.ini.lock");
+            now = HoldLock("p.ini.lock");
+        },
+        [&](auto& still_behind) {
+            still_behind.await_waiter("p.ini.lock");
+            WriteFile("p.ini", "[A]\nx=1\ny=3\n");
+            now.reset();
+        });
+    EXPECT_EQ(behind.finish(), 0u);
     EXPECT_EQ(ReadFile("p.ini"), "[A]\nx=2\ny=3\n");
 }
 

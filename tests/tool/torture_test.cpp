@@ -117,8 +117,8 @@ struct TorturedCommand : BoardTest, testing::WithParamInterface<Row> {
         const Row& row = GetParam();
         const bool is_usual = result.status == usual.status;
         const bool is_killed = way.how == How::kKilled;
-        EXPECT_TRUE(is_usual || (is_killed ? result.status == 99
-                                               : row.failures.contains(result.status)))
+        EXPECT_TRUE(is_usual ||
+                    (is_killed ? result.status == 99 : row.failures.contains(result.status)))
             << result.status;
         EXPECT_TRUE(is_usual || way.how != How::kFails || row.output == Output::kOther ||
                     !result.err.empty())
