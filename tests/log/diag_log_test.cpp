@@ -52,6 +52,8 @@ TEST_F(DiagLog, SendsShortLinesToTheSystemLogBeforeSetUp) {
                                                        {LOG_WARNING, "[0] x2\n"},
                                                        {LOG_ERR, "[0] x3\n"},
                                                        {LOG_ERR, "[0] x9\n"}}));
+    EXPECT_EQ(ORX_LogLevelSwitch2SysLogLevel(3), unsigned{LOG_ERR});
+    EXPECT_EQ(ORX_LogLevelSwitch2SysLogLevel(4), unsigned{LOG_INFO});
 }
 
 TEST_F(DiagLog, RefusesMessagesAndLinesThatDoNotFit) {

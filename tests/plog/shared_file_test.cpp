@@ -171,15 +171,11 @@ TEST_P(SharedFile, AForkedChildLogsThoughAnotherThreadWasLogging) {
     std::thread writer([&] { write("two\n"); });
     AwaitLockWaiter(file());
     const pid_t child = fork();
-    if (child == 0) {
-        (void) alarm(60);
+    if (child == 0)
         _exit(GetParam().write("three\n") == 0 ? 0 : 1);
-    }
     holder.let_go();
     writer.join();
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(Await(child), 0);
     EXPECT_TRUE(holds("three\n"));
 }
 

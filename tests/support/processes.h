@@ -1,6 +1,8 @@
 // Tests of what happens between processes.
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <string>
 
@@ -20,6 +22,10 @@ inline int RunChildren(int n, const std::function<int()>& body) {
 inline int RunChild(const std::function<int()>& body) {
     return RunChildren(1, body);
 }
+
+// The end of a forked child, as above. One that waits for a mutex for ever has failed, and is
+// ended.
+int Await(pid_t child);
 
 // Returns when some thread or process waits for a lock of this file.
 void AwaitLockWaiter(const std::string& file);
