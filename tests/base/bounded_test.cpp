@@ -105,6 +105,8 @@ TEST(Bounded, MovesWholeBlocksOrNone) {
     EXPECT_EQ(memcpy_s(out.bytes, 4, nullptr, 1), EINVAL);
     EXPECT_EQ(memset_s(out.bytes, 4, 'x', 5), ERANGE);
     EXPECT_STREQ(out.bytes, "old");
+    EXPECT_EQ(memcpy_s(out.bytes, 4, "new", 4), 0);
+    EXPECT_STREQ(out.bytes, "new");
 }
 
 }  // namespace

@@ -87,5 +87,14 @@ TEST_F(Lookup, AnUnreadableEndMakesTheWholeFileUnreadable) {
     }
 }
 
+TEST_F(Lookup, FindsTheFirstSectionAndPiecesOfLongLinesHoweverTheyAreRead) {
+    WriteFile("p", "[S]\n" + std::string(399, 'c') + "k=9\n[T]\n[S]\nkk=1\n");
+    for (unsigned read = 1; read < 420; ++read) {
+        const Fault fault = Fault::Short("read", 1, read, Fault::kAll);
+        ASSERT_EQ(LookUp("./p", "[S]", "k").value, "9") << read;
+        ASSERT_EQ(LookUp("./p", "[S]", "kk").value, "\"\"") << read;
+    }
+}
+
 }  // namespace
 }  // namespace korx::test

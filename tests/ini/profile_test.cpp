@@ -189,6 +189,7 @@ TEST_F(Profile, OnlyAFailedLoadIsAFailure) {
 
     EXPECT_EQ(KORX_IniGetValue(nullptr, "", "", value, 1), 1u);
     EXPECT_EQ(get("./empty", name64), "2stale");
+    EXPECT_EQ(KORX_IniGetValue("./empty", "[S]", name64.c_str(), value, sizeof value), 2u);
     EXPECT_EQ(get(Repeat('/', 256)), "2stale");
     EXPECT_EQ(get(Repeat('/', 255), name64.substr(1)), "0");
 }

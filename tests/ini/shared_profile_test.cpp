@@ -56,6 +56,9 @@ TEST_P(SharedProfileSetter, AReplacedProfileIsChangedAndNotOverwritten) {
               0u);
     EXPECT_EQ(ReadFile("p"), "[A]\nx=3\ny=2\n");
     EXPECT_EQ(ReadFile("p-"), "[A]\nx=2\ny=2\n");
+    const Fault unlocked = Fault::Meanwhile("fsync", 1, [] { replace("[A]\nx=4\nz=4\n"); });
+    EXPECT_EQ(set("5"), 0u);
+    EXPECT_EQ(ReadFile("p"), "[A]\nx=5\nz=4\n");
     EXPECT_EQ(syslog.lines(), Lines{}) << "F+ remained";
 }
 

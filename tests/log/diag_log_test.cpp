@@ -5,6 +5,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <regex>
 #include <set>
@@ -52,6 +53,8 @@ TEST_F(DiagLog, SendsShortLinesToTheSystemLogBeforeSetUp) {
                                                        {LOG_WARNING, "[0] x2\n"},
                                                        {LOG_ERR, "[0] x3\n"},
                                                        {LOG_ERR, "[0] x9\n"}}));
+    EXPECT_EQ(ORX_LogLevelSwitch2SysLogLevel(3), unsigned{LOG_ERR});
+    EXPECT_EQ(ORX_LogLevelSwitch2SysLogLevel(4), unsigned{LOG_INFO});
 }
 
 TEST_F(DiagLog, RefusesMessagesAndLinesThatDoNotFit) {
@@ -93,9 +96,14 @@ TEST_F(DiagLog, WritesFullLinesInTheirForm) {
 }
 
 TEST_F(DiagLog, StartsAgainAtTheBeginningOnceTheLimitIsPassed) {
-    const std::string first(101, 'a');
+    const std::string first(100, 'a');
     EXPECT_EQ(ORX_WriteLogfile(log().c_str(), 100, first.c_str()), 0u);
-    EXPECT_EQ(CountedText(log()), first);
+    const Fault look = Fault::Meanwhile("pwrite", 1, [] {
+        EXPECT_TRUE(std::ranges::any_of(
+            OpenFiles(), [](int fd) { return (fcntl(fd, F_GETFL) & O_SYNC) == O_SYNC; }));
+    });
+    EXPECT_EQ(ORX_WriteLogfile(log().c_str(), 100, "b"), 0u);
+    EXPECT_EQ(CountedText(log()), first + "b");
     EXPECT_EQ(ORX_WriteLogfile(log().c_str(), 100, "new\n"), 0u);
     EXPECT_EQ(CountedText(log()), "new\n");
     EXPECT_EQ(ReadFile(log()).substr(4), "new\n" + std::string(92, 'a'));
@@ -111,10 +119,20 @@ TEST_F(DiagLog, MakesAnEmptyLogOnceAndNeverEmptiesOne) {
     EXPECT_EQ(ORX_CreateLogfile(tree.path("a/b").c_str(), "run.log"), 0u);
     EXPECT_EQ(ReadFile("a/b/run.log"), std::string(4, '\0'));
     EXPECT_EQ(Mode("a/b/run.log"), 0640u);
+    EXPECT_EQ(Mode("a/b"), 0750u);
     WriteFile("a/b/run.log", "kept");
     EXPECT_EQ(ORX_CreateLogfile(tree.path("a/b").c_str(), "run.log"), 0u);
     EXPECT_EQ(ReadFile("a/b/run.log"), "kept");
 
+    use(ORX_LOG_MODE_FILE);
+    {
+        const Fault fault("realpath", 1, EIO);
+        EXPECT_NE(ORX_CreateLogfile(tree.path("a/b").c_str(), "other"), 0u);
+        EXPECT_FALSE(Exists(log())) << "it is inside the writer, and its lines go elsewhere";
+        const Fault refused("flock", 1, ENOLCK);
+        EXPECT_EQ(ORX_CreateLogfile(tree.path("a/b").c_str(), "other"), 0u);
+        EXPECT_EQ(ReadFile("a/b/other"), "") << "without the lock it may be another one's";
+    }
     // The file is found missing and then is there, with another process's line.
     const Fault missing("stat", 1, ENOENT);
     WriteFile(log(), std::string("\4\0\0\0line", 8));
@@ -151,7 +169,10 @@ TEST_F(DiagLog, ReturnsAndReportsEachFailureOfAnAppend) {
         EXPECT_TRUE(texts.empty() || texts[0].ends_with("errno=5.")) << texts[0];
     }
     const Fault interrupted("flock", 1, EINTR);
+    const Fault uncounted("pwrite", 4, EIO);
     EXPECT_EQ(ORX_WriteLogfile(log().c_str(), 100, "text\n"), 0u);
+    EXPECT_EQ(ORX_WriteLogfile(log().c_str(), 100, "text\n"), 0u);
+    EXPECT_EQ(syslog.texts().back(), "ORX_UpdatelogLen failed, actually write len is -1.");
     EXPECT_TRUE(CountedText(log()).ends_with("text\n"));
 }
 

@@ -137,5 +137,23 @@ TEST_F(LogSetup, AFaultInsideTheDumpEndsItWithItsStatus) {
     }
 }
 
+uint32_t AgentOfTwoCrashes(uint32_t, uint32_t, const char*, ...) {
+    static int lines = 0;
+    if (++lines == 1) {
+        std::thread([] { raise(SIGUSR1); }).detach();
+        usleep(50000);
+    }
+    WriteFile("lines", std::to_string(lines));
+    return 0;
+}
+
+TEST_F(LogSetup, AThreadThatCrashesBesideTheDumpDoesNotCutIt) {
+    ASSERT_EQ(KORX_OrxLogInit(80101, "zelk"), 0u);
+    LOG_FileInit();
+    g_KorxImAgentReportLogByIdFunc = AgentOfTwoCrashes;
+    EXPECT_EQ(CrashStatus([] { raise(SIGUSR1); }), kCrashStatus);
+    EXPECT_GT(ReadFile("lines"), "2");
+}
+
 }  // namespace
 }  // namespace korx::test

@@ -1,4 +1,6 @@
+#include <signal.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 
 #include <regex>
 
@@ -43,6 +45,16 @@ TEST_F(SpaceFull, StartsAnewBehindTheReservation) {
     const size_t restarted = log().size();
     ORX_SpaceFull("/var", 7);
     EXPECT_EQ(log().size(), restarted + 138);
+}
+
+TEST_F(SpaceFull, TellsThatADiskHasNoRoomForTheReservation) {
+    signal(SIGXFSZ, SIG_IGN);
+    const struct rlimit limit = {4096, RLIM_INFINITY};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    ORX_SpaceFullLogInit();
+    EXPECT_EQ(syslog.texts(),
+              std::vector<std::string>{
+                  "[0] Spacefulllog init fwrite unsuccessfully, retCode=4096, ferror=1.\n"});
 }
 
 TEST_F(SpaceFull, WritesToStandardOutputWhenThereIsNoLog) {

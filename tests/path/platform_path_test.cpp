@@ -26,7 +26,7 @@ TEST_F(PlatformPath, FallsBackKeyByKey) {
         const char* data;
     };
     for (const Row& row : {
-             Row{"[PATH]\nLOG_PATH=/l\nDATA_PATH = \"/d\"\n", "/l", "/d"},
+             Row{"[PATH]\nLOG_PATH=/l\nDATA_PATH = \" /d \"\n", "/l", "/d"},
              Row{"[PATH]\nDATA_PATH=/d\n", kDefaultLog, "/d"},
              Row{"[PATH]\nLOG_PATH=relative\nDATA_PATH=\n", kDefaultLog, kDefaultData},
              Row{"LOG_PATH=/l\n", kDefaultLog, kDefaultData},
@@ -42,6 +42,9 @@ TEST_F(PlatformPath, FallsBackKeyByKey) {
 
 TEST_F(PlatformPath, TakesTheDefaultsQuietlyWithoutAConfiguration) {
     EXPECT_EQ(KORX_IsPathInit(), 0u);
+    strcpy(g_stPtnPath.acDataPath, "/alone");
+    EXPECT_EQ(KORX_IsPathInit(), 1u);
+    g_stPtnPath = {};
     char path[256];
     ASSERT_EQ(KORX_GetDataPath(path, sizeof path), 0u);
     EXPECT_STREQ(path, kDefaultData);

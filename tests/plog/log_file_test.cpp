@@ -1,8 +1,11 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
+
+#include <utility>
 
 #include "base/unique.h"
 #include "korx/plog.h"
@@ -52,8 +55,11 @@ TEST_F(LogFile, LeavesALogWhoseNameDoesNotFitUnconfigured) {
 }
 
 TEST_F(LogFile, BindsAnAgentOnlyWithItsFunction) {
-    ASSERT_NE(dlopen(KORX_TEST_AGENT_DIR "/hollow/libimagent.so", RTLD_NOW), nullptr) << dlerror();
+    void* const library = dlopen(KORX_TEST_AGENT_DIR "/hollow/libimagent.so", RTLD_NOW);
+    ASSERT_NE(library, nullptr) << dlerror();
     KORX_ImDiagLogFuncInit();
+    EXPECT_EQ(dlclose(library), 0);
+    EXPECT_EQ(dlopen("libimagent.so", RTLD_NOW | RTLD_NOLOAD), nullptr) << "it is still loaded";
     EXPECT_EQ(KORX_IsImLibInited(), 0u);
     EXPECT_EQ(syslog.texts()[0], "Lookup symbol IM_Agent_ReportLogById unsuccessfully.");
 }
@@ -68,6 +74,7 @@ TEST_F(LogFile, HandsTextsToTheAgentWithAndWithoutTheSlot) {
     EXPECT_EQ(KORX_ReportLogByImLib(5, "done"), 77u);
     EXPECT_STREQ(received, "9 5 done[SlotId=3]");
     const std::string text(1023, 't');
+    EXPECT_EQ(KORX_ReportLogByImLib(5, text.substr(11).c_str()), 77u) << "the longest";
     EXPECT_EQ(KORX_ReportLogByImLib(5, text.c_str()), kAll);
     EXPECT_EQ(KORX_ReportDiagLogByImLib(6, text.c_str()), 77u);
     EXPECT_EQ(received, "9 6 " + text);
@@ -86,7 +93,12 @@ TEST_F(LogFile, OpensLogsAboveTheStandardStreamsAndClosedOnExec) {
         EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
         close(fd);
     }
-    int fd = 5;
+    int fd = 0;
+    ASSERT_EQ(mkfifo("fifo", 0600), 0);
+    EXPECT_EQ(LOG_OpenFile(tree.path("fifo").c_str(), O_RDWR, &fd), 6u);
+    EXPECT_EQ(LOG_OpenFile("/dev/null", O_RDWR, &fd), 0u);
+    EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0) << "a slow device is waited for";
+    close(std::exchange(fd, 5));
     EXPECT_EQ(LOG_OpenFile("bare", O_RDWR, &fd), kAll);
     EXPECT_EQ(fd, 5);
     EXPECT_EQ(LOG_OpenFile(tree.path("none").c_str(), O_RDWR, &fd), 6u);

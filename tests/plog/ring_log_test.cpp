@@ -186,6 +186,7 @@ TEST_F(RingLogs, WriteTheirRecordForm) {
 }
 
 TEST_F(RingLogs, RefuseWhatDoesNotFitOrIsNotForThem) {
+    EXPECT_EQ(KORX_DLogFsync(), 0u) << "there is nothing yet";
     const std::string long_message(601, 'm');
     EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "%s", long_message.c_str()), kAll);
     EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "%s", std::string(600, 'm').c_str()), kAll);
@@ -209,7 +210,8 @@ TEST_F(RingLogs, LeaveALossInTheDiagnosticRecordLog) {
     EXPECT_TRUE(
         ReadFile(g_stDLogInfo.acFileName)
             .ends_with("][Index:0x37741004][AppCid:0][WARNING][L:80100 M:0][0]" + loss + "\n"));
-    EXPECT_EQ(syslog.texts()[0], loss);
+    EXPECT_EQ(syslog.lines(),
+              (std::vector<SyslogLine>{{3, loss}, {6, "[LOG_ERR] " + loss + "\n"}}));
 }
 
 TEST_F(RingLogs, ReturnAndReportEachFailureWithTheOldHead) {
@@ -265,6 +267,13 @@ TEST_F(RingLogs, NoticeVanishedAndReplacedFiles) {
     EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "x"), kAll);
     EXPECT_EQ(g_iDLogFileFd, -1);
     EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "x"), 0u) << "a failed open is tried again";
+
+    // It is removed again and again: more reports than are held while a log is locked.
+    syslog.clear();
+    const Fault removed = Fault::Meanwhile(
+        "stat", 1, [] { unlink(g_stDLogInfo.acFileName); }, Fault::kAll);
+    EXPECT_EQ(KORX_DLog(0, 0, 0, 0, 0, "x"), kAll);
+    EXPECT_EQ(syslog.texts().size(), 34u);
 }
 
 std::string g_agent_calls;

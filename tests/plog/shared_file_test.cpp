@@ -138,14 +138,10 @@ TEST_P(SharedFile, AForkedChildLogsThoughAnotherThreadWasLogging) {
     write("one\n");
     WaitingLine two(*this);
     const pid_t child = fork();
-    if (child == 0) {
-        (void) alarm(60);
+    if (child == 0)
         _exit(GetParam().write("three\n") == 0 ? 0 : 1);
-    }
     EXPECT_EQ(two.finish(), 0u);
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(Await(child), 0);
     EXPECT_TRUE(holds("three\n"));
 }
 

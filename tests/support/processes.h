@@ -28,6 +28,10 @@ inline int RunChild(const std::function<int()>& body) {
     return RunChildren(1, body);
 }
 
+// The end of a forked child, as above. One that waits for a mutex for ever has failed, and is
+// ended.
+int Await(pid_t child);
+
 enum class Lock { kRecord, kWhole };  // of POSIX, or flock's
 
 // An own lock on the whole file, which is made where there is none, until the descriptor is closed.
