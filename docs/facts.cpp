@@ -56,7 +56,7 @@ void Kinds() {
         kProcessSuffix, KindOf(KORX_LOG_PROCESS).limit);
     row(KORX_LOG_SPACE, "", "");
     Text("limit of %u characters", kMaxRecord);
-    Row("diag, security, life, start, process\t%s\t%zu", kStamp, kDashedStamp);
+    Row("all others\t%s\t%zu", kStamp, kDashedStamp);
     Row("text\t%s\t%zu", kShortExample, kShortStamp);
     Row("space\t%s\t%zu", kCompactExample, kCompactStamp);
     Text(".IR %s/%s", kBaseDir, kLogDirName);

@@ -41,21 +41,21 @@ KORX_API uint32_t ORX_SplitPathFileName(const char* path, char* directory, uint3
  * stay.
  *
  * @param[in,out] text edited in place
- * @return 0; 0x71000003 when memory is short; 0x0FFFFFFF */
+ * @return 0 */
 KORX_API uint32_t ORX_Strtrimr(char* text);
 
 /** Strips trailing double quotes, then trailing blanks; despite the name it works on the end.
  *
  * @param[in,out] text edited in place
- * @return 0; 0x71000003 when memory is short; 0x0FFFFFFF */
+ * @return 0 */
 KORX_API uint32_t ORX_Strtriml(char* text);
 
-/** ORX_Strtriml(), then ORX_Strtrimr() if that worked. The orders of the two ends differ: blanks
+/** ORX_Strtriml(), then ORX_Strtrimr(). The orders of the two ends differ: blanks
  * behind a closing quote hide it, blanks before an opening quote don't.
  *
  * @param[in,out] text edited in place
  * @param size         not consulted
- * @return that of the last of the two that ran */
+ * @return 0 */
 KORX_API uint32_t ORX_Trim(char* text, uint32_t size);
 
 /** Whether a text begins with another.
