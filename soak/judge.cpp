@@ -220,7 +220,8 @@ void JudgeTaken() {
             for (unsigned number = 0; number < g_shared->drawn[log][writer]; ++number)
                 lost += JudgeTakenRecord({log, writer, number}, taken[log][{writer, number}]);
         if (lost > g_shared->hidden_laps[log] * kMostInLap)
-            Complain("%s: %u records were overwritten before they were taken", FileOf(log), lost);
+            Complain("%s: %u records were overwritten before they were taken, in %u hidden laps",
+                     FileOf(log), lost, g_shared->hidden_laps[log].load());
     }
 }
 

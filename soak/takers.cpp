@@ -37,6 +37,8 @@ int TakeOnce(Log log) {
     }
     const korx_reader_code code = korx_reader_ack(reader, &error);
     korx_reader_close(reader);
+    if (code == KORX_READER_CURSOR || code == KORX_READER_UNSURE || code == KORX_READER_WRITE)
+        Complain("%s: %s", path.c_str(), error.text);
     if (code != KORX_READER_OK)
         return 0;
     FILE* const taken = fopen("taken.reader", "ae");

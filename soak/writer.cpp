@@ -21,7 +21,9 @@ extern "C" ssize_t pwrite(int fd, const void* data, size_t count, off_t offset) 
         (fd == g_iSLogFileFd || fd == g_lifeLogFileFd)) {
         LOG_HEAD_S head;
         memcpy(&head, data, sizeof head);
-        if (head.uiLogLen == head.uiDumpLen && head.uiTotalLen != 0)
+        const uint32_t end = head.uiLogLen == 0 ? head.uiTotalLen : head.uiLogLen;
+        const bool is_there = head.uiDumpLen == head.uiLogLen || head.uiDumpLen == end;
+        if (is_there && head.uiTotalLen != 0)
             ++soak::g_shared->hidden_laps[fd == g_iSLogFileFd ? soak::kSecurity : soak::kLife];
     }
     return syscall(SYS_pwrite64, fd, data, count, offset);

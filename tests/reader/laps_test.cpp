@@ -407,6 +407,28 @@ TEST_F(Laps, OfTheStartLogsSectionsAreToldApart) {
     }
 }
 
+// No lap begins there, whatever the stamps say: the heads tell.
+TEST_F(Laps, StayOneWhereTheClockIsSetBack) {
+    const std::string path = "/dev/shm/orx_app.log", start = "/dev/shm/start";
+    (void) snprintf(g_acSTLogFileName, 256, "%s", start.c_str());
+    (void) snprintf(g_acSTLogFileHeadName, 256, "/dev/shm/header");
+    ASSERT_EQ(STLOG_CheckFileHandle(), 0u);
+    Texts text, records;
+    for (const char* const minute : {"10", "11", "04", "05", "12"}) {
+        const std::string time = std::string(minute) + ":00.000000]";
+        const std::string first = line("[261124-10:" + time + " [ProcID:1|1|INFO] : ", &text);
+        const std::string second = line("[2026-11-24 10:" + time + "[INFO][L:1 DBG][3]", &records);
+        ASSERT_EQ(ORX_WriteLogfile(path.c_str(), 5000, first.c_str()), 0u);
+        ASSERT_EQ(STLOG_LogBuff2File(3, second.data(), uint32_t(second.size())), 0u);
+    }
+    const Opened log(ReadFile(path), KORX_LOG_TEXT);
+    const Opened sections(ReadFile(start), KORX_LOG_START, ReadFile("/dev/shm/header"));
+    EXPECT_EQ(log.texts, text);
+    EXPECT_EQ(sections.texts, records);
+    EXPECT_EQ(log.rules, Texts{"clock-back"});
+    EXPECT_EQ(sections.rules, Texts{"clock-back"});
+}
+
 TEST_F(Laps, SpaceLogShowsItsRecordsOnly) {
     SetLogPath(tree.root());
     ORX_SpaceFullLogInit();
