@@ -1,5 +1,8 @@
 // Paths as texts against plain models: cleaning, splitting off the name, appending a component, the
-// parent. The input is a path and a component, with a NUL between.
+// parent, the absolute form. The input is a path and a component, with a NUL between.
+#include <filesystem>
+#include <optional>
+
 #include "korx/fs.h"
 #include "korx/str.h"
 #include "support.h"
@@ -59,6 +62,32 @@ void CheckCat(const std::string& path, const std::string& component) {
     Require(is_done || expected.empty() || expected.size() >= kSize);
 }
 
+// None where a component is too long, leads above the root or does not fit.
+std::optional<std::string> Absolute(const std::string& path, std::string result) {
+    for (size_t begin = 0; begin < path.size();) {
+        const size_t end = std::min(path.find('/', begin), path.size());
+        const std::string component = path.substr(begin, end - begin);
+        if (component.size() > 127 || (component == ".." && Parent(result).empty()))
+            return std::nullopt;
+        if (component == "..")
+            result = Parent(result);
+        else if (!component.empty() && component != ".")
+            result += (result.back() != '/' ? "/" : "") + component;
+        if (result.size() >= kSize)
+            return std::nullopt;
+        begin = end + 1;
+    }
+    return result;
+}
+
+void CheckAbsolute(const std::string& path) {
+    static const std::string here = std::filesystem::current_path().string();
+    char buffer[kSize];
+    const bool is_done = KORX_Trans2AbsolutePath(path.c_str(), buffer, sizeof buffer) == 0;
+    const auto expected = Absolute(path, path.starts_with('/') ? "/" : here);
+    Require(is_done ? expected == buffer : !expected);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -68,6 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ORX_CutPathStr(cut.data());
     Require(Cut(path) == cut.c_str());
     CheckSplit(path);
+    CheckAbsolute(path);
     CheckCat(path, TakeText(&rest));
     return 0;
 }

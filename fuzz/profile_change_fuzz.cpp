@@ -29,6 +29,29 @@ Profile WithoutBlanks(Profile profile) {
     return profile;
 }
 
+// What a lookup finds; a key that is not there is as good as an empty one.
+std::string ValueOf(const Profile& profile, const std::string& section, const std::string& key) {
+    for (const Section& candidate : profile) {
+        if (candidate.name != section)
+            continue;
+        for (const auto& [name, value] : candidate.keys) {
+            if (name == key)
+                return value;
+        }
+        break;
+    }
+    return "";
+}
+
+void RequireOthersKept(const Profile& before, const Profile& after, const std::string& section,
+                       const std::string& key) {
+    for (const Section& candidate : before) {
+        for (const auto& [name, value] : candidate.keys)
+            Require((candidate.name == section && name == key) ||
+                    ValueOf(before, candidate.name, name) == ValueOf(after, candidate.name, name));
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -42,8 +65,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     const bool is_read_back = IsReadBack(section, key, value);
     if (KORX_IniSetOrAddValue(path.c_str(), section.c_str(), key.c_str(), value.c_str()) == 0) {
-        Require(!is_read_back ||
-                Load(path) == WithoutBlanks(Changed(before, section, key, value, Top::kOfFileToo)));
+        const Profile after = Load(path);
+        if (is_read_back) {
+            Require(after == WithoutBlanks(Changed(before, section, key, value, Top::kOfFileToo)));
+            RequireOthersKept(before, after, section, key);
+        }
         Require(ReadFile(path + "-") == rest);
     } else {
         Require(ReadFile(path) == rest);

@@ -31,7 +31,8 @@ std::vector<std::string> Tokens(std::string text, char separator, size_t limit) 
 }
 
 template <typename Trim>
-void CheckTrim(Trim trim, std::string text, const std::string& expected) {
+void CheckTrim(Trim trim, const std::string& before, const std::string& expected) {
+    std::string text = before;
     (void) trim(text.data());
     Require(expected == text.c_str());
 }

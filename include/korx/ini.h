@@ -184,8 +184,9 @@ KORX_API uint32_t KORX_IniSaveFile(const char* file, const KORX_IniSection* prof
  * A change writes the whole file anew, so it refuses one in which it would cut, hide or reinterpret
  * a line, as if it could not be loaded, and leaves it as it is: one with a section name or a line
  * without "=" of more than 64 characters, with text behind a NUL, with a carriage return at the
- * start of a key or the end of a value, or with a key line that would be read back as a section
- * without the blanks behind it. Lookups read such files.
+ * start of a key or the end of a value, with a key line that would be read back as a section
+ * without the blanks behind it, or with a line without "=" that is, without the blanks behind it,
+ * the name of a key below it. Lookups read such files.
  *
  * None of the arguments may be null. A line end in section, key or value is refused, and so is a
  * pair that would be read back as a section ("[a" and "b]").

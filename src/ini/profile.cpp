@@ -56,6 +56,17 @@ bool IsKept(const KORX_IniKey& key, const KeyLine& line) {
     return !line.is_cut() && !loses_return && !ReadsAsSection(key.acKey, key.acValue);
 }
 
+// Whether a key would be found no more. A save writes "=" behind a bare key, too, and then its name
+// ends where its blanks began: it would stand before the key of that name below it.
+bool WouldBeHidden(const KORX_IniKey* other, std::string_view key) {
+    for (; other != nullptr; other = other->pstNext) {
+        const char* const end = other->acKey + key.size();
+        if (strncmp(other->acKey, key.data(), key.size()) == 0 && end[strspn(end, " \t")] == '\0')
+            return *end != '\0';
+    }
+    return false;
+}
+
 // Builds a profile line by line, in file order.
 class Loader : public LineTaker {
   public:
@@ -90,6 +101,7 @@ class Loader : public LineTaker {
         const std::string_view name = SectionName(text);
         CopyCut(section->acName, kSectionSize, name);
         next_key_ = &section->pstFirstKey;
+        first_bare_ = nullptr;
         return name.size() == SkipBlanks(text).size() ? LoadStatus::kLoaded
                                                       : LoadStatus::kLoadedInPart;
     }
@@ -103,11 +115,16 @@ class Loader : public LineTaker {
             return RefuseLine(text);
         CopyCut(key->acKey, kKeySize, line.key);
         CopyCut(key->acValue, kValueSize, line.value);
-        return IsKept(*key, line) ? LoadStatus::kLoaded : LoadStatus::kLoadedInPart;
+        if (line.is_bare && first_bare_ == nullptr && text.back() <= ' ')  // or it hides nothing
+            first_bare_ = key;
+        return IsKept(*key, line) && !WouldBeHidden(first_bare_, line.key)
+                   ? LoadStatus::kLoaded
+                   : LoadStatus::kLoadedInPart;
     }
 
     KORX_IniSection** next_section_;
-    KORX_IniKey** next_key_ = nullptr;  // null before the first section
+    KORX_IniKey** next_key_ = nullptr;         // null before the first section
+    const KORX_IniKey* first_bare_ = nullptr;  // of the section
 };
 
 // What was built is kept if all lines could be read.
@@ -115,9 +132,9 @@ LoadStatus Build(Lines* lines, Profile* profile) {
     KORX_IniSection* head = nullptr;
     Loader loader(&head);
     const LoadStatus status = TakeLines(lines, &loader);
-    profile->reset(head);
     if (!IsLoaded(status))
-        profile->reset();
+        KORX_FreeProfile(std::exchange(head, nullptr));
+    profile->reset(head);
     return status;
 }
 

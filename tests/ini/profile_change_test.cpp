@@ -135,6 +135,7 @@ TEST_F(ProfileChange, AFileThatWouldNotSurviveIsReadAndNotReplaced) {
         {"a carriage return at the start of a key", " \ry=2"},
         {"a carriage return at the end of a value", "y=2\r\r"},
         {"a key that would become a header", "[y]=[2] "},
+        {"a key that would hide another one", "y \t\ny=2"},
     };
     const SyslogLine why =
         Err("[ORX] File ./p holds a line that a change would cut or reinterpret.");
@@ -151,9 +152,9 @@ TEST_F(ProfileChange, AFileThatWouldNotSurviveIsReadAndNotReplaced) {
         EXPECT_EQ(ReadFile("p"), content) << row.name;
         syslog.clear();
     }
-    WriteFile("p", std::string("[A]\nx=1\nbare \n;") + s64 + s64 + std::string("\n\0\0", 3));
+    WriteFile("p", std::string("[A]\nx=1\nbare \nx \n;") + s64 + s64 + std::string("\n\0\0", 3));
     EXPECT_EQ(set("[A]", "x", "2"), 0u);
-    EXPECT_EQ(ReadFile("p"), "[A]\nx=2\nbare =\n");
+    EXPECT_EQ(ReadFile("p"), "[A]\nx=2\nbare =\nx =\n");
 }
 
 // A name that is its own resolution is opened at once; that must not show. Each scene is played
