@@ -22,7 +22,8 @@ function(korx_library target)
     target_compile_definitions(${target} PRIVATE _GNU_SOURCE)
     target_compile_options(${target} PRIVATE
         -fno-exceptions -fno-rtti -fno-threadsafe-statics -fstack-protector-strong
-        -fno-builtin-malloc $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op -Wduplicated-cond>)
+        -fno-builtin-malloc -ffunction-sections -fdata-sections # what nobody calls is left out
+        $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op -Wduplicated-cond>)
     # Or libgcc would bring a static constructor that asks the processor for its atomics. Elsewhere a
     # call through the table of addresses is shorter than one with a stub: everything is bound early.
     if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
@@ -32,6 +33,6 @@ function(korx_library target)
     endif()
     target_link_options(${target} PRIVATE
         -Wl,--version-script=${exports} -Wl,--as-needed -static-libgcc -Wl,-z,relro,-z,now
-        -Wl,-z,noseparate-code)
+        -Wl,-z,noseparate-code -Wl,--gc-sections)
     target_link_libraries(${target} PRIVATE korx_warnings)
 endfunction()
