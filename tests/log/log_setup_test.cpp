@@ -140,7 +140,7 @@ TEST_F(LogSetup, AFaultInsideTheDumpEndsItWithItsStatus) {
 uint32_t AgentOfTwoCrashes(uint32_t, uint32_t, const char*, ...) {
     static int lines = 0;
     if (++lines == 1) {
-        std::thread([] { raise(SIGUSR1); }).detach();
+        std::thread(KORX_DumpBacktraceHandler).detach();
         usleep(50000);
     }
     WriteFile("lines", std::to_string(lines));

@@ -10,6 +10,7 @@
 #include "base/unique.h"
 #include "korx/plog.h"
 #include "support/faults.h"
+#include "support/processes.h"
 #include "support/records.h"
 
 namespace korx::test {
@@ -30,9 +31,12 @@ TEST_F(LogFile, ReportsTwiceToTheSystemLogOrNotAtAll) {
     DBG_SysLog(LOG_ERR, "%s", longest.c_str());  // too long with its name in front
     DBG_SysLog(LOG_ERR, "%sr", longest.c_str());
     DBG_SysLog(8, "odd");
+    DBG_SysLog(-1, "odd");
     EXPECT_EQ(syslog.lines(), (std::vector<SyslogLine>{{LOG_ERR, "x"},
                                                        {LOG_INFO, "[LOG_ERR] x\n"},
                                                        {LOG_ERR, longest},
+                                                       {LOG_ERR, "odd"},
+                                                       {LOG_INFO, "[LOG_ERR] odd\n"},
                                                        {LOG_ERR, "odd"},
                                                        {LOG_INFO, "[LOG_ERR] odd\n"}}));
 }
@@ -161,10 +165,25 @@ TEST_F(LogFile, CutsAndRestartsPlainLogs) {
     WriteFile("big", std::string(3000, 'b'));
     const UniqueFd fd(open("big", O_RDWR | O_CLOEXEC));
     lseek(fd.get(), 0, SEEK_END);
+    const Fault look = Fault::Meanwhile(
+        "write", 1,
+        [] {
+            EXPECT_EQ(RunChild([] {
+                          const UniqueFd same(open("big", O_RDWR | O_CLOEXEC));
+                          return DBG_LockReg(same.get(), DBG_LOCK_SET, DBG_LOCK_WRITE, 0, SEEK_SET,
+                                             0) == 7
+                                     ? 0
+                                     : 1;
+                      }),
+                      0)
+                << "it is not locked";
+        },
+        3);
     EXPECT_EQ(LOG_Buff2File(fd.get(), "new", 3, 2000), 0u);
     EXPECT_EQ(ReadFile("big"), "new" + std::string(1997, 'b'));
     EXPECT_EQ(LOG_Buff2File(fd.get(), "er", 2, 2000), 0u);
-    EXPECT_EQ(ReadFile("big").substr(0, 6), "newerb");
+    EXPECT_EQ(PLOG_Buff2File(fd.get(), "x", 1, 2000), 0u);
+    EXPECT_EQ(ReadFile("big").substr(0, 7), "newerxb");
 }
 
 TEST_F(LogFile, KnowsItsProcesses) {

@@ -1,6 +1,8 @@
 #include <errno.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "korx/plog.h"
 #include "support/faults.h"
 #include "support/records.h"
@@ -52,6 +54,24 @@ TEST_F(ProcessLog, WrapsToTheStartAtItsLimit) {
     ASSERT_EQ(unlink("logs/zelk.log"), 0);
     EXPECT_EQ(PLOG_LogFile("zelk", "anew"), 0u);
     EXPECT_EQ(ReadFile("logs/zelk.log").substr(28), "anew");
+    const std::string rest(472, 'r');  // up to the limit
+    EXPECT_EQ(PLOG_LogFile("zelk", "%s", std::string(440, 'n').c_str()), 0u);
+    EXPECT_EQ(PLOG_LogFile("zelk", "%s", rest.c_str()), 0u);
+    bytes = ReadFile("logs/zelk.log");
+    EXPECT_EQ(bytes.size(), 1000u);
+    EXPECT_TRUE(bytes.ends_with(rest));
+}
+
+TEST_F(ProcessLog, IsNotWrittenWhereItsEndIsNotKnown) {
+    KORX_PLogInit(0, "zelk", 0);
+    ASSERT_EQ(PLOG_LogFile("zelk", "first"), 0u);
+    close(std::exchange(g_iPLogFileFd[3], 0));
+    {
+        const Fault lost("lseek", 1, EIO);
+        EXPECT_EQ(PLOG_LogFile("zelk", "second"), kAll);
+    }
+    EXPECT_EQ(PLOG_LogFile("zelk", "third"), 0u);
+    EXPECT_EQ(ReadFile("logs/zelk.log").substr(28, 5), "first");
 }
 
 TEST_F(ProcessLog, WritesOnWhereLockOrCutFails) {

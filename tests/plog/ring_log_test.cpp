@@ -214,6 +214,22 @@ TEST_F(RingLogs, LeaveALossInTheDiagnosticRecordLog) {
               (std::vector<SyslogLine>{{3, loss}, {6, "[LOG_ERR] " + loss + "\n"}}));
 }
 
+TEST_F(RingLogs, TheProtectedOnesOverwriteNothingUnread) {
+    for (const Log& log : {logs[1], logs[2]}) {
+        seed(*log.info, {log.info->uiMaxSize - 20, 0, 0});
+        const std::string before = ReadFile(log.info->acFileName);
+        EXPECT_EQ(log.write("%s", "lost"), 99u);
+        const Fault unknown("pread", 1, EIO);
+        EXPECT_EQ(log.write("%s", "lost"), kAll) << "who cannot read the head knows no place";
+        EXPECT_EQ(ReadFile(log.info->acFileName), before);
+    }
+    int fd = -1;
+    const Fault refused("fcntl", 3, ENOLCK);
+    EXPECT_EQ(DLOG_CheckAndCreateFile(tree.path("new").c_str(), &fd), kAll);
+    EXPECT_EQ(ReadFile(tree.path("new")), "") << "without the lock it may be another one's";
+    close(fd);
+}
+
 TEST_F(RingLogs, ReturnAndReportEachFailureWithTheOldHead) {
     local_mode();
     const std::string text(100, 't');

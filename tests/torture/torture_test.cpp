@@ -126,6 +126,26 @@ uint32_t WriteBytes(int32_t (*write)(int, const void*, Length)) {
     return written == 3 ? 0 : uint32_t(written);
 }
 
+// The result of a call that has none.
+template <auto kCall>
+uint32_t Untold() {
+    kCall();
+    return 0;
+}
+void ALine() {
+    ORX_Log2File(3, "line");
+}
+void ALinkForPath() {
+    KORX_CreateLinkFileForPath("l", 2);
+}
+void Space() {
+    ORX_SpaceFull("/data", 97);
+}
+void AllSpace() {
+    ORX_GetAndSaveAllDfInfo();
+    WriteFile("orx_spacefull.log", "");  // what it found changes
+}
+
 uint32_t Visit(const char* path, const char*, uint32_t*, void*) {
     Returned() += path;
     return 0;
@@ -206,347 +226,187 @@ uint32_t Repair() {
 
 const Scenario kScenarios[] = {
     // Files
-    {"Mkdir",
-     Nothing,
-     [] { return KORX_Mkdir((Here() + "/a/b").c_str(), 0750); },
-     {KORX_ERR_CREATE_DIR},
-     kLoses,
-     {"a"}},
-    {"MkDir",
-     Nothing,
-     [] { return ORX_MkDir((Here() + "/a/b").c_str(), 0750); },
-     {KORX_ERR_CREATE_DIR, kFailed},
-     kLoses,
-     {"a"}},
-    {"CreateDirByFile",
-     Nothing,
-     [] { return ORX_CreateDirByFile((Here() + "/a/b/f").c_str()); },
-     {kFailed, KORX_ERR_CREATE_DIR},
-     kLoses,
-     {"a"}},
-    {"CreateFile", Nothing, [] { return KORX_CreateFile("./f"); }},
-    {"Fchmod", AFile, [] { return KORX_Fchmod("f", 0600); }, {kFailed}, kSilent},
-    {"DelFile", AFile, [] { return KORX_DelFile("f", 2); }, {ORXFS_ERR_REMOVE}, kNone, {}, {"f"}},
-    {"IsDirEmpty", ATree, [] { return KORX_IsDirEmpty("d"); }, {ORXFS_ERR_DIR_OPEN, 1}, kSilent},
-    {"RmWriteRight", AFile, [] { return KORX_RmWriteRight("f"); }, {kFailed}, kSilent},
-    {"GiveWriteRight", AFile, [] { return KORX_GiveWriteRight("f"); }, {kFailed}, kSilent},
-    {"IsForIoctl", AFile, [] { return KORX_IsForIoctl("f"); }, {kFailed, 0, 1}, kSilent},
-    {"IsFileProtected", AFile, [] { return KORX_IsFileProtected("f"); }, {1}, kSilent},
-    {"Protect", AFile, [] { return KORX_ProtectFile("f"); }, {kFailed}, kUntold},
-    {"Unprotect", AProtectedFile, [] { return KORX_UndoProtectFile("f"); }, {kFailed}, kUntold},
-    {"ProtectItself",
-     AFile,
-     [] { return ORXFS_ProtectFile("f", 1); },
-     {kFailed, ORXFS_ERR_NOT_EXIST},
-     kUntold,
-     {},
-     {"f"}},
-    {"UnprotectItself",
-     AProtectedFile,
-     [] { return ORXFS_UndoProtectFile("f", 1); },
-     {kFailed, ORXFS_ERR_NOT_EXIST},
-     kUntold | kSilent,
-     {},
-     {"f"}},
-    {"ReadBytes", AFile, ReadBytes, {kAll}, kSilent},
-    {"WriteBytes", TwoFiles, [] { return WriteBytes(KORX_Write); }, {kAll}, kSilent, {"to"}},
-    {"WriteText", TwoFiles, [] { return WriteBytes(ORX_Write); }, {kAll}, kSilent, {"to"}},
-    {"CanonicalOpen", AFile, [] { return Opened(O_RDONLY); }, {kFailed, 2}, kSilent},
-    {"Canonical",
-     AFile,
-     [] {
-         char out[400];
-         return KORX_GetCanonicalFilepath("f", out, sizeof out);
-     },
-     {kFailed},
-     kUntold},
-    {"LinkFile",
-     ALink,
-     [] { return KORX_LinkFile("f", 2, "l", 2); },
-     {ORXFS_ERR_NOT_EXIST, ORXFS_ERR_SAME_FILE, ORXFS_ERR_SYMLINK},
-     kLoses,
-     {},
-     {"l"}},
-    {"LinkFilesSafe",
-     ALink,
-     [] { return KORX_LinkFilesSafe(Here().c_str(), "f", Here().c_str(), "l"); },
-     {kFailed, ORXFS_ERR_SYMLINK, ORXFS_ERR_SAME_FILE},
-     kLoses | kUntold,
-     {},
-     {"l"}},
-    {"Walk",
-     ATree,
-     [] { return ORX_WalkDirRecur("d", "", Visit, Visit, nullptr); },
-     {kFailed},
-     kSilent,
-     {},
-     {"d/sub"}},
-    {"RemoveTree",
-     ATree,
-     [] { return ORX_RmParentDir("d", ORX_RM_ALL); },
-     {kFailed},
-     kLoses | kUntold,
-     {},
-     {"d/sub", "d/sub/deep", "d/f", "d/sub/f"}},
-    {"EmptyTree",
-     ATree,
-     [] { return ORX_RmParentDir("d", ORX_RM_KEEP_DIRECTORIES); },
-     {kFailed},
-     kLoses | kUntold,
-     {},
-     {"d/sub", "d/sub/deep", "d/f", "d/sub/f"}},
-    {"RawCopy",
-     TwoFiles,
-     [] { return KORX_CopyFile("./f", 4, "./to", 5); },
-     {kFailed},
-     kLoses,
-     {"to"}},
-    {"SafeCopy",
-     TwoFiles,
-     [] { return KORXFS_CopyFile("./f", 4, "./to", ORXFS_OVERWRITE, 5); },
-     {kFailed, ORXFS_ERR_NOT_EXIST, ORXFS_ERR_SAME_FILE, ORXFS_ERR_PROTECTED},
-     kLoses | kUntold,
-     {"to.orxtmp"},
-     {"to", "to.orxtmp"}},
-    {"SpaceFull",
-     Logs,
-     [] {
-         ORX_SpaceFull("/data", 97);
-         return 0u;
-     },
-     {},
-     kUntold,
-     {"orx_spacefull.log"}},
-    {"SpaceFullLogInit",
-     Logs,
-     [] {
-         ORX_SpaceFullLogInit();
-         return 0u;
-     },
-     {},
-     kUntold | kLoses,
-     {"orx_spacefull.log"}},
-    {"AllSpace",
-     Logs,
-     [] {
-         ORX_GetAndSaveAllDfInfo();
-         WriteFile("orx_spacefull.log", "");  // what it found changes
-         return 0u;
-     },
-     {},
-     kUntold,
-     {"orx_spacefull.log"}},
-    {"Zip", Programs, [] { return ORX_ZipFile("d", "a.zip", 5); }, {kFailed}, kLoses, {"a.zip"}},
-    {"Unzip",
-     Programs,
-     [] { return ORX_UnZipFile("d/f", "new/d"); },
-     {kFailed},
-     kNone,
-     {"new", "new/d", "d/f"},
-     {"new"}},
+    Scenario("Mkdir", Nothing, [] { return KORX_Mkdir((Here() + "/a/b").c_str(), 0750); },
+             {KORX_ERR_CREATE_DIR}, kLoses, {"a"}),
+    Scenario("MkDir", Nothing, [] { return ORX_MkDir((Here() + "/a/b").c_str(), 0750); },
+             {KORX_ERR_CREATE_DIR, kFailed}, kLoses, {"a"}),
+    Scenario("CreateDirByFile", Nothing,
+             [] { return ORX_CreateDirByFile((Here() + "/a/b/f").c_str()); },
+             {kFailed, KORX_ERR_CREATE_DIR}, kLoses, {"a"}),
+    Scenario("CreateFile", Nothing, [] { return KORX_CreateFile("./f"); }),
+    Scenario(
+        "Fchmod", AFile, [] { return KORX_Fchmod("f", 0600); }, {kFailed}, kSilent),
+    Scenario("DelFile", AFile, [] { return KORX_DelFile("f", 2); }, {ORXFS_ERR_REMOVE}, kNone, {},
+             {"f"}),
+    Scenario(
+        "IsDirEmpty", ATree, [] { return KORX_IsDirEmpty("d"); }, {ORXFS_ERR_DIR_OPEN, 1}, kSilent),
+    Scenario(
+        "RmWriteRight", AFile, [] { return KORX_RmWriteRight("f"); }, {kFailed}, kSilent),
+    Scenario(
+        "GiveWriteRight", AFile, [] { return KORX_GiveWriteRight("f"); }, {kFailed}, kSilent),
+    Scenario(
+        "IsForIoctl", AFile, [] { return KORX_IsForIoctl("f"); }, {kFailed, 0, 1}, kSilent),
+    Scenario(
+        "IsFileProtected", AFile, [] { return KORX_IsFileProtected("f"); }, {1}, kSilent),
+    Scenario(
+        "Protect", AFile, [] { return KORX_ProtectFile("f"); }, {kFailed}, kUntold),
+    Scenario(
+        "Unprotect", AProtectedFile, [] { return KORX_UndoProtectFile("f"); }, {kFailed}, kUntold),
+    Scenario("ProtectItself", AFile, [] { return ORXFS_ProtectFile("f", 1); },
+             {kFailed, ORXFS_ERR_NOT_EXIST}, kUntold, {}, {"f"}),
+    Scenario("UnprotectItself", AProtectedFile, [] { return ORXFS_UndoProtectFile("f", 1); },
+             {kFailed, ORXFS_ERR_NOT_EXIST}, kUntold | kSilent, {}, {"f"}),
+    Scenario("ReadBytes", AFile, ReadBytes, {kAll}, kSilent),
+    Scenario("WriteBytes", TwoFiles, [] { return WriteBytes(KORX_Write); }, {kAll}, kSilent,
+             {"to"}),
+    Scenario("WriteText", TwoFiles, [] { return WriteBytes(ORX_Write); }, {kAll}, kSilent, {"to"}),
+    Scenario(
+        "CanonicalOpen", AFile, [] { return Opened(O_RDONLY); }, {kFailed, 2}, kSilent),
+    Scenario(
+        "Canonical", AFile,
+        [] {
+            char out[400];
+            return KORX_GetCanonicalFilepath("f", out, sizeof out);
+        },
+        {kFailed}, kUntold),
+    Scenario("LinkFile", ALink, [] { return KORX_LinkFile("f", 2, "l", 2); },
+             {ORXFS_ERR_NOT_EXIST, ORXFS_ERR_SAME_FILE, ORXFS_ERR_SYMLINK}, kLoses, {}, {"l"}),
+    Scenario("LinkFilesSafe", ALink,
+             [] { return KORX_LinkFilesSafe(Here().c_str(), "f", Here().c_str(), "l"); },
+             {kFailed, ORXFS_ERR_SYMLINK, ORXFS_ERR_SAME_FILE}, kLoses | kUntold, {}, {"l"}),
+    Scenario("Walk", ATree, [] { return ORX_WalkDirRecur("d", "", Visit, Visit, nullptr); },
+             {kFailed}, kSilent, {}, {"d/sub"}),
+    Scenario("RemoveTree", ATree, [] { return ORX_RmParentDir("d", ORX_RM_ALL); }, {kFailed},
+             kLoses | kUntold, {}, {"d/sub", "d/sub/deep", "d/f", "d/sub/f"}),
+    Scenario("EmptyTree", ATree, [] { return ORX_RmParentDir("d", ORX_RM_KEEP_DIRECTORIES); },
+             {kFailed}, kLoses | kUntold, {}, {"d/sub", "d/sub/deep", "d/f", "d/sub/f"}),
+    Scenario("RawCopy", TwoFiles, [] { return KORX_CopyFile("./f", 4, "./to", 5); }, {kFailed},
+             kLoses, {"to"}),
+    Scenario("SafeCopy", TwoFiles,
+             [] { return KORXFS_CopyFile("./f", 4, "./to", ORXFS_OVERWRITE, 5); },
+             {kFailed, ORXFS_ERR_NOT_EXIST, ORXFS_ERR_SAME_FILE, ORXFS_ERR_PROTECTED},
+             kLoses | kUntold, {"to.orxtmp"}, {"to", "to.orxtmp"}),
+    Scenario("SpaceFull", Logs, Untold<Space>, {}, kUntold, {"orx_spacefull.log"}),
+    Scenario("SpaceFullLogInit", Logs, Untold<ORX_SpaceFullLogInit>, {}, kUntold | kLoses,
+             {"orx_spacefull.log"}),
+    Scenario("AllSpace", Logs, Untold<AllSpace>, {}, kUntold, {"orx_spacefull.log"}),
+    Scenario("Zip", Programs, [] { return ORX_ZipFile("d", "a.zip", 5); }, {kFailed}, kLoses,
+             {"a.zip"}),
+    Scenario("Unzip", Programs, [] { return ORX_UnZipFile("d/f", "new/d"); }, {kFailed}, kNone,
+             {"new", "new/d", "d/f"}, {"new"}),
     // Profiles
-    {"GetValue",
-     AProfile,
-     [] {
-         char value[8];
-         return KORX_IniGetValue("./p", "[A]", "x", value, sizeof value);
-     },
-     {KORX_INI_ERR_LOAD, KORX_INI_ERR_NO_MEMORY}},
-    {"SetValue",
-     AProfile,
-     [] { return KORX_IniSetValue("./p", "[A]", "x", "new"); },
-     {kFailed, KORX_INI_ERR_LOAD},
-     kOwnRights,
-     {"p+", "p-", "p.lock"},
-     {"p+", "p-"}},
-    {"SetOrAdd",
-     AProfile,
-     [] { return KORX_IniSetOrAddValue("./p", "[C]", "x", "new"); },
-     {kFailed, KORX_INI_ERR_NO_MEMORY},
-     kOwnRights | kSilent,
-     {"p+", "p-", "p.lock"},
-     {"p+", "p-"}},
-    {"SaveFile",
-     AProfile,
-     [] { return KORX_IniSaveFile("./p", nullptr); },
-     {kFailed},
-     kOwnRights,
-     {"p+", "p-"},
-     {"p+", "p-"}},
+    Scenario("GetValue", AProfile,
+             [] {
+                 char value[8];
+                 return KORX_IniGetValue("./p", "[A]", "x", value, sizeof value);
+             },
+             {KORX_INI_ERR_LOAD, KORX_INI_ERR_NO_MEMORY}),
+    Scenario("SetValue", AProfile, [] { return KORX_IniSetValue("./p", "[A]", "x", "new"); },
+             {kFailed, KORX_INI_ERR_LOAD}, kOwnRights, {"p+", "p-", "p.lock"}, {"p+", "p-"}),
+    Scenario("SetOrAdd", AProfile, [] { return KORX_IniSetOrAddValue("./p", "[C]", "x", "new"); },
+             {kFailed, KORX_INI_ERR_NO_MEMORY}, kOwnRights | kSilent, {"p+", "p-", "p.lock"},
+             {"p+", "p-"}),
+    Scenario("SaveFile", AProfile, [] { return KORX_IniSaveFile("./p", nullptr); }, {kFailed},
+             kOwnRights, {"p+", "p-"}, {"p+", "p-"}),
     // Paths, strings, containers, semaphores, commands
-    {"Paths",
-     [] { SetLogPath(Here()); },
-     [] {
-         char path[300];
-         return KORX_GetLogPath(path, sizeof path);
-     },
-     {kFailed, 1},
-     kUntold},
-    {"Split",
-     Nothing,
-     [] {
-         ORX_VEC_Vector* const vector = ORX_VEC_VectorInit(nullptr, 1);
-         if (vector == nullptr)
-             return kFailed;
-         const uint32_t code = ORX_SplitString2Vector("a b c", ' ', 0, vector);
-         ORX_FreeVectorNodes(vector);
-         ORX_VEC_VectorFree(vector);
-         return code;
-     },
-     {kFailed},
-     kSilent},
-    {"Stack",
-     Nothing,
-     [] {
-         ORX_StackNode* const stack = ORX_CreateStack();
-         if (stack == nullptr)
-             return kFailed;
-         const uint32_t code = ORX_PushStack(stack, nullptr);
-         ORX_DestroyStack(stack);
-         return code;
-     },
-     {kFailed},
-     kSilent},
-    {"Semaphore", AFile,
-     [] {
-         uint32_t key = 0, id = 0;
-         uint32_t code = KORX_MutexSemaGetKey("f", 7, &key);
-         if (code == 0)
-             code = KORX_MutexSemaCreate(key, &id);
-         return code == 0 ? KORX_MutexSemaDestroy(id) : code;
-     }},
-    {"Execvp", Nothing, [] { return KORX_Execvp("true", " "); }, {kFailed, kAll}},
-    {"Filtered", Nothing, [] { return KORX_SystemWithFilter("true %s", 1, "x"); }, {kFailed, kAll}},
-    {"LinkForPath",
-     ALink,
-     [] {
-         KORX_CreateLinkFileForPath("l", 2);
-         return 0u;
-     },
-     {},
-     kLoses | kUntold,
-     {},
-     {"l"}},
+    Scenario(
+        "Paths", [] { SetLogPath(Here()); },
+        [] {
+            char path[300];
+            return KORX_GetLogPath(path, sizeof path);
+        },
+        {kFailed, 1}, kUntold),
+    Scenario(
+        "Split", Nothing,
+        [] {
+            ORX_VEC_Vector* const vector = ORX_VEC_VectorInit(nullptr, 1);
+            if (vector == nullptr)
+                return kFailed;
+            const uint32_t code = ORX_SplitString2Vector("a b c", ' ', 0, vector);
+            ORX_FreeVectorNodes(vector);
+            ORX_VEC_VectorFree(vector);
+            return code;
+        },
+        {kFailed}, kSilent),
+    Scenario(
+        "Stack", Nothing,
+        [] {
+            ORX_StackNode* const stack = ORX_CreateStack();
+            if (stack == nullptr)
+                return kFailed;
+            const uint32_t code = ORX_PushStack(stack, nullptr);
+            ORX_DestroyStack(stack);
+            return code;
+        },
+        {kFailed}, kSilent),
+    Scenario("Semaphore", AFile,
+             [] {
+                 uint32_t key = 0, id = 0;
+                 uint32_t code = KORX_MutexSemaGetKey("f", 7, &key);
+                 if (code == 0)
+                     code = KORX_MutexSemaCreate(key, &id);
+                 return code == 0 ? KORX_MutexSemaDestroy(id) : code;
+             }),
+    Scenario("Execvp", Nothing, [] { return KORX_Execvp("true", " "); }, {kFailed, kAll}),
+    Scenario("Filtered", Nothing, [] { return KORX_SystemWithFilter("true %s", 1, "x"); },
+             {kFailed, kAll}),
+    Scenario("LinkForPath", ALink, Untold<ALinkForPath>, {}, kLoses | kUntold, {}, {"l"}),
     // Logs
-    {"LogInit",
-     Nothing,
-     [] {
-         ATextLog();
-         return 0u;
-     },
-     {},
-     kShortCounts | kUntold,
-     {"orx_app.log"}},
-    {"OrxLogInit",
-     Logs,
-     [] { return KORX_OrxLogInit(1, "zelk"); },
-     {kFailed, 1},
-     kShortCounts | kUntold,
-     {"orx_app.log", "KORX_DIAG_LOG"}},
-    {"Log2File",
-     ATextLog,
-     [] {
-         ORX_Log2File(3, "line");
-         return 0u;
-     },
-     {},
-     kShortCounts | kUntold | kForgets},
-    {"Log2FileAndRecords",
-     ATextLogBesideRecords,
-     [] {
-         ORX_Log2File(3, "line");
-         return 0u;
-     },
-     {},
-     kShortCounts | kUntold | kForgets},
-    {"CreateLogfile",
-     Nothing,
-     [] { return ORX_CreateLogfile(Here().c_str(), "orx_app.log"); },
-     {kFailed, 1},
-     kUntold,
-     {"orx_app.log"}},
-    {"WriteLogfile",
-     Nothing,
-     [] { return ORX_WriteLogfile((Here() + "/orx_app.log").c_str(), 100000, "line\n"); },
-     {kFailed, kAll},
-     kShortCounts | kUntold | kSilent,
-     {"orx_app.log"}},
-    {"DiagRecord",
-     Logs,
-     [] { return KORX_DLog(1, 2, 1, 0, 0, "line"); },
-     {kAll, ORX_PLOG_ERR_OPEN, ORX_PLOG_ERR_LOCK},
-     kShortCounts | kUntold | kSilent,
-     {"KORX_DIAG_LOG"}},
-    {"SecurityRecord",
-     Logs,
-     [] { return KORX_SecurityEventLog(1, 2, 1, 0, 0, "line"); },
-     {kAll, ORX_PLOG_ERR_OPEN, ORX_PLOG_ERR_LOCK},
-     kShortCounts | kUntold | kSilent,
-     {"korx_safe.log"}},
-    {"LifeRecord",
-     Logs,
-     [] { return KORX_LifeCycleLog(1, 2, 1, 0, 0, "line"); },
-     {kAll, ORX_PLOG_ERR_OPEN, ORX_PLOG_ERR_LOCK},
-     kShortCounts | kUntold | kSilent,
-     {"korx_life.log"}},
-    {"ProcessRecord",
-     Logs,
-     [] { return KORX_PLog(1, 0, 0, "line"); },
-     {kAll},
-     kShortCounts | kUntold | kSilent,
-     {"zelk.log"}},
-    {"StartRecord",
-     Logs,
-     [] { return KORX_STLog(1, 1, 0, "line"); },
-     {kAll, ORX_PLOG_ERR_LOCK, ORX_PLOG_ERR_SEEK, ORX_PLOG_ERR_CUT, ORX_PLOG_ERR_HEADER},
-     kShortCounts | kUntold | kSilent,
-     {"KORX_START_LOG"}},
-    {"SyncRecords", ADiagRecord, [] { return KORX_DLogFsync(); }, {kAll}, kSilent},
-    {"PlainHelpers", Logs, WriteByHelpers, {kAll}, kShortCounts | kUntold | kSilent, {"zelk.log"}},
-    {"RingHelpers",
-     Logs,
-     WriteRingByHelpers,
-     {kAll},
-     kShortCounts | kUntold | kSilent,
-     {"KORX_DIAG_LOG"}},
-    {"StartHelpers",
-     Logs,
-     WriteStartByHelpers,
-     {kAll, ORX_PLOG_ERR_SEEK, ORX_PLOG_ERR_CUT, ORX_PLOG_ERR_HEADER},
-     kShortCounts | kUntold | kSilent | kAbandons,
-     {"KORX_START_LOG"}},
+    Scenario("LogInit", Nothing, Untold<ATextLog>, {}, kShortCounts | kUntold, {"orx_app.log"}),
+    Scenario("OrxLogInit", Logs, [] { return KORX_OrxLogInit(1, "zelk"); }, {kFailed, 1},
+             kShortCounts | kUntold, {"orx_app.log", "KORX_DIAG_LOG"}),
+    Scenario("Log2File", ATextLog, Untold<ALine>, {}, kShortCounts | kUntold | kForgets),
+    Scenario("Log2FileAndRecords", ATextLogBesideRecords, Untold<ALine>, {},
+             kShortCounts | kUntold | kForgets),
+    Scenario("CreateLogfile", Nothing,
+             [] { return ORX_CreateLogfile(Here().c_str(), "orx_app.log"); }, {kFailed, 1}, kUntold,
+             {"orx_app.log"}),
+    Scenario("WriteLogfile", Nothing,
+             [] { return ORX_WriteLogfile((Here() + "/orx_app.log").c_str(), 100000, "line\n"); },
+             {kFailed, kAll}, kShortCounts | kUntold | kSilent, {"orx_app.log"}),
+    Scenario("DiagRecord", Logs, [] { return KORX_DLog(1, 2, 1, 0, 0, "line"); },
+             {kAll, ORX_PLOG_ERR_OPEN, ORX_PLOG_ERR_LOCK}, kShortCounts | kUntold | kSilent,
+             {"KORX_DIAG_LOG"}),
+    Scenario("SecurityRecord", Logs, [] { return KORX_SecurityEventLog(1, 2, 1, 0, 0, "line"); },
+             {kAll, ORX_PLOG_ERR_OPEN, ORX_PLOG_ERR_LOCK}, kShortCounts | kUntold | kSilent,
+             {"korx_safe.log"}),
+    Scenario("LifeRecord", Logs, [] { return KORX_LifeCycleLog(1, 2, 1, 0, 0, "line"); },
+             {kAll, ORX_PLOG_ERR_OPEN, ORX_PLOG_ERR_LOCK}, kShortCounts | kUntold | kSilent,
+             {"korx_life.log"}),
+    Scenario("ProcessRecord", Logs, [] { return KORX_PLog(1, 0, 0, "line"); }, {kAll},
+             kShortCounts | kUntold | kSilent, {"zelk.log"}),
+    Scenario("StartRecord", Logs, [] { return KORX_STLog(1, 1, 0, "line"); },
+             {kAll, ORX_PLOG_ERR_LOCK, ORX_PLOG_ERR_SEEK, ORX_PLOG_ERR_CUT, ORX_PLOG_ERR_HEADER},
+             kShortCounts | kUntold | kSilent, {"KORX_START_LOG"}),
+    Scenario(
+        "SyncRecords", ADiagRecord, [] { return KORX_DLogFsync(); }, {kAll}, kSilent),
+    Scenario("PlainHelpers", Logs, WriteByHelpers, {kAll}, kShortCounts | kUntold | kSilent,
+             {"zelk.log"}),
+    Scenario("RingHelpers", Logs, WriteRingByHelpers, {kAll}, kShortCounts | kUntold | kSilent,
+             {"KORX_DIAG_LOG"}),
+    Scenario("StartHelpers", Logs, WriteStartByHelpers,
+             {kAll, ORX_PLOG_ERR_SEEK, ORX_PLOG_ERR_CUT, ORX_PLOG_ERR_HEADER},
+             kShortCounts | kUntold | kSilent | kAbandons, {"KORX_START_LOG"}),
     // The outside reader
-    {"Read",
-     AnUnreadLog,
-     [] { return ReadUnread(From::kPath, false); },
-     {KORX_READER_NO_MEMORY, KORX_READER_OPEN, KORX_READER_READ, KORX_READER_LOCKED},
-     kSilent},
-    {"ReadOpened",
-     AnUnreadLog,
-     [] { return ReadUnread(From::kDescriptor, false); },
-     {KORX_READER_NO_MEMORY, KORX_READER_READ, KORX_READER_LOCKED},
-     kSilent},
-    {"ReadMemory",
-     AnUnreadLog,
-     [] { return ReadUnread(From::kMemory, false); },
-     {KORX_READER_NO_MEMORY},
-     kSilent},
-    {"Repair",
-     ADamagedLog,
-     Repair,
-     {KORX_READER_NO_MEMORY, KORX_READER_OPEN, KORX_READER_READ, KORX_READER_LOCKED,
-      KORX_READER_WRITE, KORX_READER_UNSURE},
-     kSilent | kOwnRights,
-     {"korx_safe.log.damaged.1", "kept"},
-     {"korx_safe.log.damaged.1"}},
-    {"Acknowledge",
-     AnUnreadLog,
-     [] { return ReadUnread(From::kPath, true); },
-     {KORX_READER_NO_MEMORY, KORX_READER_OPEN, KORX_READER_READ, KORX_READER_LOCKED,
-      KORX_READER_CHANGED, KORX_READER_WRITE, KORX_READER_CURSOR, KORX_READER_UNSURE},
-     kSilent | kLoses | kOwnRights,
-     {"korx_safe.log.cursor", "korx_safe.log.cursor.new"},
-     {"korx_safe.log.cursor", "korx_safe.log.cursor.new"}},
+    Scenario(
+        "Read", AnUnreadLog, [] { return ReadUnread(From::kPath, false); },
+        {KORX_READER_NO_MEMORY, KORX_READER_OPEN, KORX_READER_READ, KORX_READER_LOCKED}, kSilent),
+    Scenario(
+        "ReadOpened", AnUnreadLog, [] { return ReadUnread(From::kDescriptor, false); },
+        {KORX_READER_NO_MEMORY, KORX_READER_READ, KORX_READER_LOCKED}, kSilent),
+    Scenario(
+        "ReadMemory", AnUnreadLog, [] { return ReadUnread(From::kMemory, false); },
+        {KORX_READER_NO_MEMORY}, kSilent),
+    Scenario("Repair", ADamagedLog, Repair,
+             {KORX_READER_NO_MEMORY, KORX_READER_OPEN, KORX_READER_READ, KORX_READER_LOCKED,
+              KORX_READER_WRITE, KORX_READER_UNSURE},
+             kSilent | kOwnRights, {"korx_safe.log.damaged.1", "kept"},
+             {"korx_safe.log.damaged.1"}),
+    Scenario("Acknowledge", AnUnreadLog, [] { return ReadUnread(From::kPath, true); },
+             {KORX_READER_NO_MEMORY, KORX_READER_OPEN, KORX_READER_READ, KORX_READER_LOCKED,
+              KORX_READER_CHANGED, KORX_READER_WRITE, KORX_READER_CURSOR, KORX_READER_UNSURE},
+             kSilent | kLoses | kOwnRights, {"korx_safe.log.cursor", "korx_safe.log.cursor.new"},
+             {"korx_safe.log.cursor", "korx_safe.log.cursor.new"}),
 };
 
 struct Tortured : ::testing::TestWithParam<Scenario> {};
