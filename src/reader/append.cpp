@@ -75,12 +75,14 @@ class Continuation {
                memcmp(head_, image_.bytes.data.get(), head_size_) == 0;
     }
 
-    // Whether the newest lap is still the same, and was known whole.
+    // Whether the newest lap is still the same, and was known whole. What has been passed and is no
+    // entry is known by its bytes, which must not be written over here.
     bool has_same_lap() {
         const ShapeOperations& shape = *image_.format.shape;
         const std::string_view copied = image_.bytes.view();
-        if (shape.find_laps == nullptr || image_.entries.empty() || !IsSound(last()) ||
-            last().is(KORX_RECORD_OLD_LAP) || !ReadExactly(log_.fd(), head_, head_size_, 0) ||
+        if (shape.find_laps == nullptr || !image_.passed.empty() || image_.entries.empty() ||
+            !IsSound(last()) || last().is(KORX_RECORD_OLD_LAP) ||
+            !ReadExactly(log_.fd(), head_, head_size_, 0) ||
             !shape.find_laps(image_.format, copied, image_.file_size, &before_) ||
             !shape.find_laps(image_.format, {head_, head_size_}, log_.size(), &now_))
             return false;

@@ -24,7 +24,7 @@ static_assert(sizeof(korx_mark::last) == kSectionCount * sizeof(korx_mark::last[
 constexpr uint8_t kHasHead = 1 << 4;    // stamp and fields are sound
 constexpr uint8_t kHandedOut = 1 << 5;  // by next_unread, and not acknowledged yet
 constexpr uint8_t kSeen = 1 << 6;       // lies before the mark that was sought
-constexpr uint8_t kStands = 1 << 7;     // was in an earlier copy as well; while that is compared
+constexpr uint8_t kStands = 1 << 7;     // in a later copy, too, with which this one is compared
 
 // Where a record is. There may be one for every few bytes of the log, so what its head says is read
 // again when it is handed out.

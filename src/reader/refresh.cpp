@@ -40,15 +40,17 @@ bool SameText(const LogImage& a, const LogImage& b, const Entry& entry) {
 
 using EntryList = Array<Entry*>;
 
-// Those that are no entries now as well. False: out of memory.
+// Those that are no entries now as well; of two at one place the longer one is the last. False: out
+// of memory.
 bool SortByOffset(LogImage* image, EntryList* sorted) {
     (void) sorted->reserve(image->entries.size() + image->passed.size());
     for (Array<Entry>* const entries : {&image->entries, &image->passed}) {
         for (Entry& entry : *entries)
             sorted->push(&entry);
     }
-    std::sort(sorted->begin(), sorted->end(),
-              [](const Entry* a, const Entry* b) { return a->offset < b->offset; });
+    std::sort(sorted->begin(), sorted->end(), [](const Entry* a, const Entry* b) {
+        return a->offset != b->offset ? a->offset < b->offset : a->length < b->length;
+    });
     return !sorted->out_of_memory();
 }
 
@@ -63,19 +65,24 @@ bool MarkStanding(LogImage* before, LogImage* image) {
     if (!SortByOffset(before, &olds) || !SortByOffset(image, &entries))
         return false;
     size_t at = 0;
+    const uint64_t size = image->bytes.size;
     for (Entry* const old : olds) {
         while (at < entries.size() && entries[at]->offset < old->offset)
             ++at;
-        Entry left = *old;  // the file may have been cut
-        left.length = static_cast<uint32_t>(image->text(*old).size());
+        old->clear(kStands);  // memory may have run out the last time
+        Entry left = *old;    // the file may have been cut
+        left.length =
+            static_cast<uint32_t>(std::min(left.end(), size) - std::min(left.offset, size));
         const bool is_entry = at < entries.size() && entries[at]->offset == old->offset &&
                               SameText(*before, *image, *entries[at]);
-        if (is_entry)
+        if (is_entry) {
+            entries[at]->clear(kSeen | kHandedOut);  // of a shorter one that was passed here
             entries[at]->set(old->flags & (kSeen | kHandedOut));
-        else if (left.length == 0 || !SameText(*before, *image, left))
+        } else if (left.length == 0 || !SameText(*before, *image, left)) {
             continue;
-        else if (old->is(kSeen))
+        } else if (old->is(kSeen)) {
             image->passed.push(left);
+        }
         old->set(kStands);
     }
     return !image->passed.out_of_memory();
