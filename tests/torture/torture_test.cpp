@@ -215,7 +215,9 @@ uint32_t Repair() {
         (void) unlink("korx_safe.log.damaged.1");
     }
     const auto keep = [](void*, const korx_reader*, const korx_record* record) {
-        WriteFile("kept", ReadFile("kept") + (record != nullptr ? record->text : "end"));
+        const std::string text =
+            record != nullptr ? std::string(record->text, record->length) : "end";
+        WriteFile("kept", ReadFile("kept") + text);
         return 0;
     };
     korx_reader_repaired repaired;
