@@ -1,7 +1,9 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <syslog.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <thread>
 
 #include "korx/log.h"
@@ -137,11 +139,21 @@ TEST_F(LogSetup, AFaultInsideTheDumpEndsItWithItsStatus) {
     }
 }
 
+bool IsAsleep(pid_t thread) {
+    const std::string state = ReadFile("/proc/self/task/" + std::to_string(thread) + "/stat");
+    return state.find(") S ") != std::string::npos;
+}
+
 uint32_t AgentOfTwoCrashes(uint32_t, uint32_t, const char*, ...) {
     static int lines = 0;
     if (++lines == 1) {
-        std::thread(KORX_DumpBacktraceHandler).detach();
-        usleep(50000);
+        static std::atomic<pid_t> other = 0;
+        std::thread([] {
+            other = gettid();
+            KORX_DumpBacktraceHandler();
+        }).detach();
+        while (other == 0 || !IsAsleep(other))
+            usleep(1000);
     }
     WriteFile("lines", std::to_string(lines));
     return 0;
@@ -152,7 +164,7 @@ TEST_F(LogSetup, AThreadThatCrashesBesideTheDumpDoesNotCutIt) {
     LOG_FileInit();
     g_KorxImAgentReportLogByIdFunc = AgentOfTwoCrashes;
     EXPECT_EQ(CrashStatus([] { raise(SIGUSR1); }), kCrashStatus);
-    EXPECT_GT(ReadFile("lines"), "2");
+    EXPECT_GT(std::stoi("0" + ReadFile("lines")), 2);
 }
 
 }  // namespace

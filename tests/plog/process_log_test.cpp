@@ -1,8 +1,10 @@
 #include <errno.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <utility>
 
+#include "base/unique.h"
 #include "korx/plog.h"
 #include "support/faults.h"
 #include "support/records.h"
@@ -29,6 +31,8 @@ TEST_F(ProcessLog, WritesBothForms) {
 
 TEST_F(ProcessLog, RefusesUnknownAndUnregisteredProcesses) {
     KORX_PLogInit(0, "nobody", 0);
+    EXPECT_EQ(std::ranges::count(syslog.texts(), "KORX PLogInit, get comp type unsuccessfully."),
+              1);
     EXPECT_EQ(KORX_PLog(0, 0, 0, "x"), kAll);
     EXPECT_EQ(KORX_PLogByProcName(0, "zelk", 0, 0, "x"), kAll);
     KORX_PLogInit(0, "zelk", 0);
@@ -72,6 +76,21 @@ TEST_F(ProcessLog, IsNotWrittenWhereItsEndIsNotKnown) {
     }
     EXPECT_EQ(PLOG_LogFile("zelk", "third"), 0u);
     EXPECT_EQ(ReadFile("logs/zelk.log").substr(28, 5), "first");
+}
+
+// Another thread may get the number at any time.
+TEST_F(ProcessLog, RemembersNoNumberThatIsNotItsOwn) {
+    KORX_PLogInit(0, "zelk", 0);
+    for (const bool is_closed_by_others : {false, true}) {
+        ASSERT_EQ(PLOG_LogFile("zelk", "first"), 0u);
+        const UniqueFd other(open("/dev/null", O_RDWR | O_CLOEXEC));
+        const UniqueFd foreign(is_closed_by_others ? dup3(other.get(), g_iPLogFileFd[3], O_CLOEXEC)
+                                                   : -1);
+        RemoveAll("logs");
+        const Fault full("mkdir", 1, ENOSPC);
+        EXPECT_EQ(PLOG_LogFile("zelk", "second"), kAll);
+        EXPECT_EQ(g_iPLogFileFd[3], 0) << is_closed_by_others;
+    }
 }
 
 TEST_F(ProcessLog, WritesOnWhereLockOrCutFails) {

@@ -78,7 +78,7 @@ bool Fault::Decide(const char* name, const void* caller, size_t* bytes) {
 }
 
 bool Fault::Strikes(const char* name, const size_t* bytes) {
-    constexpr const char* kApart[] = {"malloc", "realloc", "sigaction"};
+    constexpr const char* kApart[] = {"malloc", "realloc", "sigaction", "vsyslog"};
     const bool is_apart = std::any_of(std::begin(kApart), std::end(kApart),
                                       [=](const char* apart) { return strcmp(name, apart) == 0; });
     if (strcmp(name_, "*") == 0 ? is_apart : strcmp(name_, name) != 0)

@@ -6,7 +6,7 @@
 // lasts as long as its object and is inherited by forked children. A name without a tap aborts.
 //
 // The name "*" stands for any tapped call that may fail and talks to the kernel, that is all but
-// malloc, realloc and sigaction.
+// malloc, realloc, sigaction and vsyslog.
 #pragma once
 
 #include <stddef.h>

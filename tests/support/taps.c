@@ -20,6 +20,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -183,6 +184,11 @@ int usleep(useconds_t microseconds) {
     FIND_NEXT(int, usleep, (useconds_t));
     size_t asked = microseconds;
     return FAILS(usleep, &asked) ? -1 : next((useconds_t) asked);
+}
+void vsyslog(int priority, const char* format, va_list args) {
+    FIND_NEXT(void, vsyslog, (int, const char*, va_list));
+    (void) FAILS(vsyslog, NULL);
+    next(priority, format, args);
 }
 TAP(int, nanosleep, -1, (const struct timespec* asked, struct timespec* rest), (asked, rest))
 TAP(int, sigaction, -1, (int number, const struct sigaction* action, struct sigaction* before),

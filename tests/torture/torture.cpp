@@ -291,6 +291,7 @@ class Torturer {
         for (const char* const name : {"outside/file", "outside/directory/f",
                                        "outside/directory/sub/g", "outside/directory/secret"})
             WriteFile(name, kSecret);
+        (void) chmod((std::string(kOutside) + "/directory").c_str(), 0700);  // to be kept
         MakeDirs("conf/config");
         WriteFile("conf/config/korx_sdk_init.conf", "");  // there is no agent
     }
