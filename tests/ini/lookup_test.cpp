@@ -94,6 +94,9 @@ TEST_F(Lookup, FindsTheFirstSectionAndPiecesOfLongLinesHoweverTheyAreRead) {
         ASSERT_EQ(LookUp("./p", "[S]", "k").value, "9") << read;
         ASSERT_EQ(LookUp("./p", "[S]", "kk").value, "\"\"") << read;
     }
+    const std::string name = "[" + std::string(63, 'S');
+    WriteFile("p", name + "]\nk=9\n[T]\n" + name + "]\nkk=1\n");
+    EXPECT_EQ(LookUp("./p", name.c_str(), "kk").value, "\"\"");
 }
 
 }  // namespace

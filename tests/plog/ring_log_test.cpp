@@ -262,6 +262,20 @@ TEST_F(RingLogs, ReturnAndReportEachFailureWithTheOldHead) {
     }
 }
 
+TEST_F(RingLogs, TellThatALockIsGivenBackInAnotherWay) {
+    const std::vector<std::string> reports[] = {
+        {"DLOG lock file unsuccessfully."}, {"SLOG unlock file unsuccessfully."}, {}};
+    for (const Log& log : logs) {
+        ASSERT_EQ(log.write("one"), 0u);
+        syslog.clear();
+        const Fault refused("fcntl", 2, ENOLCK);
+        EXPECT_EQ(log.write("two"), 0u);
+        auto lines = syslog.texts();
+        std::erase_if(lines, [](const std::string& line) { return line.starts_with("[LOG_"); });
+        EXPECT_EQ(lines, reports[&log - logs]);
+    }
+}
+
 TEST_F(RingLogs, NoticeVanishedAndReplacedFiles) {
     ASSERT_EQ(KORX_DLog(0, 0, 0, 0, 0, "one"), 0u);
     unlink(g_stDLogInfo.acFileName);
