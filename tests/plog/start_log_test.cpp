@@ -99,6 +99,8 @@ TEST_F(StartLog, TouchesNothingWithoutOpenFilesOrSection) {
     EXPECT_FALSE(Exists("KORX_START_LOG"));
     ASSERT_EQ(STLOG_CheckFileHandle(), 0u);
     EXPECT_EQ(STLOG_LogHdrGet(4, &read), 8u);
+    const Fault full = Fault::Short("pwrite", 1, 10);
+    EXPECT_NE(STLOG_LogHdrPut(&read), 0u) << "a part is not enough";
     EXPECT_EQ(STLOG_LogBuff2File(4, "x", 1), kAll);
     EXPECT_EQ(STLOG_LogCleanupEnding(601), 600);
 }

@@ -50,6 +50,8 @@ TEST_F(Files, FollowersSeeWhatElseHasHappened) {
     } cases[] = {
         {"two more", [](Places*) {}, 10, [](Places* at) { at->append(), at->append(); },
          KORX_REFRESHED_MORE, "014 015 "},
+        {"an acknowledgement", [](Places*) {}, 10,
+         [](Places* at) { at->head.uiDumpLen = 2 * Places::kLength; }, KORX_REFRESHED_MORE, ""},
         {"a whole lap and one more", [](Places*) {}, 10,
          [](Places* at) {
              for (unsigned i = 0; i < 11; ++i)

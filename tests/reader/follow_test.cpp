@@ -13,6 +13,7 @@
 
 #include "korx/log.h"
 #include "reader/ring_file.h"
+#include "support/faults.h"
 
 namespace {
 
@@ -64,6 +65,40 @@ TEST_F(Files, RefreshedInVainLeaveTheReaderAsItWas) {
     EXPECT_EQ(head().uiDumpLen, 2 * kLength) << "the third was passed, but not handed out";
     const LogReader copy(ReadFile("ring"), KORX_LOG_SECURITY, "");
     EXPECT_EQ(korx_reader_refresh(copy.it, &how, nullptr), KORX_READER_ARGUMENT);
+}
+
+TEST_F(Files, RefreshedWithoutMemoryLeaveTheReaderAsItWas) {
+    make_ring(30);
+    const std::string before = ReadFile("ring");
+    add(1);
+    unsigned failures = 0;
+    for (const char* const call : {"malloc", "realloc"}) {
+        WriteFile("log", before);
+        LogReader log("log", KORX_LOG_SECURITY);
+        const Texts told = Told(log.it);
+        WriteFile("new", ReadFile("ring"));  // another file, which is read as a whole
+        ASSERT_EQ(rename("new", "log"), 0);
+        for (unsigned nth = 1; nth <= 12; ++nth) {
+            const Fault none(call, nth, ENOMEM);
+            if (korx_reader_refresh(log.it, nullptr, nullptr) == KORX_READER_OK)
+                break;
+            EXPECT_EQ(Told(log.it), told) << call << nth;
+            ++failures;
+        }
+    }
+    EXPECT_GT(failures, 1u);
+}
+
+TEST_F(Files, AreReadInTheZoneOfTheMoment) {
+    make_ring(1);
+    time_t times[2];
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(setenv("TZ", i == 0 ? "UTC0" : "WEST+5", 1), 0);
+        LogReader log("ring", KORX_LOG_SECURITY);
+        ASSERT_EQ(log.next(), 1);
+        times[i] = log.record.time.tv_sec;
+    }
+    EXPECT_EQ(times[1] - times[0], 5 * 3600);
 }
 
 // The log cuts its newest record whenever a lap begins.

@@ -176,6 +176,11 @@ TEST_F(Files, ThatCannotBeReadAreRefusedWithAReason) {
     EXPECT_EQ(open("huge", KORX_LOG_TEXT), KORX_READER_TOO_LARGE);
     WriteFile("odd", "odd");
     EXPECT_EQ(open("odd", KORX_LOG_AUTO), KORX_READER_UNKNOWN);
+    options.max_bytes = 3;
+    const Fault signal("pread", 1, EINTR, 2);
+    EXPECT_EQ(open("odd", KORX_LOG_TEXT), KORX_READER_OK);
+    options.max_bytes = 2;
+    EXPECT_EQ(open("odd", KORX_LOG_TEXT), KORX_READER_TOO_LARGE);
 }
 
 TEST_F(Files, HeldByAWriterAreWaitedForAndThenGivenUp) {
@@ -192,7 +197,9 @@ TEST_F(Files, HeldByAWriterAreWaitedForAndThenGivenUp) {
     char byte;
     ASSERT_EQ(read(ready[0], &byte, 1), 1);
     options.lock_timeout_ms = 50;
+    const CallCount naps("nanosleep");
     EXPECT_EQ(open("ring"), KORX_READER_LOCKED);
+    EXPECT_LT(naps.value(), 100u) << "one lasts up to two milliseconds";
     options.flags = KORX_READER_NO_LOCK;
     EXPECT_EQ(open("ring"), KORX_READER_OK);
     (void) kill(child, SIGKILL);
