@@ -1,3 +1,17 @@
+# Packed relative relocations are two thousand bytes less in a file whose size is budgeted. They need a
+# linker that makes them and a libc that takes them.
+include(CheckCXXSourceCompiles)
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+    set(CMAKE_REQUIRED_LINK_OPTIONS -Wl,--fatal-warnings,-z,pack-relative-relocs)
+    check_cxx_source_compiles("
+        #include <features.h>
+        #if !__GLIBC_PREREQ(2, 36)
+        #error libc would not load it
+        #endif
+        int main() {}" KORX_PACKS_RELOCATIONS)
+    unset(CMAKE_REQUIRED_LINK_OPTIONS)
+endif()
+
 # korx_library(<target> <source>...): a shared library with the exports.map beside its CMakeLists.txt
 # and <target> without "korx_" as its name below korx::.
 #
@@ -21,8 +35,8 @@ function(korx_library target)
         PRIVATE ${PROJECT_SOURCE_DIR}/src)
     target_compile_definitions(${target} PRIVATE _GNU_SOURCE)
     target_compile_options(${target} PRIVATE
-        -fno-exceptions -fno-rtti -fno-threadsafe-statics -fstack-protector-strong
-        -fno-builtin-malloc -ffunction-sections -fdata-sections # what nobody calls is left out
+        -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-builtin-malloc
+        -ffunction-sections -fdata-sections # what nobody calls is left out
         $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op -Wduplicated-cond>)
     # Or libgcc would bring a static constructor that asks the processor for its atomics. Elsewhere a
     # call through the table of addresses is shorter than one with a stub: everything is bound early.
@@ -32,7 +46,8 @@ function(korx_library target)
         target_compile_options(${target} PRIVATE -fno-plt)
     endif()
     target_link_options(${target} PRIVATE
-        -Wl,--version-script=${exports} -Wl,--as-needed -static-libgcc -Wl,-z,relro,-z,now
-        -Wl,-z,noseparate-code -Wl,--gc-sections)
-    target_link_libraries(${target} PRIVATE korx_warnings)
+        -Wl,--version-script=${exports} -Wl,--as-needed -static-libgcc
+        -Wl,-z,noseparate-code -Wl,--gc-sections
+        $<$<BOOL:${KORX_PACKS_RELOCATIONS}>:-Wl,-z,pack-relative-relocs>)
+    target_link_libraries(${target} PRIVATE korx_shipped korx_warnings)
 endfunction()

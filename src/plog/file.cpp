@@ -295,7 +295,7 @@ uint32_t LOG_CheckAndTruncate(int fd, uint32_t limit) {
     if (fstat(fd, &st) < 0 || static_cast<int32_t>(st.st_size) < 0)
         return kAllBits;
     if (st.st_size > off_t{limit}) {
-        (void) ftruncate(fd, limit);
+        (void) !ftruncate(fd, limit);
         (void) lseek(fd, 0, SEEK_SET);
     }
     return kOk;

@@ -77,7 +77,7 @@ uint32_t StoreInRing(const char* tag, int fd, const void* record, uint32_t lengt
 // What cannot be read of the head counts as that of a new file: this log never stops.
 uint32_t StoreOverOldest(int fd, const void* record, uint32_t length, uint32_t limit) {
     LOG_HEAD_S head = {};
-    (void) pread(fd, &head, sizeof head, 0);
+    (void) !pread(fd, &head, sizeof head, 0);
     if (StoreInRing("DLOG", fd, record, length, limit, &head) != kOk)
         return kRecordFailed;
     (void) WriteAt(fd, sizeof head, &head, 0);
