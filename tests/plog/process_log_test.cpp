@@ -1,5 +1,6 @@
 #include <errno.h>
 #include <fcntl.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <utility>
@@ -27,6 +28,17 @@ TEST_F(ProcessLog, WritesBothForms) {
     const std::regex lines(R"(\[[\d :.-]{26}\]\[FATAL\]\[L:80100 M:3\]\[120\]package verified\n)"
                            R"(\[[\d :.-]{26}\]\[L:80100 M:3\]\[INFO\]\[120\]again\n)");
     EXPECT_TRUE(std::regex_match(ReadFile("logs/DXN.log"), lines)) << ReadFile("logs/DXN.log");
+}
+
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+// In memory that can be written, too, for which libc's fortified calls may end a process.
+TEST_F(ProcessLog, TakesAFormatThatCounts) {
+    KORX_PLogInit(0, "zelk", 0);
+    const std::string format = "pack%nage";
+    int record = 0, line = 0;
+    EXPECT_EQ(KORX_PLog(1, 0, 0, format.c_str(), &record), 0u);
+    DBG_SysLog(LOG_INFO, format.c_str(), &line);
+    EXPECT_TRUE(record == 4 && line == 4) << record << line;
 }
 
 TEST_F(ProcessLog, RefusesUnknownAndUnregisteredProcesses) {

@@ -199,6 +199,16 @@ TAP(int, semget, -1, (key_t key, int count, int flags), (key, count, flags))
 TAP_VARIADIC(semctl, void*, command, (int id, int number, int command, ...),
              (id, number, command, argument))
 
+/* What the compiler makes of a call whose flags or sizes it doesn't know; the size that it appends
+ * needs no looking at. */
+#define FORTIFIED(fortified, name) __asm__(".globl " fortified "\n.set " fortified ", " name "\n")
+FORTIFIED("__open_2", "open");
+FORTIFIED("__openat_2", "openat");
+FORTIFIED("__read_chk", "read");
+FORTIFIED("__pread_chk", "pread");
+FORTIFIED("__readlink_chk", "readlink");
+FORTIFIED("__realpath_chk", "realpath");
+
 /* A function that returns twice cannot be wrapped: the child would return from the wrapper and
  * leave the parent its stack in ruins. So the wrapper is gone before the real one runs. */
 void* KorxTapVfork(const void* caller);
