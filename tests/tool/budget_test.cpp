@@ -18,7 +18,7 @@ TEST_F(Budget, OfTheCommandsStart) {
     const int by_name = number(" number of relocations: ");
     const int relative = number(" number of relative relocations: ");
     EXPECT_GT(by_name * relative, 0) << result.err;
-    EXPECT_LE(by_name, 600);
+    EXPECT_LE(by_name, 640);  // all of them: what is looked up later could be exchanged till then
     EXPECT_LE(relative, 6000);
 }
 #endif
