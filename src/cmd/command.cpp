@@ -64,7 +64,7 @@ BlockLayout LayoutFor(size_t tokens) {
 
 // Splits command into block. The slots behind the last token stay null.
 uint32_t FillBlock(char* command, const char* separators, char* block, BlockLayout layout) {
-    char** slot = reinterpret_cast<char**>(block);
+    char** slot = static_cast<char**>(static_cast<void*>(block));  // as malloc aligns it
     size_t position = layout.text;
     char* rest = nullptr;
     for (char* token = strtok_r(command, separators, &rest); token != nullptr;
@@ -111,7 +111,7 @@ uint32_t ORX_CommandConstructArgv(const char* command, const char* separators, c
     if (result != kOk)
         return result;
 
-    *argv = reinterpret_cast<char**>(block.release());
+    *argv = static_cast<char**>(static_cast<void*>(block.release()));
     return kOk;
 }
 

@@ -45,7 +45,7 @@ void Follower::take_events(std::vector<bool>* changed) {
     while ((count = read(fd_.get(), buffer, sizeof buffer)) > 0) {
         const inotify_event* event;
         for (const char* at = buffer; at < buffer + count; at += sizeof *event + event->len) {
-            event = reinterpret_cast<const inotify_event*>(at);
+            event = static_cast<const inotify_event*>(static_cast<const void*>(at));
             if ((event->mask & IN_Q_OVERFLOW) != 0)
                 changed->assign(changed->size(), true);
             for (size_t i = 0; i < files_.size(); ++i) {
