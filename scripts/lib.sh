@@ -87,3 +87,28 @@ sources() {
     [ -n "$files" ] || { echo "git lists no sources here" >&2; return 1; }
     echo "$files"
 }
+
+# What outlives the scripts: packages that bare roots were made of, and what was compiled there.
+# shellcheck disable=SC2034
+cache=${XDG_CACHE_HOME:-$HOME/.cache}/korx
+
+# The mirror that this machine's apt uses for its own release.
+mirror() {
+    apt-get indextargets --format '$(REPO_URI) $(CODENAME)' \
+        'Created-By: Packages' 'Component: main' | awk -v suite="$1" '$2 == suite && !n++ {print $1}'
+}
+
+# bare_root DIR: a minimal system of this machine's release, with its way to the mirror.
+bare_root() {
+    local suite
+    need debootstrap
+    suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
+    mkdir -p "$cache/archives"
+    debootstrap --variant=minbase --cache-dir="$cache/archives" "$suite" "$1" \
+        "$(mirror "$suite")" >"$cache/debootstrap.log" || {
+        cat "$cache/debootstrap.log"
+        exit 1
+    }
+    cp -L /etc/resolv.conf "$1/etc/"
+    cp /etc/apt/apt.conf.d/*proxy* "$1/etc/apt/apt.conf.d/" 2>/dev/null || : # if any
+}
