@@ -67,7 +67,6 @@ namespace {
 
 using Random = std::mt19937;
 
-constexpr unsigned kPatience = 30;  // in seconds
 constexpr const char* kRoundNames[] = {"calm", "kills", "removals"};
 
 pid_t Start(const auto& body) {
@@ -81,18 +80,25 @@ pid_t Start(const auto& body) {
     return child;
 }
 
-void Await(pid_t child, bool is_killed = false) {
+// All processes of the round and their children, also of those that were killed. Slow ones are
+// waited for as long as any call begins or ends.
+void AwaitAll() {
+    uint32_t tickets = 0;
     int status = 0;
-    waitpid(child, &status, 0);
-    if (!is_killed && status != 0)
-        Complain("a process has ended with status %x", status);
+    for (pid_t child; (child = waitpid(-1, &status, WNOHANG)) >= 0; usleep(1000)) {
+        if (child > 0 && status != 0)
+            Complain("a process has ended with status %x", status);
+        if (child > 0 || tickets != g_shared->tickets)
+            NoteProgress();
+        tickets = g_shared->tickets;
+    }
 }
 
 void KillOne(std::vector<pid_t>* writers, Random* random) {
     const unsigned process = (*random)() % kProcesses;
     pid_t& writer = (*writers)[process];
     kill(writer, SIGKILL);
-    Await(writer, true);
+    waitpid(writer, nullptr, 0);
     const unsigned seed = (*random)();
     JudgePlaces();
     NoteStart(process);
@@ -125,6 +131,7 @@ void Disturb(std::vector<pid_t>* writers, Random* random) {
         RemoveOne(random);
     if ((*random)() % 8 == 0)
         JudgeWindows();
+    NoteProgress();
 }
 
 void LayOut() {
@@ -149,8 +156,9 @@ void RunRound(Round round, double seconds, const char* korx, Random* random) {
         NoteStart(process);
     for (unsigned process = 0; process < kProcesses; ++process)
         writers.push_back(Start([&, seed = (*random)()] { RunWriter(process, seed); }));
-    const std::vector<pid_t> others{Start(RunTaker), Start(RunSampler),
-                                    Start([&, seed = (*random)()] { RunCommand(korx, seed); })};
+    Start(RunTaker);
+    Start(RunSampler);
+    Start([&, seed = (*random)()] { RunCommand(korx, seed); });
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
     const double end = double(now.tv_sec) + double(now.tv_nsec) / 1e9 + seconds;
@@ -159,12 +167,7 @@ void RunRound(Round round, double seconds, const char* korx, Random* random) {
         clock_gettime(CLOCK_MONOTONIC, &now);
     } while (double(now.tv_sec) + double(now.tv_nsec) / 1e9 < end);
     g_shared->stops = true;
-    alarm(kPatience);
-    for (const pid_t writer : writers)
-        Await(writer);
-    for (const pid_t other : others)
-        Await(other);
-    alarm(0);
+    AwaitAll();
     JudgeWindows();
     TakeRest();
     JudgeTaken();
@@ -173,13 +176,6 @@ void RunRound(Round round, double seconds, const char* korx, Random* random) {
         printf(" %s %.0f laps", FileOf(log), double(g_shared->bytes[log]) / kRingLimit);
     printf(", %u wrong\n", g_shared->errors.load());
     fflush(stdout);
-}
-
-// Whoever hangs in a call keeps the soak from its end.
-void EndHang(int) {
-    constexpr char kText[] = "soak: a process does not end\n";
-    (void) !write(STDERR_FILENO, kText, sizeof kText - 1);
-    _exit(1);
 }
 
 // On a disk each line waits for it, with its lock; in memory there are many times more.
@@ -215,7 +211,7 @@ int main(int argc, char** argv) {
     g_shared = static_cast<Shared*>(memory);
     const std::string boards[] = {SetUpBoard("/tmp"), SetUpBoard("/dev/shm")};
     snprintf(g_shared->kept, sizeof g_shared->kept, "%s", boards[0].c_str());
-    signal(SIGALRM, EndHang);
+    WatchForHangs();
     const double seconds = atof(argv[1]);
     Random random(static_cast<unsigned>(strtoul(argv[2], nullptr, 0)));
     const int rounds = std::size(kRoundNames) * std::max(2, static_cast<int>(seconds / 30));

@@ -74,7 +74,7 @@ void WatchHead(Log log) {
 void TakeRest() {
     for (const Log log : kProtected)
         while (TakeOnce(log) > 0)
-            continue;
+            NoteProgress();
 }
 
 void RunTaker() {

@@ -59,6 +59,11 @@ bool ParseMessage(std::string_view message, Name* name);
 // Says what is wrong; the soak has then failed.
 void Complain(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
+// Who hangs in a call keeps the soak from its end. Once the soak has noted nothing for a minute all
+// threads below it say where they are, and it ends.
+void WatchForHangs();
+void NoteProgress();
+
 const char* FileOf(unsigned log);  // in the log directory; that of a process: "%s.log"
 extern const char* const kProcessNames[5];
 

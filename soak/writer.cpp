@@ -34,8 +34,6 @@ namespace {
 
 using Random = std::minstd_rand;
 
-constexpr unsigned kPatience = 20;  // in seconds; less than the soak has
-
 void SetUp(unsigned process) {
     ORX_LogInfo info = {};
     info.uiLogMode = ORX_LOG_MODE_FILE;
@@ -91,8 +89,6 @@ void WriteOne(unsigned log, unsigned writer) {
 void WriteInChild(unsigned process) {
     const pid_t child = fork();
     if (child == 0) {
-        signal(SIGALRM, SIG_DFL);
-        alarm(kPatience);
         for (unsigned log = 0; log < kProcess; ++log)
             WriteOne(log, process * kSlots + kThreads);
         _exit(0);
