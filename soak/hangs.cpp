@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tickets.h"
@@ -16,7 +17,7 @@
 namespace soak {
 namespace {
 
-constexpr unsigned kPatience = 60;  // in seconds
+constexpr unsigned kPatience = 30;  // in seconds
 
 std::atomic<uint64_t> g_progress;
 
@@ -73,8 +74,11 @@ void NoteProgress() {
 void WatchForHangs() {
     prctl(PR_SET_CHILD_SUBREAPER, 1);  // who outlives his parent is looked at, too
     std::thread([] {
-        for (uint64_t seen = UINT64_MAX; seen != g_progress; sleep(kPatience))
-            seen = g_progress;
+        uint64_t seen = 0;
+        for (unsigned still = 0; still < kPatience; sleep(1)) {
+            const uint64_t progress = g_progress;
+            still = progress == std::exchange(seen, progress) ? still + 1 : 0;
+        }
         EndHang();
     }).detach();
 }

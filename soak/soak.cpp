@@ -63,6 +63,15 @@ void Complain(const char* format, ...) {
     fprintf(stderr, "soak: %s\n", text);
 }
 
+size_t Descriptors::count() {
+    return static_cast<size_t>(std::distance(fs::directory_iterator("/proc/self/fd"), {}));
+}
+
+void Descriptors::judge(const char* whose, size_t more) const {
+    if (const size_t now = count(); now > before_ + more)
+        Complain("%s: %zu descriptors at first, %zu at last", whose, before_, now);
+}
+
 namespace {
 
 using Random = std::mt19937;

@@ -78,16 +78,20 @@ void TakeRest() {
 }
 
 void RunTaker() {
+    const Descriptors descriptors;
     for (; !g_shared->stops; usleep(20000))
         for (const Log log : kProtected)
             TakeOnce(log);
+    descriptors.judge("taker", 0);
     _exit(0);
 }
 
 void RunSampler() {
+    const Descriptors descriptors;
     for (; !g_shared->stops; usleep(3000))
         for (const Log log : {kDiag, kSecurity, kLife})
             WatchHead(log);
+    descriptors.judge("sampler", 0);
     _exit(0);
 }
 

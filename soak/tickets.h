@@ -59,10 +59,20 @@ bool ParseMessage(std::string_view message, Name* name);
 // Says what is wrong; the soak has then failed.
 void Complain(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// Who hangs in a call keeps the soak from its end. Once the soak has noted nothing for a minute all
-// threads below it say where they are, and it ends.
+// Who hangs in a call keeps the soak from its end. Once the soak has noted nothing for half a
+// minute all threads below it say where they are, and it ends.
 void WatchForHangs();
 void NoteProgress();
+
+// The process has at most so many more descriptors at its end than it had.
+class Descriptors {
+  public:
+    void judge(const char* whose, size_t more) const;
+
+  private:
+    static size_t count();
+    const size_t before_ = count();
+};
 
 const char* FileOf(unsigned log);  // in the log directory; that of a process: "%s.log"
 extern const char* const kProcessNames[5];

@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <random>
@@ -33,6 +34,8 @@ namespace soak {
 namespace {
 
 using Random = std::minstd_rand;
+
+constexpr size_t kKeptOpen = kLogs;  // all logs but the text log, and the start log's header
 
 void SetUp(unsigned process) {
     ORX_LogInfo info = {};
@@ -89,6 +92,7 @@ void WriteOne(unsigned log, unsigned writer) {
 void WriteInChild(unsigned process) {
     const pid_t child = fork();
     if (child == 0) {
+        DBG_SysLog(LOG_INFO, "child");
         for (unsigned log = 0; log < kProcess; ++log)
             WriteOne(log, process * kSlots + kThreads);
         _exit(0);
@@ -109,6 +113,7 @@ void RunThread(unsigned process, unsigned thread, unsigned seed) {
             WriteInChild(process);
         if (thread == 1 && random() % 64 == 0)
             ORX_SpaceFull("/soak", random() % 100);
+        DBG_SysLog(LOG_INFO, "thread %u", thread);  // a fork must not copy its locks
         usleep(random() % 2000);
     }
 }
@@ -119,6 +124,7 @@ void RunWriter(unsigned process, unsigned seed) {
     struct sigaction action = {};
     action.sa_handler = [](int) {};
     sigaction(SIGALRM, &action, nullptr);
+    const Descriptors descriptors;
     SetUp(process);
     const itimerval often{{0, 5000}, {0, 5000}};
     setitimer(ITIMER_REAL, &often, nullptr);
@@ -127,6 +133,7 @@ void RunWriter(unsigned process, unsigned seed) {
         threads.emplace_back(RunThread, process, thread, seed);
     for (std::thread& thread : threads)
         thread.join();
+    descriptors.judge("writer", kKeptOpen);
     _exit(0);
 }
 
