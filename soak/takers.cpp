@@ -72,9 +72,14 @@ void WatchHead(Log log) {
 }  // namespace
 
 void TakeRest() {
-    for (const Log log : kProtected)
-        while (TakeOnce(log) > 0)
-            NoteProgress();
+    constexpr int kMostTakes = 10;
+    for (const Log log : kProtected) {
+        int takes = 0;
+        while (takes < kMostTakes && TakeOnce(log) > 0)
+            ++takes;
+        if (takes == kMostTakes)
+            Complain("%s: what was taken is handed out again and again", FileOf(log));
+    }
 }
 
 void RunTaker() {
