@@ -3,8 +3,10 @@
 #include <signal.h>
 #include <stdio.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 
@@ -35,8 +37,13 @@ int TakeOnce(Log log) {
         lines += std::string(id) + " " + std::string(record.message, record.message_length) + "\n";
         ++count;
     }
+    // Where somebody has acknowledged meanwhile the cursor may be newer than the head that was
+    // read.
+    const bool misfits = (korx_reader_doubts(reader) & KORX_DOUBT_CURSOR) != 0;
     const korx_reader_code code = korx_reader_ack(reader, &error);
     korx_reader_close(reader);
+    if (misfits && count > 0 && code == KORX_READER_OK && g_shared->round != Round::kRemovals)
+        Complain("%s: a killed command has left a cursor that is not the head's", path.c_str());
     if (code == KORX_READER_CURSOR || code == KORX_READER_UNSURE || code == KORX_READER_WRITE)
         Complain("%s: %s", path.c_str(), error.text);
     if (code != KORX_READER_OK)
@@ -45,6 +52,12 @@ int TakeOnce(Log log) {
     fputs(lines.c_str(), taken);
     fclose(taken);
     return count;
+}
+
+int64_t NowUs() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * 1000000 + now.tv_nsec / 1000;
 }
 
 void WatchHead(Log log) {
@@ -103,6 +116,7 @@ void RunSampler() {
 // In a round of kills the command ends at any moment, too.
 void RunCommand(const char* korx, unsigned seed) {
     std::minstd_rand random(seed);
+    int64_t whole_run = 20000;  // of one that was not killed, in microseconds
     for (; !g_shared->stops; usleep(random() % 30000)) {
         const bool is_life = random() % 2 == 0;
         const pid_t child = fork();
@@ -114,12 +128,16 @@ void RunCommand(const char* korx, unsigned seed) {
                   "taken.command", nullptr);
             _exit(127);
         }
-        if (g_shared->round == Round::kKills && random() % 2 == 0) {
-            usleep(random() % 20000);
+        const int64_t begin = NowUs();
+        const bool is_killed = g_shared->round == Round::kKills && random() % 2 == 0;
+        if (is_killed) {
+            usleep(static_cast<useconds_t>(random() % whole_run));
             kill(child, SIGKILL);
         }
         int status = 0;
         waitpid(child, &status, 0);
+        if (!is_killed)
+            whole_run = std::min<int64_t>(NowUs() - begin, 1000000);
         if (WIFEXITED(status) && WEXITSTATUS(status) == 127)
             Complain("%s cannot be run", korx);
     }
