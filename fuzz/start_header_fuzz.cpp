@@ -10,7 +10,7 @@ using namespace korx::fuzz;
 
 namespace {
 
-constexpr uint32_t kSectionSize = 1024;
+constexpr size_t kSectionSize = 1024;
 
 // The smaller the log, the more headers in a second; a header's own bounds lead beyond its end.
 std::string Records() {
@@ -26,7 +26,7 @@ STLOG_HDR_S SmallHeader() {
     uint32_t start = 1;
     for (STLOG_SEC_S& section : header.astSec) {
         section.uiStart = section.uiCur = start;
-        section.uiEnd = start += kSectionSize;
+        section.uiEnd = start += uint32_t{kSectionSize};
     }
     return header;
 }

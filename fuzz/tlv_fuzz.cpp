@@ -51,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         CompareLookups(input, Parse(input), static_cast<uint16_t>(type));
 
     std::string_view rest = View(data, size);
-    std::string buffer(TakeByte(&rest) * 16, '\0');
+    std::string buffer(size_t{TakeByte(&rest)} * 16, '\0');
     auto remaining = static_cast<int16_t>(buffer.size());
     char* position = buffer.data();
     std::vector<Record> expected;

@@ -40,6 +40,7 @@ class Array {
 
   private:
     bool grow(size_t capacity) {
+        // Of an array of pointers, too. NOLINTNEXTLINE(bugprone-sizeof-expression)
         void* const grown = realloc(static_cast<void*>(items_.get()), capacity * sizeof(T));
         if (grown == nullptr) {
             out_of_memory_ = true;

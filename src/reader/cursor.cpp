@@ -32,7 +32,7 @@ using TakenText = FixedText<320>;
 
 void FormatTail(const Tail& tail, TailText* text) {
     constexpr char kDigits[] = "0123456789abcdef";
-    for (uint32_t i = 0; i < tail.length; ++i) {
+    for (size_t i = 0; i < tail.length; ++i) {
         text->data()[2 * i] = kDigits[tail.bytes[i] >> 4];
         text->data()[2 * i + 1] = kDigits[tail.bytes[i] & 15];
     }
@@ -44,7 +44,7 @@ void ParseTail(const char* text, Tail* tail) {
     static_assert(2 * kTailSize == 128);
     (void) sscanf_s(text, "tail .%128[0-9a-f]", digits.data());  // it may be empty
     tail->length = static_cast<uint32_t>(strlen(digits.c_str()) / 2);
-    for (uint32_t i = 0; i < tail->length; ++i) {
+    for (size_t i = 0; i < tail->length; ++i) {
         unsigned byte = 0;
         (void) sscanf_s(digits.c_str() + 2 * i, "%2x", &byte);
         tail->bytes[i] = static_cast<unsigned char>(byte);

@@ -21,7 +21,7 @@ std::vector<std::string> SplitWords(const std::string& line);
 class Consumer : public Destination {
   public:
     Consumer(Waits waits, const std::string& line);
-    ~Consumer() override { (void) take_back(); }
+    ~Consumer() override { (void) Consumer::take_back(); }
 
     void begin() override;
     Output& out() override { return *out_; }
