@@ -332,7 +332,8 @@ KORX_API uint32_t LOG_BuffAddTime(char* buffer, int size, uint32_t* length, cons
  * One plain file for each process, written again from its start where it is full.
  * @{ */
 
-/** Sets the file "<process>.log" in the log directory and its limit.
+/** Sets the file "<process>.log" in the log directory and its limit. To be called before other
+ * threads log.
  *
  * @param unused       not consulted
  * @param process_name one of those of ORX_PLOG_GetCompType(); another one sets nothing, and that is
@@ -521,6 +522,9 @@ KORX_API uint32_t LLOG_LogFile(const char* format, ...) KORX_PRINTF(1, 2);
  *
  * What happens while the component starts: "KORX_START_LOG", four rings side by side in one file,
  * with their cursors in ".korxloghdr".
+ *
+ * The calls below whose caller holds the locks work on the open files of the process. File locks do
+ * not keep its other threads out: call them while no other thread uses the start log.
  * @{ */
 
 /** Writes a line into a module's section, or hands it to the bound agent with the log type 9 and
@@ -600,7 +604,8 @@ KORX_API uint32_t STLOG_GetMoudleBySecIndex(uint32_t section, char* buffer, uint
  * business.
  * @{ */
 
-/** Loads "libimagent.so" and looks its report function up. LOG_FileInit() does it. */
+/** Loads "libimagent.so" and looks its report function up. LOG_FileInit() does it.
+ * To be called before other threads log. */
 KORX_API void KORX_ImDiagLogFuncInit(void);
 /** Whether the agent is bound.
  *

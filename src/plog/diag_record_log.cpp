@@ -57,7 +57,8 @@ uint32_t KORX_DLog(uint32_t app_cid, uint32_t index, uint32_t level, uint32_t m_
 }
 
 uint32_t KORX_DLogFsync(void) {
-    const int fd = g_iDLogFileFd;  // read once: a writer may be about to replace it
+    // Read once: a writer may be about to replace it.
+    const int fd = __atomic_load_n(&g_iDLogFileFd, __ATOMIC_RELAXED);
     return !IsOpen(fd) || fsync(fd) == 0 ? kOk : kRecordFailed;
 }
 

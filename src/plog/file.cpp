@@ -125,7 +125,7 @@ SlotState ExamineSlot(int* slot, int cleared) {
     const bool is_remembered = id != nullptr && id->is_known();
     if (opened.is_known() && (!is_remembered || id->is_same_as(opened)))
         return SlotState::kOurs;
-    *slot = cleared;
+    SetSlot(slot, cleared);
     return SlotState::kForeign;
 }
 
@@ -135,7 +135,9 @@ bool IsFileOfPath(const int* slot, const char* path) {
 
 void CloseSlot(int* slot, int cleared) {
     const ErrnoSaver keep;
-    (void) close(std::exchange(*slot, cleared));
+    const int fd = *slot;
+    SetSlot(slot, cleared);
+    (void) close(fd);
 }
 
 int WriteAt(int fd, uint32_t length, const void* data, off_t offset) {
@@ -266,13 +268,13 @@ uint32_t LOG_OpenFile(const char* path, int flags, int* fd) {
         return SysFail(kAllBits, "get absolutepath %s unsuccessfully, uiret=%u.", path, code);
 
     OpenedLog opened;
-    *fd = -1;
+    SetSlot(fd, -1);
     if (!opened.open(absolute.c_str(), flags))
         return ORX_PLOG_ERR_OPEN;
-    *fd = 0;
+    SetSlot(fd, 0);
     if (LOG_SetCloexecFlag(opened.fd.get()) < 0)
         return kAllBits;
-    *fd = opened.fd.release();
+    SetSlot(fd, opened.fd.release());
     Remember(fd);
     return kOk;
 }

@@ -36,6 +36,11 @@ inline bool IsOpen(int slot) {
     return slot >= 1;
 }
 
+// KORX_DLogFsync reads a slot without the mutex that its writers hold.
+inline void SetSlot(int* slot, int fd) {
+    __atomic_store_n(slot, fd, __ATOMIC_RELAXED);
+}
+
 // The answer to whether a slot's descriptor still is the library's.
 enum class SlotState { kClosed, kOurs, kForeign };
 
