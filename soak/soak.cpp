@@ -223,7 +223,8 @@ int main(int argc, char** argv) {
     WatchForHangs();
     const double seconds = atof(argv[1]);
     Random random(static_cast<unsigned>(strtoul(argv[2], nullptr, 0)));
-    const int rounds = std::size(kRoundNames) * std::max(2, static_cast<int>(seconds / 30));
+    const int rounds =
+        static_cast<int>(std::size(kRoundNames)) * std::max(2, static_cast<int>(seconds / 30));
     for (int i = 0; i < rounds; ++i) {
         EnterBoard(boards[i / std::size(kRoundNames) % std::size(boards)]);
         RunRound(static_cast<Round>(i % std::size(kRoundNames)), seconds / rounds, argv[3],
