@@ -56,10 +56,14 @@ struct Call {
 };
 
 // A row of a call with the result that it must have, or without one.
-#define GIVES(function, result, ...) \
-    { #function, []([[maybe_unused]] Scene& at) { return function(__VA_ARGS__) == (result); } }
-#define RUNS(function, ...) \
-    { #function, []([[maybe_unused]] Scene& at) { return function(__VA_ARGS__), true; } }
+#define GIVES(function, result, ...)                                                             \
+    {                                                                                            \
+#function, []([[maybe_unused]] Scene & at) { return function(__VA_ARGS__) == (result); } \
+    }
+#define RUNS(function, ...)                                                                \
+    {                                                                                      \
+#function, []([[maybe_unused]] Scene & at) { return function(__VA_ARGS__), true; } \
+    }
 
 std::span<const Call> CallsOnFiles();
 std::span<const Call> OtherCalls();
