@@ -1,5 +1,5 @@
-// Calls everything from sixteen threads at once, to be run below the thread sanitizer. With --list
-// it prints the functions that it calls, one a line.
+// Without arguments it calls everything from sixteen threads at once, to be run below the thread
+// sanitizer; with --list it says the functions that it calls, one a line.
 //
 // Each call is made by all threads at the same moment, which meets what two calls of one function
 // share; then all calls are made in an order that differs from thread to thread. That each call

@@ -56,14 +56,13 @@ struct Call {
 };
 
 // A row of a call with the result that it must have, or without one.
-#define GIVES(function, result, ...)                                                             \
-    {                                                                                            \
-#function, []([[maybe_unused]] Scene & at) { return function(__VA_ARGS__) == (result); } \
-    }
-#define RUNS(function, ...)                                                                \
-    {                                                                                      \
-#function, []([[maybe_unused]] Scene & at) { return function(__VA_ARGS__), true; } \
-    }
+// The # would be taken for a directive's.
+// clang-format off
+#define GIVES(function, result, ...) \
+    {#function, []([[maybe_unused]] Scene& at) { return function(__VA_ARGS__) == (result); }}
+#define RUNS(function, ...) \
+    {#function, []([[maybe_unused]] Scene& at) { return function(__VA_ARGS__), true; }}
+// clang-format on
 
 std::span<const Call> CallsOnFiles();
 std::span<const Call> OtherCalls();
