@@ -208,6 +208,11 @@ FORTIFIED("__read_chk", "read");
 FORTIFIED("__pread_chk", "pread");
 FORTIFIED("__readlink_chk", "readlink");
 FORTIFIED("__realpath_chk", "realpath");
+void __vsyslog_chk(int priority, int level, const char* format, va_list args);
+void __vsyslog_chk(int priority, int level, const char* format, va_list args) {
+    (void) level;
+    vsyslog(priority, format, args);
+}
 
 /* A function that returns twice cannot be wrapped: the child would return from the wrapper and
  * leave the parent its stack in ruins. So the wrapper is gone before the real one runs. */
