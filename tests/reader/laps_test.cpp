@@ -429,6 +429,11 @@ TEST_F(Laps, StayOneWhereTheClockIsSetBack) {
     EXPECT_EQ(sections.rules, Texts{"clock-back"});
 }
 
+TEST_F(Laps, ALeapSecondIsATime) {
+    const Opened log("[2026-12-31 23:59:60.000001][L:1 M:1][INFO][1]x\n", KORX_LOG_PROCESS);
+    EXPECT_TRUE(log.texts.size() == 1 && log.damaged.empty() && log.rules.empty());
+}
+
 TEST_F(Laps, SpaceLogShowsItsRecordsOnly) {
     SetLogPath(tree.root());
     ORX_SpaceFullLogInit();

@@ -106,6 +106,9 @@ TEST_F(Repair, ChangesNothingUnlessTheRecordsAreKept) {
         EXPECT_EQ(repair(), KORX_READER_WRITE) << "the copy, and its name, would not last";
         expect_untouched("ring.damaged.1");
     }
+    options.flags = KORX_READER_NO_LOCK;
+    EXPECT_EQ(repair(), KORX_READER_ARGUMENT);
+    options = {};
     options.lock_timeout_ms = 20;
     ASSERT_EQ(DBG_LockReg(fd, DBG_LOCK_SET_WAIT, DBG_LOCK_WRITE, 0, 0, 0), 0u);
     EXPECT_EQ(RunChild([&] { return repair() == KORX_READER_LOCKED ? 0 : 1; }), 0);

@@ -66,6 +66,7 @@ TEST_F(PathStrings, RefuseToSplitIntoShortBuffers) {
         const std::string before = "x########";
         EXPECT_EQ(buffers[0] + row.directory_size, before.substr(row.directory_size));
         EXPECT_EQ(buffers[1] + row.name_size, before.substr(row.name_size));
+        EXPECT_STREQ(buffers[1], row.name_size == 0 ? before.c_str() : "");
     }
 }
 
