@@ -4,6 +4,7 @@
 #include <sys/mount.h>
 
 #include <chrono>
+#include <fstream>
 #include <map>
 #include <random>
 #include <set>
@@ -59,7 +60,7 @@ TEST_F(LogTake, AcknowledgesNothingThatWasNotDelivered) {
             SCOPED_TRACE(way);
             WriteFile("disk/taken", before);
             const UniqueFd other(is_locked ? open("disk/taken", O_RDONLY) : -1);
-            if (flock(other.get(), LOCK_EX) < 0 && !disk_is_small)
+            if (flock(other.get(), LOCK_SH) < 0 && !disk_is_small)
                 continue;
             const std::string take = "{ " KORX_TOOL " log take security 2>cmd.err";
             fails({system((take + way).c_str()) / 256, "", ReadFile("cmd.err")}, 4,
@@ -82,7 +83,8 @@ TEST_F(LogTake, AcknowledgesNothingThatWasNotDelivered) {
 enum class Way { kFails, kAllFail, kKilled };
 constexpr int kUnharmed = 50;
 
-int TakeHarmed(const std::string& file, unsigned nth, Way way, const char* call = "*") {
+int TakeHarmed(const std::string& file, unsigned nth, Way way, const char* call = "*",
+               const char* command = "") {
     return RunChild([&] {
         dup2(creat("cmd.err", 0600), STDERR_FILENO);
         const auto fault = way == Way::kKilled
@@ -92,7 +94,8 @@ int TakeHarmed(const std::string& file, unsigned nth, Way way, const char* call 
         globals.json = true;
         tool::TakeOptions options;
         options.what = file;
-        options.output = "taken";
+        options.command = command;
+        options.output = options.command.empty() ? "taken" : "";
         int status = 0;
         try {
             status = tool::RunLogTake(globals, options);
@@ -101,6 +104,19 @@ int TakeHarmed(const std::string& file, unsigned nth, Way way, const char* call 
         }
         return fault.hits() == 0 ? kUnharmed : status;
     });
+}
+
+TEST_F(LogTake, TakesBackAFailedBatchAndNothingElse) {
+    WriteSecurity(0, 3);
+    const Fault other =
+        Fault::Meanwhile("fsync", 1, [] { std::ofstream("taken", std::ios::app) << "other\n"; });
+    EXPECT_EQ(TakeHarmed(log("korx_safe.log"), 1, Way::kAllFail, "fsync"), 4);
+    EXPECT_TRUE(Has(ReadFile("taken"), "other\n"));
+    // A command must not take the end of half a batch for the end of a whole one.
+    const char* const command = "sh -c 'cat >half; touch whole'";
+    EXPECT_EQ(TakeHarmed(log("korx_safe.log"), 1, Way::kFails, "write", command), 4);
+    EXPECT_FALSE(Exists("whole"));
+    EXPECT_EQ(Unread("security"), 3u);
 }
 
 struct HarmedTake : BoardTest, testing::WithParamInterface<const char*> {
