@@ -77,7 +77,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string_view rest = View(data, size);
     const auto kind = static_cast<korx_log_kind>(1 + TakeByte(&rest) % KORX_LOG_SPACE);
     const size_t low = TakeByte(&rest);
-    const size_t length = std::min(low | size_t{TakeByte(&rest)} << 8, rest.size());
+    const size_t high = TakeByte(&rest);
+    const size_t length = std::min(low | high << 8, rest.size());
     const Log log(kind, rest.substr(0, length));
     rest.remove_prefix(length);
     korx_reader_options options = {};
@@ -87,7 +88,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Require(korx_reader_open(log.path(), kind, &options, &reader, nullptr) == KORX_READER_OK);
     for (int change = 0; change < 8 && !rest.empty(); ++change) {
         const unsigned which = TakeByte(&rest);
-        const size_t count = std::min<size_t>(TakeByte(&rest), rest.size());
+        const size_t wanted = TakeByte(&rest);
+        const size_t count = std::min(wanted, rest.size());
         log.change(static_cast<Change>(which % 4), rest.substr(0, count));
         rest.remove_prefix(count);
         korx_refreshed how;

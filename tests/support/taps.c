@@ -185,10 +185,12 @@ int usleep(useconds_t microseconds) {
     size_t asked = microseconds;
     return FAILS(usleep, &asked) ? -1 : next((useconds_t) asked);
 }
+/* Goes on by another name: dlsym would free what dlerror has told, and that may be in the text. */
 void vsyslog(int priority, const char* format, va_list args) {
-    FIND_NEXT(void, vsyslog, (int, const char*, va_list));
+    char text[2048];
     (void) FAILS(vsyslog, NULL);
-    next(priority, format, args);
+    (void) vsnprintf(text, sizeof text, format, args);
+    syslog(priority, "%s", text);
 }
 TAP(int, nanosleep, -1, (const struct timespec* asked, struct timespec* rest), (asked, rest))
 TAP(int, sigaction, -1, (int number, const struct sigaction* action, struct sigaction* before),
